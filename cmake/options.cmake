@@ -1,0 +1,33 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+# Flags by audience: every target links one of device_options (no exceptions, no RTTI) and
+# host_options (host tools and tests).
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+
+add_library(common_options INTERFACE)
+target_include_directories(common_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_definitions(common_options INTERFACE _FILE_OFFSET_BITS=64)
+target_compile_options(common_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wmissing-declarations -Wformat=2 -Werror
+    -fstack-protector-strong)
+target_link_options(common_options INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+if(UPGRADE_SANITIZE)
+    target_compile_options(common_options INTERFACE
+        -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(common_options INTERFACE -fsanitize=address,undefined)
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+    target_compile_options(common_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+endif()
+
+add_library(device_options INTERFACE)
+target_link_libraries(device_options INTERFACE common_options)
+target_compile_options(device_options INTERFACE -fno-exceptions -fno-rtti)
+
+add_library(host_options INTERFACE)
+target_link_libraries(host_options INTERFACE common_options)

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// The one record of a run. Data only: everything below the program reads and writes it.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "download/downloader.h"
+#include "download/iobuf.h"
+#include "package/package.h"
+
+/// What the GPIO driver is handed with each kick; its layout is the driver's interface.
+struct watchdog_record {
+    int32_t line;  ///< GPIO line of the watchdog, native byte order; -1 when not configured
+    uint8_t level; ///< 0 or 1: the level of the next kick
+    uint8_t reserved[3];
+};
+static_assert(sizeof(watchdog_record) == 8 && offsetof(watchdog_record, level) == 4);
+
+/// A local of `main`, zero-filled, that lives for the whole run.
+struct upgrade_context {
+    struct package package;        ///< first, so that a pointer to the context is one to the package
+    struct downloader *downloader; ///< asked for its length by the progress callback
+    struct iobuf *iobuf;           ///< the downloaded package
+    const char *stage;             ///< current stage; null until the first progress call
+    int32_t total;                 ///< expected bytes of the current stage; 0 or less: not known
+    int32_t received;              ///< bytes processed in the current stage
+    int32_t percent;               ///< last percentage reported
+    watchdog_record watchdog;
+};
+static_assert(offsetof(upgrade_context, package) == 0);
