@@ -11,8 +11,8 @@
 
 /// A downloader for tftp://HOST/FILE, or null without a "/" behind the host or without memory (each
 /// with one line on standard error). Only the exact prefix "tftp://" is skipped; anything else is
-/// taken as HOST/FILE as it stands, so that TFTP://h/f looks up the host "TFTP:". The host is looked
-/// up here and judged when the download starts. `url` is copied, not changed.
+/// taken as HOST/FILE as it stands, so that TFTP://h/f looks up the host "TFTP:". The host is
+/// looked up here and judged when the download starts. `url` is copied, not changed.
 ///
 /// `download` returns 0 when the last block has come, -1 on failure, and 1, which the caller takes
 /// for a success, when no socket can be had; the package check then fails on the length.

@@ -33,10 +33,11 @@ int write_package(upgrade_context *context);
 /// it. The messages are the writer's own, "writing" included.
 int verify_package(upgrade_context *context);
 
-/// Writes `length` bytes from the table `blocks` of `block_size` bytes each to the open device `fd`,
-/// then the trailer. After each block `callback`, unless null, gets `callback_context` and the
-/// block's bytes. Returns the number of blocks written; when the callback gives 0 or less, the index
-/// of the block just written, and no trailer. With `length` of 0 or less only the trailer is written.
+/// Writes `length` bytes from the table `blocks` of `block_size` bytes each to the open device
+/// `fd`, then the trailer. After each block `callback`, unless null, gets `callback_context` and
+/// the block's bytes. Returns the number of blocks written; when the callback gives 0 or less, the
+/// index of the block just written, and no trailer. With `length` of 0 or less only the trailer is
+/// written.
 ///
 /// A failed block is written again after 400 ms, without end: half a partition is worth less than a
 /// device that the watchdog resets. A short write counts as a whole one. `block_size` is above 0.
@@ -44,7 +45,7 @@ int write_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t len
                  download_callback callback, void *callback_context);
 
 /// Compares `length` bytes of `fd` with the table `blocks`: 1 when all are the same, 0 at the first
-/// difference or failed read, with one line on standard error. `callback`, unless null, is told each
-/// block's bytes, and its result ignored. The trailer is not read. `block_size` is above 0.
+/// difference or failed read, with one line on standard error. `callback`, unless null, is told
+/// each block's bytes, and its result ignored. The trailer is not read. `block_size` is above 0.
 int verify_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
                   download_callback callback, void *callback_context);

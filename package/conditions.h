@@ -31,28 +31,29 @@ enum condition_code : uint8_t {
 /// The value of `name`, NUL-terminated, or null when it has none; valid until the next call.
 using condition_lookup = const char *(*)(const char *name);
 
-/// Compiles `text` into at most `capacity` bytes at `code` and returns their number (at least 1), or
-/// -1 when the text is malformed or the code does not fit. The text is taken apart in place: the
+/// Compiles `text` into at most `capacity` bytes at `code` and returns their number (at least 1),
+/// or -1 when the text is malformed or the code does not fit. The text is taken apart in place: the
 /// ends of names and values are overwritten with NUL, also when it turns out malformed.
 int build_conditions(char *text, uint8_t *code, int capacity);
 
-/// Evaluates `length` bytes of code: 1 when the condition holds, 0 when not, -1 when a comparison is
-/// not complete before the end of the code (or memory runs out). Code of length 0 holds. The upgrade
-/// takes -1 for a condition that is met.
+/// Evaluates `length` bytes of code: 1 when the condition holds, 0 when not, -1 when a comparison
+/// is not complete before the end of the code (or memory runs out). Code of length 0 holds. The
+/// upgrade takes -1 for a condition that is met.
 int eval_conditions(const uint8_t *code, int length, condition_lookup lookup);
 
-/// Evaluates up to the closing byte of the group that `code` begins in, as eval_conditions does, and
-/// stores the position just behind that byte at `end` if that is not null. `end` keeps what it had
-/// when the code ends without a closing byte.
+/// Evaluates up to the closing byte of the group that `code` begins in, as eval_conditions does,
+/// and stores the position just behind that byte at `end` if that is not null. `end` keeps what it
+/// had when the code ends without a closing byte.
 ///
 /// A group without its closing byte runs to the end of the code, and the level around it then
-/// evaluates the same bytes again from the group's start. Each group is evaluated once and its result
-/// kept, so the time is quadratic in `length` at the most; the stack does not grow with the nesting.
+/// evaluates the same bytes again from the group's start. Each group is evaluated once and its
+/// result kept, so the time is quadratic in `length` at the most; the stack does not grow with the
+/// nesting.
 int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup);
 
 /// The feature set that get_feature looks in: `_feature_set_size` bytes of NUL-terminated names and
-/// values in turn, null outside an evaluation. A look-up function takes a name alone, so the set has
-/// to be found elsewhere.
+/// values in turn, null outside an evaluation. A look-up function takes a name alone, so the set
+/// has to be found elsewhere.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the established names
 extern const uint8_t *_feature_set;
 extern int _feature_set_size;
@@ -66,7 +67,7 @@ const char *get_feature(const char *name);
 /// "<type name>_features", against a part's feature set. 1 when it is not set, 0 for a type above 8
 /// or a text that does not compile, else as eval_conditions.
 ///
-/// The variable's text is compiled where it stands in the environment, and so used up: a second part
-/// of the same type finds the rest of it, fails to compile it and is refused, unless the text held
-/// no comparison. Devices in the field rely on it.
+/// The variable's text is compiled where it stands in the environment, and so used up: a second
+/// part of the same type finds the rest of it, fails to compile it and is refused, unless the text
+/// held no comparison. Devices in the field rely on it.
 int eval_features(uint32_t type, const uint8_t *features, int length);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "package/package.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace {
@@ -71,9 +72,8 @@ int read_package_parts(package *package, const uint8_t *block, int length)
         return -1;
     int offset = package_header_size;
     for (int index = 0; index < package_part_count; index++) {
-        // An entry may claim to end beyond the block; the next one then has nothing remaining, and
-        // its address is not formed.
-        const uint8_t *entry = offset < length ? block + offset : nullptr;
+        // An entry may claim to end beyond the block; the next one then has nothing remaining.
+        const uint8_t *entry = block + std::min(offset, length);
         const int header_size = read_part(&package->parts[index], entry, length - offset);
         if (header_size < 0) {
             fprintf(stderr, "error while reading part info\n");
@@ -132,6 +132,5 @@ void dump_package(const package *package)
 }
 
 const char *const part_type_names[part_type_count] = {
-    "image",     "unknown<1>", "kernel",    "base", "app",
-    "unkown<5>", "unkown<6>",  "unkown<7>", "bios",
+    "image", "unknown<1>", "kernel", "base", "app", "unkown<5>", "unkown<6>", "unkown<7>", "bios",
 };

@@ -20,7 +20,7 @@ static_assert(sizeof(watchdog_record) == 8 && offsetof(watchdog_record, level) =
 
 /// A local of `main`, zero-filled, that lives for the whole run.
 struct upgrade_context {
-    struct package package;        ///< first, so that a pointer to the context is one to the package
+    struct package package; ///< first, so that a pointer to the context is one to the package
     struct downloader *downloader; ///< asked for its length by the progress callback
     struct iobuf *iobuf;           ///< the downloaded package
     const char *stage;             ///< current stage; null until the first progress call

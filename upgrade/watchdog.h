@@ -5,7 +5,8 @@
 
 #include "upgrade/context.h"
 
-/// Fills the record: the line from the system configuration's "WD", -1 when that is not set; level 0.
+/// Fills the record: the line from the system configuration's "WD", -1 when that is not set; level
+/// 0.
 void read_watchdog_setting(watchdog_record *record);
 
 /// One kick: opens /dev/gpio, hands the record to request 1, toggles the level whatever came of it,

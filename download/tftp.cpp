@@ -1,0 +1,394 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "download/tftp.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+enum tftp_command {
+    tftp_cmd_get = 1,
+    tftp_cmd_put = 2, // known to the engine's callers, never asked for here
+};
+
+enum tftp_opcode : uint16_t {
+    tftp_read_request = 1,
+    tftp_data = 3,
+    tftp_acknowledgement = 4,
+    tftp_error = 5,
+};
+
+constexpr uint16_t tftp_port = 69;
+constexpr int tftp_block_size = 512;
+constexpr int tftp_header_size = 4;
+constexpr int packet_capacity = tftp_header_size + tftp_block_size;
+constexpr int retry_count = 5;
+constexpr int answer_timeout_seconds = 5;
+constexpr int idle_answer_limit = 10'000; // answers without a new block; a sane peer sends a few
+constexpr char tftp_mode[] = "octet";
+
+struct tftp_downloader {
+    downloader base;
+    char *file;    // in the private copy of the URL
+    hostent *host; // as the look-up returned it; null for an unknown host
+};
+
+// Where the next byte goes, kept from packet to packet.
+struct iobuf_writer {
+    struct iobuf *iobuf;
+    uint8_t *position;
+    int space;      // bytes left in the current block
+    bool committed; // no block is under way
+};
+
+struct transfer {
+    int fd;
+    sockaddr_in server;
+    const char *file;
+    uint8_t *packet; // packet_capacity bytes, as sent, and sent again
+    uint8_t answer[packet_capacity];
+    uint16_t block_number;
+    uint16_t opcode; // of the next packet
+    bool finished;
+    int idle_answers;
+    iobuf_writer writer;
+};
+
+// The line numbers of the messages are fixed texts: tools that read the log know them.
+void report(const char *function, int line, const char *text)
+{
+    fprintf(stderr, "%s:%s:%d: %s\n", "tftp.c", function, line, text);
+}
+
+// With the reason of a failed system call.
+void report_errno(int line, const char *text)
+{
+    const char *reason = strerror(errno);
+    fprintf(stderr, "%s:%s:%d: %s: %s\n", "tftp.c", "do_tftp", line, text, reason);
+}
+
+uint16_t load_be16(const uint8_t *bytes)
+{
+    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+void store_be16(uint8_t *bytes, uint16_t value)
+{
+    bytes[0] = static_cast<uint8_t>(value >> 8);
+    bytes[1] = static_cast<uint8_t>(value);
+}
+
+// Stores `size` bytes in the block buffer. False when it is full.
+bool store_data(iobuf_writer *writer, const uint8_t *data, int size)
+{
+    while (size > 0) {
+        if (writer->space == 0) {
+            writer->position = iobuf_request(writer->iobuf);
+            if (writer->position == nullptr)
+                return false;
+            writer->space = writer->iobuf->block_size;
+            writer->committed = false;
+        }
+        const int count = std::min(size, writer->space);
+        memcpy(writer->position, data, static_cast<size_t>(count));
+        writer->iobuf->total += count;
+        writer->position += count;
+        writer->space -= count;
+        data += count;
+        size -= count;
+        if (writer->space == 0) {
+            iobuf_commit(writer->iobuf);
+            writer->committed = true;
+        }
+    }
+    return true;
+}
+
+// Builds the packet for the next opcode. Its size, or -1 when the file name is too long.
+int build_packet(transfer *transfer)
+{
+    uint8_t *at = transfer->packet;
+    store_be16(at, transfer->opcode);
+    at += 2;
+    if (transfer->opcode == tftp_read_request) {
+        const size_t name_size = strlen(transfer->file) + 1;
+        // The buffer's last byte stays free.
+        if (2 + name_size + sizeof tftp_mode > packet_capacity - 1) {
+            report("do_tftp", 257, "too long remote-filename");
+            return -1;
+        }
+        memcpy(at, transfer->file, name_size);
+        memcpy(at + name_size, tftp_mode, sizeof tftp_mode);
+        at += name_size + sizeof tftp_mode;
+    } else if (transfer->opcode == tftp_acknowledgement) {
+        store_be16(at, transfer->block_number);
+        at += 2;
+        transfer->block_number++;
+    }
+    // Any other opcode is an echo of what the peer sent, and stands alone.
+    return static_cast<int>(at - transfer->packet);
+}
+
+// Waits for the socket: the result of select.
+int wait_for_answer(int fd)
+{
+    if (fd < 0 || fd >= FD_SETSIZE)
+        return -1;
+    fd_set readable;
+    FD_ZERO(&readable);
+    FD_SET(fd, &readable);
+    timeval timeout = {.tv_sec = answer_timeout_seconds, .tv_usec = 0};
+    return select(fd + 1, &readable, nullptr, nullptr, &timeout);
+}
+
+// Whether a packet of `size` bytes has all that is read of it.
+bool is_whole(const uint8_t *packet, ssize_t size)
+{
+    return size >= 2 && (load_be16(packet) != tftp_data || size >= tftp_header_size);
+}
+
+enum answer_kind {
+    answer_failed,  // reported
+    answer_none,    // time-out
+    answer_foreign, // not from the server's port, or too short to be read
+    answer_received,
+};
+
+// Waits for a packet and receives it; its size into `received_size`.
+answer_kind receive_answer(transfer *transfer, int *received_size)
+{
+    const int ready = wait_for_answer(transfer->fd);
+    if (ready < 0) {
+        report_errno(349, "select error");
+        return answer_failed;
+    }
+    if (ready == 0)
+        return answer_none;
+    sockaddr_in sender = {};
+    socklen_t sender_size = sizeof sender;
+    const ssize_t size = recvfrom(transfer->fd, transfer->answer, sizeof transfer->answer, 0,
+                                  reinterpret_cast<sockaddr *>(&sender), &sender_size);
+    if (size < 0) {
+        report_errno(321, "recvfrom error");
+        return answer_failed;
+    }
+    if (!is_whole(transfer->answer, size))
+        return answer_foreign;
+    // The server answers from a port of its own (RFC 1350, section 4); only the port is compared.
+    if (transfer->server.sin_port == htons(tftp_port))
+        transfer->server.sin_port = sender.sin_port;
+    if (sender.sin_port != transfer->server.sin_port)
+        return answer_foreign;
+    *received_size = static_cast<int>(size);
+    return answer_received;
+}
+
+// Sends the packet of `size` bytes until an answer comes. The answer's size, 0 when none is awaited
+// any more, -1 on failure.
+int exchange_packet(transfer *transfer, int size)
+{
+    int retries = retry_count;
+    // Ends: time-outs use up the retries, foreign packets the limit of idle answers.
+    for (;;) {
+        if (sendto(transfer->fd, transfer->packet, static_cast<size_t>(size), 0,
+                   reinterpret_cast<const sockaddr *>(&transfer->server),
+                   sizeof transfer->server) < 0) {
+            report_errno(296, "send error");
+            return -1;
+        }
+        if (transfer->finished && transfer->opcode == tftp_acknowledgement)
+            return 0; // the last acknowledgement gets no answer
+        int received_size = 0;
+        const answer_kind answer = receive_answer(transfer, &received_size);
+        if (answer == answer_failed)
+            return -1;
+        const bool limit_reached =
+            answer != answer_none && ++transfer->idle_answers >= idle_answer_limit;
+        if (answer == answer_received && !limit_reached)
+            return received_size;
+        if (answer == answer_foreign)
+            retries = retry_count;
+        if (!limit_reached) {
+            report("do_tftp", 339, "timeout");
+            retries--;
+        }
+        if (retries == 0 || limit_reached) {
+            report("do_tftp", 344, "last timeout");
+            return -1;
+        }
+    }
+}
+
+void report_error_packet(uint8_t *packet, int size)
+{
+    static const char *const texts[] = {
+        "Undefined error",        "File not found",
+        "Access violation",       "Disk full or allocation error",
+        "Illegal TFTP operation", "Unknown transfer ID",
+        "File already exists",    "No such user",
+    };
+    if (size < tftp_header_size)
+        return;
+    // The text ends where the packet does; the last byte of a full one gives way.
+    packet[std::min(size, packet_capacity - 1)] = '\0';
+    const uint16_t code = load_be16(packet + 2);
+    if (packet[tftp_header_size] != '\0')
+        report("do_tftp", 378, reinterpret_cast<const char *>(packet) + tftp_header_size);
+    else if (code < std::size(texts))
+        report("do_tftp", 378, texts[code]);
+}
+
+// Stores a data block of the expected number. False when the buffer is full.
+bool take_block(transfer *transfer, int size)
+{
+    iobuf_writer *writer = &transfer->writer;
+    transfer->idle_answers = 0;
+    if (!store_data(writer, transfer->answer + tftp_header_size, size - tftp_header_size)) {
+        report("do_tftp", 404, "package too large");
+        return false;
+    }
+    if (size != packet_capacity) {
+        fprintf(stderr, "receive last packet\n");
+        if (!writer->committed) {
+            iobuf_commit(writer->iobuf);
+            writer->committed = true;
+        }
+        transfer->finished = true;
+    }
+    return true;
+}
+
+// Acts on the answer of `size` bytes and chooses the next opcode. False ends the transfer.
+bool take_answer(transfer *transfer, int size)
+{
+    const uint16_t opcode = load_be16(transfer->answer);
+    if (opcode == tftp_error) {
+        report_error_packet(transfer->answer, size);
+        return false;
+    }
+    if (opcode == tftp_data) {
+        const int number = load_be16(transfer->answer + 2);
+        if (number == transfer->block_number) {
+            transfer->opcode = tftp_acknowledgement;
+            return take_block(transfer, size);
+        }
+        if (number + 1 == transfer->block_number) {
+            transfer->block_number = static_cast<uint16_t>(number);
+            transfer->opcode = tftp_acknowledgement;
+            return true;
+        }
+    }
+    // Anything else is sent back as it came: servers in the field get to see it so.
+    transfer->opcode = opcode;
+    return true;
+}
+
+// Fetches `remote_file` from port `port` of `host` into `buffer`. 0, -1 on failure, 1 without a
+// socket. Only gets are asked for, `block_size` is tftp_block_size, and the callback is never
+// called.
+int do_tftp(tftp_command /*command*/, const hostent *host, const char *remote_file,
+            struct iobuf *buffer, download_callback /*callback*/, void * /*argument*/,
+            uint16_t port, int block_size)
+{
+    transfer transfer = {};
+    transfer.packet =
+        static_cast<uint8_t *>(calloc(1, tftp_header_size + static_cast<size_t>(block_size)));
+    if (transfer.packet == nullptr)
+        return -1;
+    transfer.fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (transfer.fd < 0) {
+        report_errno(208, "socket error ");
+        free(transfer.packet);
+        return 1; // counts as a download of nothing; the package check refuses it
+    }
+    sockaddr_in local = {};
+    local.sin_family = AF_INET;
+    (void)bind(transfer.fd, reinterpret_cast<const sockaddr *>(&local), sizeof local);
+    transfer.server.sin_family = static_cast<sa_family_t>(host->h_addrtype);
+    memcpy(&transfer.server.sin_addr, host->h_addr_list[0], sizeof transfer.server.sin_addr);
+    transfer.server.sin_port = htons(port);
+    fprintf(stderr, "tftp download start ...\n");
+    transfer.file = remote_file;
+    transfer.block_number = 1;
+    transfer.opcode = tftp_read_request;
+    transfer.writer = {.iobuf = buffer, .position = nullptr, .space = 0, .committed = true};
+    // Ends: every answer without a new block counts against a limit, and the buffer has an end.
+    for (;;) {
+        int size = build_packet(&transfer);
+        if (size > 0)
+            size = exchange_packet(&transfer, size);
+        if (size <= 0 || !take_answer(&transfer, size))
+            break;
+    }
+    close(transfer.fd);
+    free(transfer.packet);
+    fprintf(stderr, "tftp download packet length: %d\n", buffer->total);
+    return transfer.finished ? 0 : -1;
+}
+
+int tftp_downloader_length(downloader * /*self*/)
+{
+    return 0;
+}
+
+int tftp_downloader_download(downloader *self, struct iobuf *buffer, download_callback callback,
+                             void *argument)
+{
+    const auto *tftp = reinterpret_cast<const tftp_downloader *>(self);
+    if (tftp->host == nullptr) {
+        report("tftp_downloader_download", 466, "unknown host");
+        return -1;
+    }
+    return do_tftp(tftp_cmd_get, tftp->host, tftp->file, buffer, callback, argument, tftp_port,
+                   tftp_block_size);
+}
+
+int tftp_downloader_result(downloader * /*self*/)
+{
+    return 0;
+}
+
+constexpr downloader_ops tftp_downloader_ops = {
+    .length = tftp_downloader_length,
+    .download = tftp_downloader_download,
+    .result = tftp_downloader_result,
+};
+
+} // namespace
+
+downloader *tftp_downloader_open(char *url)
+{
+    constexpr char prefix[] = "tftp://";
+    const char *rest = url;
+    if (strncmp(url, prefix, sizeof prefix - 1) == 0)
+        rest += sizeof prefix - 1;
+    auto *tftp = static_cast<tftp_downloader *>(calloc(1, sizeof(tftp_downloader)));
+    if (tftp == nullptr) {
+        fprintf(stderr, "%s:%s:%d: malloc: %s\n", "tftp.c", "tftp_downloader_open", 497,
+                strerror(errno));
+        return nullptr;
+    }
+    char *host = strdup(rest);
+    char *slash = host == nullptr ? nullptr : strchr(host, '/');
+    if (slash == nullptr) {
+        if (host != nullptr)
+            report("tftp_downloader_open", 505, "FUNCTION_FAILED");
+        free(host);
+        free(tftp);
+        return nullptr;
+    }
+    *slash = '\0';
+    tftp->base.ops = &tftp_downloader_ops;
+    tftp->file = slash + 1;
+    tftp->host = gethostbyname(host); // NOLINT(clang-analyzer-unix.Malloc): `file` points into it
+    return &tftp->base;
+}

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "upgrade/status.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "upgrade/watchdog.h"
+
+namespace {
+
+constexpr char info_path[] = "/tmp/.upgrd_info";
+constexpr char syscfg_server_path[] = "/tmp/.syscfg-server";
+constexpr int send_timeout_seconds = 2; // a receiver that does not read must not stop the upgrade
+
+ssize_t send_to(int fd, const char *path, const char *text)
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, path);
+    // The whole structure, not just the path's length: receivers see the address they are used to.
+    return sendto(fd, text, strlen(text), 0, reinterpret_cast<const sockaddr *>(&address),
+                  sizeof address);
+}
+
+// Echoes `text` and sends it to both receivers; `report` says when the first cannot be reached.
+void send_status(const char *text, bool report)
+{
+    fprintf(stderr, "%s\n", text);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
+    const timeval timeout = {.tv_sec = send_timeout_seconds, .tv_usec = 0};
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+    const ssize_t sent = send_to(fd, info_path, text);
+    if (sent < 0 && report)
+        fprintf(stderr, "sendto %s error: %s\n", info_path, strerror(errno));
+    send_to(fd, syscfg_server_path, text);
+    close(fd);
+}
+
+} // namespace
+
+void send_percentage(upgrade_context *context)
+{
+    char text[60];
+    snprintf(text, sizeof text, "UPGRD_PERCENTAGE=%d", context->percent);
+    send_status(text, false);
+}
+
+void send_stage(upgrade_context *context)
+{
+    char text[60];
+    snprintf(text, sizeof text, "UPGRD_STAGE=%s", context->stage);
+    send_status(text, false);
+    context->received = 0;
+    context->percent = 0;
+    send_percentage(context);
+}
+
+void send_error(upgrade_context * /*context*/, const char *text)
+{
+    char message[128];
+    snprintf(message, sizeof message, "UPGRD_ERROR=%s", text);
+    send_status(message, true);
+}
+
+int upgrade_callback(void *argument, int count)
+{
+    auto *context = static_cast<upgrade_context *>(argument);
+    kick_watchdog(&context->watchdog);
+    if (context->stage == nullptr && context->total == 0) {
+        context->total = context->downloader->ops->length(context->downloader);
+        context->stage = "DOWNLOADING";
+        send_stage(context);
+    }
+    // 32 bits that wrap around, as on the device, without overflow of signed numbers.
+    const uint32_t received =
+        static_cast<uint32_t>(context->received) + static_cast<uint32_t>(count);
+    context->received = static_cast<int32_t>(received);
+    if (context->total <= 0)
+        return 1;
+    const int32_t percent = static_cast<int32_t>(received * 100) / context->total;
+    if (percent > context->percent) {
+        context->percent = percent;
+        send_percentage(context);
+    }
+    return 1;
+}
