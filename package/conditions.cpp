@@ -2,163 +2,16 @@
 #include "package/conditions.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "package/package.h"
 
 namespace {
 
 constexpr int requirement_capacity = 1024; // bytes of a variable's name, and of its compiled text
-
-// Plain char is signed on some machines; the character classes want 0 to 255.
-bool is_space(char c)
-{
-    return isspace(static_cast<unsigned char>(c)) != 0;
-}
-
-bool is_name_start(char c)
-{
-    return isalpha(static_cast<unsigned char>(c)) != 0 || c == '_';
-}
-
-bool is_name_part(char c)
-{
-    return isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' || c == '-';
-}
-
-char *skip_space(char *text)
-{
-    while (is_space(*text))
-        text++;
-    return text;
-}
-
-// Where compiled bytes go. A byte that does not fit marks the output as full.
-struct code_output {
-    uint8_t *bytes;
-    int capacity;
-    int length;
-    bool full;
-};
-
-void emit(code_output *output, uint8_t byte)
-{
-    if (output->length >= output->capacity) {
-        output->full = true;
-        return;
-    }
-    output->bytes[output->length++] = byte;
-}
-
-void emit_text(code_output *output, const char *text)
-{
-    do {
-        emit(output, static_cast<uint8_t>(*text));
-    } while (*text++ != '\0');
-}
-
-// The code of the one-character token `c`, or -1 when it begins something else.
-int token_code(char c)
-{
-    switch (c) {
-    case '!':
-        return condition_and_not;
-    case '|':
-        return condition_or;
-    case '&':
-        return condition_and;
-    case '(':
-        return condition_open;
-    case ')':
-        return condition_close;
-    default:
-        return -1;
-    }
-}
-
-// Reads the comparison operator at `*text`, overwrites its first character with NUL, which ends the
-// name before it, and steps behind it. Its code, or -1. There is no "==": the value begins with the
-// second "=".
-int take_operator(char **text)
-{
-    char *at = *text;
-    const bool with_equal = at[0] != '\0' && at[1] == '=';
-    int code = -1;
-    int size = 1;
-    if (at[0] == '=') {
-        code = condition_equal;
-    } else if (at[0] == '>') {
-        code = with_equal ? condition_greater_equal : condition_greater;
-        size += with_equal ? 1 : 0;
-    } else if (at[0] == '<') {
-        code = with_equal ? condition_less_equal : condition_less;
-        size += with_equal ? 1 : 0;
-    } else if (at[0] == '!' && with_equal) {
-        code = condition_not_equal;
-        size = 2;
-    }
-    if (code < 0)
-        return -1;
-    at[0] = '\0';
-    *text = at + size;
-    return code;
-}
-
-// Ends the value at `*text` with NUL and steps behind it. Returns its start, or null without the
-// closing quote. The opening quote stays in the value: packages in the field compare with it.
-char *take_value(char **text)
-{
-    char *value = *text;
-    char *end = value;
-    if (*value == '"' || *value == '\'') {
-        end = strchr(value + 1, *value);
-        if (end == nullptr)
-            return nullptr;
-    } else {
-        while (*end != '\0' && !is_space(*end))
-            end++;
-    }
-    *text = *end == '\0' ? end : end + 1;
-    *end = '\0';
-    return value;
-}
-
-// Compiles the comparison at `*text` and steps behind it. False when it is malformed.
-bool build_comparison(char **text, code_output *output)
-{
-    char *at = *text;
-    const char *name = at;
-    if (!is_name_start(*at))
-        return false;
-    while (is_name_part(*at))
-        at++;
-    if (is_space(*at)) {
-        *at = '\0';
-        at = skip_space(at + 1);
-    }
-    int numeric = 0;
-    if (*at == ':') {
-        *at++ = '\0';
-        numeric = condition_numeric;
-    }
-    const int code = take_operator(&at);
-    if (code < 0)
-        return false;
-    at = skip_space(at);
-    const char *value = take_value(&at);
-    if (value == nullptr)
-        return false;
-    emit(output, static_cast<uint8_t>(code + numeric));
-    emit_text(output, name);
-    emit_text(output, value);
-    *text = at;
-    return true;
-}
 
 bool is_comparison(uint8_t code)
 {
@@ -200,148 +53,138 @@ bool compare(uint8_t code, const char *answer, const char *value)
     }
 }
 
-// What is known of the item that begins at one byte of the code.
-struct item_result {
-    bool evaluated;
-    bool outcome;
-    int32_t next; // where the level around the item goes on
+// One item of the code: a comparison with its outcome, an operator, or the begin or end of a group.
+struct condition_item {
+    uint8_t code;
+    bool outcome;    // of a comparison
+    uint8_t results; // see evaluate_items
+    int32_t match;   // of a begin: the item that ends the group, -1 for none
 };
 
-// One level of grouping under evaluation.
-struct group_level {
-    int32_t open;     // position of its opening byte, -1 at the outermost level
-    int32_t position; // next byte to read
-    uint8_t pending;  // operator for the next item
-    bool accumulator; // result of the items so far
-};
-
-struct evaluation {
-    const uint8_t *code;
-    int length;
-    condition_lookup lookup;
-    item_result *items;  // one for each byte of the code
-    group_level *levels; // as many as there can be, the outermost first
-};
-
-// Evaluates the comparison at `position`. False when it does not end before the code does.
-bool evaluate_comparison(evaluation *run, int position)
+// Evaluates the comparison at `*position` and steps behind it: 0 or 1, or -1 when it does not end
+// before the code does.
+int evaluate_comparison(const uint8_t *code, int length, int *position, condition_lookup lookup)
 {
-    const auto *name = reinterpret_cast<const char *>(run->code) + position + 1;
-    const char *end = reinterpret_cast<const char *>(run->code) + run->length;
+    const char *name = reinterpret_cast<const char *>(code) + *position + 1;
+    const char *end = reinterpret_cast<const char *>(code) + length;
     const void *name_end = memchr(name, '\0', static_cast<size_t>(end - name));
     if (name_end == nullptr)
-        return false;
+        return -1;
     const char *value = static_cast<const char *>(name_end) + 1;
     const void *value_end = memchr(value, '\0', static_cast<size_t>(end - value));
     if (value_end == nullptr)
-        return false;
-    item_result *item = &run->items[position];
-    item->evaluated = true;
-    item->outcome = compare(run->code[position], run->lookup(name), value);
-    item->next = static_cast<int32_t>(static_cast<const uint8_t *>(value_end) + 1 - run->code);
-    return true;
+        return -1;
+    const bool outcome = compare(code[*position], lookup(name), value);
+    *position = static_cast<int>(static_cast<const uint8_t *>(value_end) + 1 - code);
+    return outcome ? 1 : 0;
 }
 
-void combine(group_level *level, const item_result *item)
+// Splits the code into items up to the end of the outermost level, and evaluates each comparison
+// once, in order. The number of items, or -1 when a comparison is not complete: nothing is skipped
+// in an evaluation, so it would be met. `end` as in eval_conds.
+int read_items(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup,
+               condition_item *items)
 {
-    switch (level->pending) {
-    case condition_or:
-        level->accumulator = level->accumulator || item->outcome;
-        break;
-    case condition_and_not:
-        level->accumulator = level->accumulator && !item->outcome;
-        break;
-    default:
-        level->accumulator = level->accumulator && item->outcome;
-        break;
-    }
-    level->pending = condition_and;
-    level->position = item->next;
-}
-
-group_level level_at(int open)
-{
-    return {.open = open, .position = open + 1, .pending = condition_and, .accumulator = true};
-}
-
-// Takes the next step in the innermost level. 1 when that level is at its end, 0 to go on, -1 when
-// the code is malformed. A group whose result is not known yet is entered through `depth`.
-int step(evaluation *run, int *depth)
-{
-    group_level *level = &run->levels[*depth];
-    if (level->position >= run->length)
-        return 1;
-    const uint8_t code = run->code[level->position];
-    if (code == condition_close)
-        return 1;
-    if (code == condition_open || is_comparison(code)) {
-        item_result *item = &run->items[level->position];
-        if (!item->evaluated && code == condition_open) {
-            run->levels[++*depth] = level_at(level->position);
-            return 0;
+    int count = 0;
+    int innermost = -1; // open group; `match` links it to the one around it until it is closed
+    for (int position = 0; position < length;) {
+        condition_item item = {.code = code[position], .outcome = false, .results = 0, .match = -1};
+        if (is_comparison(item.code)) {
+            const int outcome = evaluate_comparison(code, length, &position, lookup);
+            if (outcome < 0)
+                return -1;
+            item.outcome = outcome != 0;
+        } else {
+            position++;
         }
-        if (!item->evaluated && !evaluate_comparison(run, level->position))
-            return -1;
-        combine(level, item);
-        return 0;
-    }
-    if (code == condition_and_not || code == condition_or || code == condition_and)
-        level->pending = code;
-    level->position++;
-    return 0;
-}
-
-// Stores the result of the finished innermost group; the level around it then finds it.
-void leave_group(evaluation *run, int *depth)
-{
-    const group_level *level = &run->levels[(*depth)--];
-    const bool closed = level->position < run->length;
-    run->items[level->open] = {
-        .evaluated = true,
-        .outcome = level->accumulator,
-        // Without its closing byte the level around the group evaluates the same bytes once more.
-        .next = closed ? level->position + 1 : level->open + 1,
-    };
-}
-
-int evaluate(evaluation *run, const uint8_t **end)
-{
-    int depth = 0;
-    run->levels[0] = level_at(-1);
-    // Ends: each step moves a level on, enters a group that has no result yet, or stores one.
-    for (;;) {
-        const int state = step(run, &depth);
-        if (state < 0)
-            return -1;
-        if (state == 0)
-            continue;
-        if (depth == 0)
+        if (item.code == condition_open) {
+            item.match = innermost;
+            innermost = count;
+        } else if (item.code == condition_close && innermost >= 0) {
+            innermost = std::exchange(items[innermost].match, count);
+        } else if (item.code == condition_close) {
+            if (end != nullptr)
+                *end = code + position;
             break;
-        leave_group(run, &depth);
+        }
+        items[count++] = item;
     }
-    const group_level *level = &run->levels[0];
-    if (level->position < run->length && end != nullptr)
-        *end = run->code + level->position + 1;
-    return level->accumulator ? 1 : 0;
+    while (innermost >= 0)
+        innermost = std::exchange(items[innermost].match, -1);
+    return count;
+}
+
+// Where an evaluation stands: the accumulator in bit 0, the pending operator above it.
+enum evaluation_state : int {
+    state_and = 0,
+    state_or = 2,
+    state_and_not = 4,
+    state_count = 6,
+    state_start = state_and | 1,
+};
+
+bool combine(int state, bool result)
+{
+    const bool accumulator = (state & 1) != 0;
+    switch (state & ~1) {
+    case state_or:
+        return accumulator || result;
+    case state_and_not:
+        return accumulator && !result;
+    default:
+        return accumulator && result;
+    }
+}
+
+// The item at which a level goes on after `item` at `index`, and the state it has there.
+int next_state(const condition_item *items, int index, int state, int *next)
+{
+    const condition_item *item = &items[index];
+    *next = index + 1;
+    switch (item->code) {
+    case condition_and:
+        return state_and | (state & 1);
+    case condition_or:
+        return state_or | (state & 1);
+    case condition_and_not:
+        return state_and_not | (state & 1);
+    case condition_open:
+        // A group without its end is evaluated up to the end of the code, and the level around it
+        // then evaluates the same items again.
+        if (item->match >= 0)
+            *next = item->match + 1;
+        return state_and |
+               (combine(state, (items[index + 1].results >> state_start & 1) != 0) ? 1 : 0);
+    default:
+        if (is_comparison(item->code))
+            return state_and | (combine(state, item->outcome) ? 1 : 0);
+        return state; // a code without a meaning
+    }
+}
+
+// Evaluates from the last item to the first, so that neither nesting nor groups left open cost more
+// than the length. Bit s of an item's `results` is what its level comes to when it is reached in
+// state s. `items` has one item more than `count`, for the end.
+bool evaluate_items(condition_item *items, int count)
+{
+    items[count] = {.code = condition_close, .outcome = false, .results = 0, .match = -1};
+    for (int index = count; index >= 0; index--) {
+        unsigned results = 0;
+        for (int state = 0; state < state_count; state++) {
+            bool result = (state & 1) != 0;
+            if (items[index].code != condition_close) {
+                int next = 0;
+                const int reached = next_state(items, index, state, &next);
+                result = (items[next].results >> reached & 1) != 0;
+            }
+            results |= (result ? 1U : 0U) << state;
+        }
+        items[index].results = static_cast<uint8_t>(results);
+    }
+    return (items[0].results >> state_start & 1) != 0;
 }
 
 } // namespace
-
-int build_conditions(char *text, uint8_t *code, int capacity)
-{
-    code_output output = {.bytes = code, .capacity = capacity, .length = 0, .full = false};
-    for (char *at = skip_space(text); *at != '\0'; at = skip_space(at)) {
-        const int token = token_code(*at);
-        if (token >= 0) {
-            emit(&output, static_cast<uint8_t>(token));
-            at++;
-        } else if (!build_comparison(&at, &output)) {
-            return -1;
-        }
-    }
-    emit(&output, condition_close);
-    return output.full ? -1 : output.length;
-}
 
 int eval_conditions(const uint8_t *code, int length, condition_lookup lookup)
 {
@@ -352,16 +195,12 @@ int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_l
 {
     if (length <= 0)
         return 1;
-    const auto count = static_cast<size_t>(length);
-    auto *items = static_cast<item_result *>(calloc(count, sizeof(item_result)));
-    auto *levels = static_cast<group_level *>(calloc(count + 1, sizeof(group_level)));
-    int result = -1;
-    if (items != nullptr && levels != nullptr) {
-        evaluation run = {
-            .code = code, .length = length, .lookup = lookup, .items = items, .levels = levels};
-        result = evaluate(&run, end);
-    }
-    free(levels);
+    auto *items = static_cast<condition_item *>(
+        calloc(static_cast<size_t>(length) + 1, sizeof(condition_item)));
+    if (items == nullptr)
+        return -1;
+    const int count = read_items(code, length, end, lookup, items);
+    const int result = count < 0 ? -1 : (evaluate_items(items, count) ? 1 : 0);
     free(items);
     return result;
 }

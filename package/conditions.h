@@ -46,9 +46,8 @@ int eval_conditions(const uint8_t *code, int length, condition_lookup lookup);
 /// had when the code ends without a closing byte.
 ///
 /// A group without its closing byte runs to the end of the code, and the level around it then
-/// evaluates the same bytes again from the group's start. Each group is evaluated once and its
-/// result kept, so the time is quadratic in `length` at the most; the stack does not grow with the
-/// nesting.
+/// evaluates the same bytes again from the group's start. Each comparison asks `lookup` once all
+/// the same, in the order of the code; time is linear in `length`, and the stack does not grow.
 int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup);
 
 /// The feature set that get_feature looks in: `_feature_set_size` bytes of NUL-terminated names and

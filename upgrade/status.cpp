@@ -9,6 +9,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "download/safe_io.h"
 #include "upgrade/watchdog.h"
 
 namespace {
@@ -21,7 +22,7 @@ ssize_t send_to(int fd, const char *path, const char *text)
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, path);
+    safe_strncpy(address.sun_path, path, sizeof address.sun_path);
     // The whole structure, not just the path's length: receivers see the address they are used to.
     return sendto(fd, text, strlen(text), 0, reinterpret_cast<const sockaddr *>(&address),
                   sizeof address);

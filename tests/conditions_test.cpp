@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "package/conditions.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <vector>
+
+using namespace std::string_literals;
+
+namespace {
+
+std::map<std::string, std::string> values;
+
+const char *look_up(const char *name)
+{
+    const auto found = values.find(name);
+    return found == values.end() ? nullptr : found->second.c_str();
+}
+
+// The compiled bytes, or "malformed".
+std::string compiled(std::string text, int capacity = 4096)
+{
+    std::vector<uint8_t> code(4096);
+    const int length = build_conditions(text.data(), code.data(), capacity);
+    return length < 0 ? "malformed" : std::string(code.begin(), code.begin() + length);
+}
+
+int evaluated(const std::string &code)
+{
+    // A copy of the exact size, so that the sanitizer sees a read beyond the end.
+    const std::vector<uint8_t> bytes(code.begin(), code.end());
+    return eval_conditions(bytes.data(), static_cast<int>(bytes.size()), look_up);
+}
+
+} // namespace
+
+TEST(BuildConditions, CompilesToTheBytesOfTheFormat)
+{
+    const struct {
+        const char *text;
+        std::string code;
+    } rows[] = {
+        {"", "\xFF"},
+        {" \t\n", "\xFF"},
+        {"ram:>=64 & board=rev2", "\x0Bram\0"s
+                                  "64\0\x12\0board\0rev2\0\xFF"s},
+        {"a=1", "\0a\0"s
+                "1\0\xFF"s},
+        {"a>1 a<1 a>=1", "\1a\0"s
+                         "1\0\2a\0"s
+                         "1\0\3a\0"s
+                         "1\0\xFF"s},
+        {"a<=1 a!=1", "\4a\0"s
+                      "1\0\5a\0"s
+                      "1\0\xFF"s},
+        {"a:=1 a:!=1", "\x08"s
+                       "a\0"s
+                       "1\0\x0D"s
+                       "a\0"s
+                       "1\0\xFF"s},
+        {"a==1", "\0a\0=1\0\xFF"s},
+        {"(a=1)", "\x13\0a\0"s
+                  "1)\0\xFF"s},
+        {"( a=1 )", "\x13\0a\0"s
+                    "1\0\xFF\xFF"s},
+        {"!|&()", "\x10\x11\x12\x13\xFF\xFF"},
+        {"a = \"x y\"", "\0a\0\"x y\0\xFF"s},
+        {"a='it' b=2", "\0a\0'it\0\0b\0"s
+                       "2\0\xFF"s},
+        {"a :>1", "\x09"s
+                  "a\0"s
+                  "1\0\xFF"s},
+        {"a=", "\0a\0\0\xFF"s},
+        {"_a-b=1", "\0_a-b\0"s
+                   "1\0\xFF"s},
+        {"a", "malformed"},
+        {"a:", "malformed"},
+        {"a!1", "malformed"},
+        {"a.b=1", "malformed"},
+        {"1a=2", "malformed"},
+        {"a: =1", "malformed"},
+        {"a='x", "malformed"},
+        {"\xC4=1", "malformed"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(compiled(row.text), row.code) << row.text;
+}
+
+TEST(BuildConditions, RefusesCodeBeyondItsCapacity)
+{
+    EXPECT_EQ(compiled("ab=c", 6), "malformed"); // needs 1 + 3 + 2 + 1 bytes
+    EXPECT_EQ(compiled("ab=c", 7).size(), 7U);
+    EXPECT_EQ(compiled("a=" + std::string(10'000, 'x'), 1024), "malformed");
+}
+
+TEST(EvalConditions, FollowsTheLanguage)
+{
+    values = {
+        {"a", "1"}, {"b", "2"}, {"ram", "0x80"}, {"top", "0x7fffffff"}, {"big", "99999999999"}};
+    const struct {
+        const char *text;
+        int result;
+    } rows[] = {
+        {"", 1},
+        {"a=1", 1},
+        {"a=2", 0},
+        {"a=1 b=3", 0},             // nothing between two comparisons is "and"
+        {"! a=1", 0},               //
+        {"! ! a=1", 0},             // one operator is pending: the last one
+        {"a=1 | ! b=2", 0},         // "or not" is "and not"
+        {"| a=2", 1},               // a leading "or" makes its left side true
+        {"| a=1 & b=3", 0},         //
+        {"a=2 | b=2 & a=2", 0},     // from left to right, without precedence
+        {"a=2 | ( b=2 & a=1 )", 1}, //
+        {"a=1 ) b=3", 1},           // ends at an unbalanced parenthesis
+        {"( a=2 ) | a=1", 1},       //
+        {"! ( a=2 | b=3 )", 1},     //
+        {"( a=1 ) ( ( b=2 ) )", 1}, //
+        {"a!=", 1},                 //
+        {"none!=x", 1},             // an unknown name is the empty text
+        {"none=", 1},               //
+        {"none:<1", 1},             // and the number 0
+        {"ram:>=64", 1},            // base by prefix
+        {"ram:=0200", 1},           //
+        {"a:=1.5", 1},              // what follows a number does not count
+        {"ram>9", 0},               // as texts
+        {"top:>-1", 0},             // the difference wraps around at 32 bits
+        {"big:=2147483647", 1},     // saturates
+        {"a='1'", 0},               // the opening quote is part of the value
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(evaluated(compiled(row.text)), row.result) << row.text;
+}
+
+TEST(EvalConditions, TakesAnyBytesAsCode)
+{
+    values = {{"a", "1"}};
+    const struct {
+        const char *what;
+        std::string code;
+        int result;
+    } rows[] = {
+        {"no code", "", 1},
+        {"codes that are skipped", "\6\7\x0E\x0F\x14\xFE", 1},
+        {"no end",
+         "\0a\0"s
+         "2\0"s,
+         0},
+        {"cut inside a name", "\0a"s, -1},
+        {"cut inside a value",
+         "\0a\0"s
+         "1"s,
+         -1},
+        {"malformed inside a group", "\x13\0a"s, -1},
+        {"malformed behind the end", "\xFF\0a"s, 1},
+        // Without its closing byte the group is evaluated, and then its bytes again: not (a=2),
+        // then a=2.
+        {"open group",
+         "\x10\x13\0a\0"s
+         "2\0"s,
+         0},
+        {"open group of what holds",
+         "\x10\x13\0a\0"s
+         "1\0"s,
+         0},
+        {"open group, or",
+         "\0a\0"s
+         "2\0\x11\x13\0a\0"s
+         "1\0"s,
+         1},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(evaluated(row.code), row.result) << row.what;
+}
+
+// The language once more, the plain and slow way: groups by recursion, one look-up an evaluation.
+int plainly_evaluated(const std::string &code, size_t *position)
+{
+    int accumulator = 1;
+    uint8_t pending = condition_and;
+    while (*position < code.size()) {
+        const auto byte = static_cast<uint8_t>(code[(*position)++]);
+        int outcome = 0;
+        if (byte == condition_close)
+            return accumulator;
+        if (byte == condition_open) {
+            size_t end = *position;
+            outcome = plainly_evaluated(code, &end);
+            if (end <= code.size()) // closed: else the same bytes once more
+                *position = end;
+        } else if (byte == condition_equal) {
+            outcome = code[*position] == 'a' ? 1 : 0;
+            *position += 3; // the name and the empty value
+        } else {
+            pending = byte;
+            continue;
+        }
+        accumulator = pending == condition_or    ? accumulator | outcome
+                      : pending == condition_and ? accumulator & outcome
+                                                 : accumulator & (1 - outcome);
+        pending = condition_and;
+    }
+    *position = code.size() + 1; // not closed
+    return accumulator;
+}
+
+TEST(EvalConditions, AgreesWithThePlainEvaluation)
+{
+    values = {{"a", ""}, {"b", "x"}}; // a= holds, b= does not
+    const std::string items[] = {"\x10", "\x11", "\x12", "\x13", "\xFF", "\0a\0\0"s, "\0b\0\0"s};
+    uint32_t random = 1;
+    for (int round = 0; round < 20'000; round++) {
+        std::string code;
+        for (int i = 0; i < 12; i++) {
+            random = random * 1664525 + 1013904223;
+            code += items[(random >> 16) % 7];
+        }
+        size_t position = 0;
+        ASSERT_EQ(evaluated(code), plainly_evaluated(code, &position)) << round;
+    }
+}
+
+TEST(EvalConditions, EndsSoonWhateverIsLeftOpen)
+{
+    values = {{"a", "1"}};
+    EXPECT_EQ(evaluated(std::string(65535, '\x13')), 1);
+    std::string mixed;
+    for (int i = 0; i < 500; i++)
+        mixed += "\x13\0a\0"s
+                 "1\0"s;
+    EXPECT_EQ(evaluated(mixed), 1);
+    EXPECT_EQ(evaluated(std::string(20000, '\x13') +
+                        "\0a\0"s
+                        "2\0"s +
+                        std::string(20000, '\xFF')),
+              0);
+}
+
+TEST(EvalConds, TellsWhereTheGroupEnds)
+{
+    const uint8_t code[] = {condition_and, condition_close, condition_equal};
+    const uint8_t *end = nullptr;
+    EXPECT_EQ(eval_conds(code, 3, &end, look_up), 1);
+    EXPECT_EQ(end, code + 2);
+    end = code;
+    EXPECT_EQ(eval_conds(code, 1, &end, look_up), 1);
+    EXPECT_EQ(end, code); // untouched: the code ended first
+}
+
+TEST(Features, AreLookedUpInThePublishedSetAlone)
+{
+    const auto set = "ram\0"s
+                     "64\0board\0rev2\0ram\0"s
+                     "65\0cut"s;
+    _feature_set = reinterpret_cast<const uint8_t *>(set.data());
+    _feature_set_size = static_cast<int>(set.size());
+    EXPECT_STREQ(get_feature("ram"), "64");
+    EXPECT_STREQ(get_feature("board"), "rev2");
+    EXPECT_EQ(get_feature("64"), nullptr);
+    EXPECT_EQ(get_feature("RAM"), nullptr);
+    EXPECT_EQ(get_feature("cut"), nullptr);
+    _feature_set_size = 8; // "ram", "64", and the first letter of a name
+    EXPECT_EQ(get_feature("b"), nullptr);
+    _feature_set_size = 4; // a name without a value
+    EXPECT_EQ(get_feature("ram"), nullptr);
+    _feature_set = nullptr;
+    EXPECT_EQ(get_feature("ram"), nullptr);
+}
+
+TEST(EvalFeatures, UsesUpTheRequirementOfAType)
+{
+    const auto set = "ram\0"s
+                     "64\0"s;
+    const auto *bytes = reinterpret_cast<const uint8_t *>(set.data());
+    const int length = static_cast<int>(set.size());
+    unsetenv("kernel_features");
+    EXPECT_EQ(eval_features(2, bytes, length), 1);
+    setenv("kernel_features", "ram:>=32 & ram:<128", 1);
+    EXPECT_EQ(eval_features(2, bytes, length), 1);
+    EXPECT_STREQ(getenv("kernel_features"), "ram");
+    EXPECT_EQ(eval_features(2, bytes, length), 0); // the rest, a name alone, does not compile
+    setenv("kernel_features", "ram:>=128", 1);
+    EXPECT_EQ(eval_features(2, bytes, length), 0);
+    setenv("kernel_features", " ( ) ", 1); // no comparison: not used up
+    EXPECT_EQ(eval_features(2, bytes, length), 1);
+    EXPECT_EQ(eval_features(2, bytes, length), 1);
+    setenv("unkown<5>_features", "ram=1", 1); // the spelling of the type's name
+    EXPECT_EQ(eval_features(5, bytes, length), 0);
+    EXPECT_EQ(eval_features(9, bytes, length), 0);
+    setenv("app_features", ("ram=" + std::string(10'000, '6')).c_str(), 1);
+    EXPECT_EQ(eval_features(4, bytes, length), 0);
+}

@@ -1,0 +1,166 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "package/package.h"
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+using namespace std::string_literals;
+
+namespace {
+
+constexpr int block_size = 4096;
+
+std::vector<uint8_t> block_of(const std::string &bytes)
+{
+    std::vector<uint8_t> block(block_size);
+    memcpy(block.data(), bytes.data(), bytes.size());
+    return block;
+}
+
+// The 22 bytes of an entry without conditions, then whatever `rest` says.
+std::string entry_of(int header_size, const std::string &conditions_length, const std::string &rest)
+{
+    return std::string{static_cast<char>(header_size >> 8), static_cast<char>(header_size)} +
+           "\x02\x07\0\0\1\2\0\0\1\1\0\0\x10\0\0\0\0\1"s + conditions_length + rest;
+}
+
+const std::string head = "\xDB\xAD\x47\x5E\0\1\0\1\0\0\x20\x05"
+                         "0123456789abcdef"s;
+
+} // namespace
+
+TEST(PackageHead, IsReadBigEndian)
+{
+    package package;
+    init_package_struct(&package);
+    const auto block = block_of(head);
+    ASSERT_EQ(read_package_head(&package, block.data(), 0), 0);
+    EXPECT_EQ(package.encryp, 1);
+    EXPECT_EQ(package.size, 0x2005U);
+    EXPECT_EQ(package.checksum, block.data() + 12);
+    EXPECT_EQ(package.parts[7].type, -1);
+}
+
+TEST(PackageHead, KeepsWhatItRefuses)
+{
+    package package;
+    init_package_struct(&package);
+    auto block = block_of(head);
+    block[3] = 0x5F;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(read_package_head(&package, block.data(), block_size), -1);
+    block[3] = 0x5E;
+    block[5] = 2;
+    EXPECT_EQ(read_package_head(&package, block.data(), block_size), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Bad magic: dbad475f\nBad version: 2\n");
+    EXPECT_EQ(package.magic, package_magic);
+    EXPECT_EQ(package.version, 2);
+    EXPECT_EQ(package.checksum, nullptr);
+}
+
+TEST(PackageParts, AreReadUpToTheEndMarkOrTheEighth)
+{
+    const auto entry = entry_of(26, "\0\0"s, "\0\0\0\0"s);
+    std::string table;
+    for (int count = 0; count <= 9; count++) {
+        package package;
+        init_package_struct(&package);
+        EXPECT_EQ(read_package_parts(&package, block_of(head + table).data(), block_size),
+                  std::min(count, 8));
+        table += entry;
+    }
+    package package;
+    EXPECT_EQ(read_package_parts(&package, block_of(head).data(), 27), -1);
+}
+
+TEST(PackageParts, FindTheVariableFields)
+{
+    // The features length word stands behind the conditions, padded to a multiple of four with
+    // their own length word.
+    const struct {
+        int conditions_length;
+        int features_word;
+    } rows[] = {{0, 24}, {1, 24}, {2, 24}, {3, 28}, {6, 28}, {7, 32}};
+    for (const auto &row : rows) {
+        std::string entry = entry_of(40, {'\0', static_cast<char>(row.conditions_length)}, "");
+        entry.resize(static_cast<size_t>(row.features_word), 'c');
+        entry += "\0\2xy"s;
+        const auto block = block_of(entry);
+        package_part part = {};
+        ASSERT_EQ(read_part(&part, block.data(), block_size), 40);
+        EXPECT_EQ(part.conditions, block.data() + 22);
+        EXPECT_EQ(part.features_length, 2);
+        EXPECT_EQ(part.features, block.data() + row.features_word + 2);
+    }
+    package_part part = {};
+    // An entry of 20 bytes is accepted: its length words are the next entry's bytes.
+    ASSERT_EQ(read_part(&part, block_of(entry_of(20, "\0\0"s, "\0\0\0\3"s)).data(), block_size),
+              20);
+    EXPECT_EQ(part.type, 2);
+    EXPECT_EQ(part.compress, 7U);
+    EXPECT_EQ(part.actual_size, 0x102U);
+    EXPECT_EQ(part.size, 0x101U);
+    EXPECT_EQ(part.offset, 0x1000U);
+    EXPECT_EQ(part.flags, 1U);
+    EXPECT_EQ(part.features_length, 3);
+}
+
+TEST(PackageParts, RefuseWhatDoesNotLieInTheBlock)
+{
+    const std::string invalid = "invalid size\n";
+    const struct {
+        const char *what;
+        std::string entry;
+        int remaining;
+        std::string message;
+    } rows[] = {
+        {"nothing", "\0\0\0\0"s, 0, invalid},
+        {"beyond the block", "\0\0\0\0"s, -70'000, invalid},
+        {"three bytes", "\0\0\0\0"s, 3, invalid},
+        {"header size 1", "\0\1\0\0"s, 4, "invalid part header size: 1\n"},
+        {"header size 19", "\0\x13\0\0"s, 4, "invalid part header size: 19\n"},
+        {"fixed fields", entry_of(26, "\0\0"s, ""), 21, invalid},
+        {"features length word", entry_of(26, "\0\0"s, "\0\0\0\0"s), 25, invalid},
+        {"conditions", entry_of(26, "\xFF\xFF"s, ""), 60, invalid},
+        {"features", entry_of(26, "\0\0"s, "\0\0\0\3"s), 28, invalid},
+    };
+    for (const auto &row : rows) {
+        // A copy of the exact size, so that the sanitizer sees a read beyond the end.
+        std::vector<uint8_t> bytes(row.entry.begin(), row.entry.end());
+        bytes.resize(static_cast<size_t>(std::max(row.remaining, 0)));
+        package_part part = {};
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(read_part(&part, bytes.data(), row.remaining), -1) << row.what;
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.message) << row.what;
+    }
+    // The same through the table: an entry that ends three bytes before the block does.
+    package package;
+    init_package_struct(&package);
+    const auto block = block_of(head + entry_of(block_size - 28 - 3, "\0\0"s, "\0\0\0\0"s));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(read_package_parts(&package, block.data(), block_size), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), invalid + "error while reading part info\n");
+}
+
+TEST(DumpPackage, PrintsFlagsBeforeSizeAndOffset)
+{
+    package package;
+    init_package_struct(&package);
+    const auto block = block_of(head + entry_of(26, "\0\0"s, "\0\0\0\0"s));
+    ASSERT_EQ(read_package_head(&package, block.data(), block_size), 0);
+    ASSERT_EQ(read_package_parts(&package, block.data(), block_size), 1);
+    package.parts[1] = package.parts[0];
+    package.parts[1].type = 9;
+    testing::internal::CaptureStdout();
+    dump_package(&package);
+    const std::string fields = "    compress: 7\n    actual size: 258\n    flags: 00000001\n"
+                               "    size: 257\n    offset: 4096\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "magic: dbad475e\n"
+              "checksum: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 \n"
+              "version: 1\nencryp: 1\nsize: 8197\n"
+              "  part #0:\n    type: kernel\n" +
+                  fields + "  part #1:\n    type: unknown<9>\n" + fields);
+}
