@@ -34,6 +34,37 @@ int evaluated(const std::string &code)
     return eval_conditions(bytes.data(), static_cast<int>(bytes.size()), look_up);
 }
 
+// The language once more, the plain and slow way: groups by recursion, one look-up an evaluation.
+int plainly_evaluated(const std::string &code, size_t *position)
+{
+    int accumulator = 1;
+    uint8_t pending = condition_and;
+    while (*position < code.size()) {
+        const auto byte = static_cast<uint8_t>(code[(*position)++]);
+        int outcome = 0;
+        if (byte == condition_close)
+            return accumulator;
+        if (byte == condition_open) {
+            size_t end = *position;
+            outcome = plainly_evaluated(code, &end);
+            if (end <= code.size()) // closed: else the same bytes once more
+                *position = end;
+        } else if (byte == condition_equal) {
+            outcome = code[*position] == 'a' ? 1 : 0;
+            *position += 3; // the name and the empty value
+        } else {
+            pending = byte;
+            continue;
+        }
+        accumulator = pending == condition_or    ? accumulator | outcome
+                      : pending == condition_and ? accumulator & outcome
+                                                 : accumulator & (1 - outcome);
+        pending = condition_and;
+    }
+    *position = code.size() + 1; // not closed
+    return accumulator;
+}
+
 } // namespace
 
 TEST(BuildConditions, CompilesToTheBytesOfTheFormat)
@@ -173,37 +204,6 @@ TEST(EvalConditions, TakesAnyBytesAsCode)
     };
     for (const auto &row : rows)
         EXPECT_EQ(evaluated(row.code), row.result) << row.what;
-}
-
-// The language once more, the plain and slow way: groups by recursion, one look-up an evaluation.
-int plainly_evaluated(const std::string &code, size_t *position)
-{
-    int accumulator = 1;
-    uint8_t pending = condition_and;
-    while (*position < code.size()) {
-        const auto byte = static_cast<uint8_t>(code[(*position)++]);
-        int outcome = 0;
-        if (byte == condition_close)
-            return accumulator;
-        if (byte == condition_open) {
-            size_t end = *position;
-            outcome = plainly_evaluated(code, &end);
-            if (end <= code.size()) // closed: else the same bytes once more
-                *position = end;
-        } else if (byte == condition_equal) {
-            outcome = code[*position] == 'a' ? 1 : 0;
-            *position += 3; // the name and the empty value
-        } else {
-            pending = byte;
-            continue;
-        }
-        accumulator = pending == condition_or    ? accumulator | outcome
-                      : pending == condition_and ? accumulator & outcome
-                                                 : accumulator & (1 - outcome);
-        pending = condition_and;
-    }
-    *position = code.size() + 1; // not closed
-    return accumulator;
 }
 
 TEST(EvalConditions, AgreesWithThePlainEvaluation)
