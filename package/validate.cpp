@@ -82,25 +82,35 @@ int decrypt_venid_rc4(void * /*context*/, const package *package, iobuf *buffer)
         return -1;
     }
     fprintf(stderr, "decrypt using: %s\n", key);
-    rc4_state state;
-    rc4_setup(&state, reinterpret_cast<const uint8_t *>(key), static_cast<int>(strlen(key)));
     if (!length_is_right(package, buffer))
         return 0; // the check of the package says so again, and refuses it
+    return cipher_package(package, buffer, key);
+}
+
+int cipher_package(const package *package, iobuf *buffer, const char *key)
+{
+    rc4_state state;
+    rc4_setup(&state, reinterpret_cast<const uint8_t *>(key), static_cast<int>(strlen(key)));
     if (!protect_blocks(package, buffer, PROT_READ | PROT_WRITE))
         return -1;
     walk_blocks(package, buffer, decipher_bytes, &state);
     return protect_blocks(package, buffer, PROT_READ) ? 0 : -1;
 }
 
+void digest_package(const package *package, const iobuf *buffer, uint8_t *digest)
+{
+    MD5_context context;
+    MD5Init(&context);
+    walk_blocks(package, buffer, digest_bytes, &context);
+    MD5Final(digest, &context);
+}
+
 int valid_package(void * /*context*/, const package *package, const iobuf *buffer)
 {
     if (!length_is_right(package, buffer))
         return 0;
-    MD5_context digest_context;
-    MD5Init(&digest_context);
-    walk_blocks(package, buffer, digest_bytes, &digest_context);
     uint8_t digest[md5_digest_size];
-    MD5Final(digest, &digest_context);
+    digest_package(package, buffer, digest);
     if (memcmp(digest, package->checksum, sizeof digest) == 0)
         return 1;
     fprintf(stderr, "Checksum error!\n");

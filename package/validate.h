@@ -23,6 +23,15 @@ int decrypt_package(void *context, const package *package, iobuf *buffer);
 /// not used.
 int decrypt_venid_rc4(void *context, const package *package, iobuf *buffer);
 
+/// Applies the cipher with the text `key`, in silence and in either direction: the maker of
+/// packages enciphers with it. 0, or -1 when blocks cannot be made writable and sealed again. The
+/// package's length is what the buffer holds.
+int cipher_package(const package *package, iobuf *buffer, const char *key);
+
+/// Stores the 16 bytes of the digest of the blocks as they stand at `digest`. The package's length
+/// is what the buffer holds.
+void digest_package(const package *package, const iobuf *buffer, uint8_t *digest);
+
 /// 1 when the length is what was downloaded and the digest of the deciphered bytes is the header's,
 /// else 0 with one line on standard error. `context` is not used.
 int valid_package(void *context, const package *package, const iobuf *buffer);
