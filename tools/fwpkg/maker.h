@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// Making a package from its manifest. The same manifest, files and key give the same bytes.
+//
+// The part table stands behind the header, each entry padded to a multiple of four, then the end
+// mark where there are fewer than eight entries. The first part's data starts at 4096, each further
+// one at the next multiple of 4096, zeros between; a part without data has offset 0, and a package
+// without any data ends with its table. docs/package-format.md has the format.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/fwpkg/manifest.h"
+
+namespace fwpkg {
+
+/// The bytes of the package that `manifest` describes, its parts' files read. `key` enciphers and
+/// is there exactly when the manifest asks for it. Throws failure, with the numbers, when a file
+/// cannot be read, a condition does not compile, the table does not fit the first block or the
+/// package the device.
+std::vector<uint8_t> make_package(const manifest &manifest, const std::optional<std::string> &key);
+
+} // namespace fwpkg

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// Texts that several commands print alike.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace fwpkg {
+
+/// True when `text` can be shown on a terminal as it stands: UTF-8 without control characters and
+/// without the marks that turn the direction of writing.
+bool is_printable(std::string_view text);
+
+/// `text` as it stands when it is printable, else with `\xNN` for each byte outside printable ASCII
+/// and for the backslash.
+std::string printable(std::string_view text);
+
+/// "0b 72 61": the bytes in hexadecimal, blanks between.
+std::string hex(std::span<const uint8_t> bytes);
+
+/// The digest as 32 hexadecimal digits.
+std::string hex_digest(std::span<const uint8_t> digest);
+
+/// The name of a part type as the device prints it: one of part_type_names, "unknown<N>" above.
+std::string type_name(int type);
+
+/// "1 part", "2 parts".
+std::string count_of(uint64_t count, std::string_view noun);
+
+} // namespace fwpkg
