@@ -19,11 +19,6 @@ constexpr int block_rest_microseconds = 40'000;
 constexpr int retry_rest_microseconds = 400'000;
 constexpr int trailer_rest_microseconds = 100'000;
 
-constexpr bool is_writable_type(int32_t type)
-{
-    return type >= 2 && type <= 4;
-}
-
 using blocks_function = int (*)(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
                                 download_callback callback, void *callback_context);
 
@@ -31,7 +26,7 @@ using blocks_function = int (*)(int fd, uint8_t *const *blocks, int32_t block_si
 int process_part(upgrade_context *context, const package_part *part, int flags,
                  blocks_function process)
 {
-    if (!is_writable_type(part->type)) {
+    if (!partition_is_writable(part->type)) {
         fprintf(stderr, "writing partition %d not supported\n", part->type);
         return -1;
     }

@@ -1,9 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// How a part type names its flash partition.
+// Part types and their flash partitions.
 #pragma once
 
 #include <cstdint>
+
+/// Whether parts of `type` are written to flash: kernel, base and app alone.
+constexpr bool partition_is_writable(int32_t type)
+{
+    return type >= 2 && type <= 4;
+}
 
 /// A device name with its terminating NUL.
 struct partition_name {

@@ -78,12 +78,12 @@ bool select_parts(package *package, uint32_t *sum)
     return true;
 }
 
-// Whether all blocks that the flash writer would take for `part` were downloaded. It writes types 2
-// to 4 alone, and nothing for a size that is 0 or less as a signed number.
+// Whether all blocks that the flash writer would take for `part` were downloaded. It takes none for
+// a size that is 0 or less as a signed number.
 bool part_is_present(const package_part *part, const iobuf *buffer)
 {
     const auto size = static_cast<int32_t>(part->size);
-    if (part->type < 2 || part->type > 4 || size <= 0)
+    if (!partition_is_writable(part->type) || size <= 0)
         return true;
     const int64_t first = part->offset / static_cast<uint32_t>(buffer->block_size);
     const int64_t end = first + (int64_t{size} + buffer->block_size - 1) / buffer->block_size;
