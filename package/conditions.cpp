@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "package/conditions.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <utility>
 
 #include "package/package.h"
+#include "platform/number.h"
 
 namespace {
 
@@ -18,13 +18,10 @@ bool is_comparison(uint8_t code)
     return (code & ~condition_numeric) <= condition_not_equal;
 }
 
-// A number as the device reads it: automatic base, 0 without digits, saturated at 32 bits.
+// A number as conditions mean it: automatic base, 0 without a text or digits.
 int32_t number_of(const char *text)
 {
-    if (text == nullptr)
-        return 0;
-    const long long value = strtoll(text, nullptr, 0);
-    return static_cast<int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
+    return text == nullptr ? 0 : number_from_text(text, 0, nullptr);
 }
 
 bool compare(uint8_t code, const char *answer, const char *value)
