@@ -1,0 +1,78 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "download/ftp_control.h"
+
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include "download/safe_io.h"
+#include "platform/number.h"
+
+namespace {
+
+constexpr size_t command_size = 1024;
+constexpr size_t read_size = ftp_reply_size - 2;
+
+/// Whether the command fitted its buffer; whether it arrives shows in the reply.
+bool send_command(const char *command, const char *argument, int socket)
+{
+    char buffer[command_size];
+    const int length =
+        snprintf(buffer, sizeof(buffer), "%s%s\r\n", command, argument != nullptr ? argument : "");
+    if (length < 0 || static_cast<size_t>(length) >= sizeof(buffer))
+        return false;
+    safe_write(socket, buffer, static_cast<size_t>(length));
+    return true;
+}
+
+bool complete(const char *reply)
+{
+    return strlen(reply) >= ftp_reply_text && isdigit(static_cast<unsigned char>(reply[0])) != 0 &&
+           reply[ftp_reply_text - 1] == ' ';
+}
+
+} // namespace
+
+int open_socket(const sockaddr_in *address)
+{
+    const int result = socket(AF_INET, SOCK_STREAM, 0);
+    if (result < 0) {
+        fprintf(stderr, "ftp.c:open_socket:101: socket error: %s", strerror(errno));
+        return -1;
+    }
+    // The kernel gives up connecting well before this.
+    const timeval silence = {.tv_sec = ftp_silence_seconds, .tv_usec = 0};
+    setsockopt(result, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof(silence));
+    setsockopt(result, SOL_SOCKET, SO_SNDTIMEO, &silence, sizeof(silence));
+    if (connect(result, reinterpret_cast<const sockaddr *>(address), sizeof(*address)) != 0) {
+        fprintf(stderr, "ftp.c:open_socket:106: connect error: %s", strerror(errno));
+        close(result);
+        return -1;
+    }
+    return result;
+}
+
+int ftpcmd(const char *command, const char *argument, int socket, char *reply)
+{
+    reply[0] = '\0';
+    if (command != nullptr && !send_command(command, argument, socket))
+        return -1;
+    do { // as long as the server sends lines that are no reply; its silence ends it
+        // Not safe_read: an interrupted read is reported like every other failure, then repeated.
+        const ssize_t length = read(socket, reply, read_size);
+        const int error = length == 0 ? ECONNRESET : errno;
+        reply[length > 0 ? length : 0] = '\0';
+        if (length <= 0) {
+            fprintf(stderr, "ftp.c:ftpcmd:127: fgets error: %s", strerror(error));
+            if (error != EINTR)
+                return -1;
+        }
+        if (char *line_end = strstr(reply, "\r\n"); line_end != nullptr)
+            *line_end = '\0';
+    } while (!complete(reply));
+    return number_from_text(reply, 10, nullptr);
+}
