@@ -1,0 +1,451 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// Sockets: ports both ways, the status receivers, waits, and a server that misbehaves.
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <fcntl.h>
+#include <iterator>
+#include <netinet/in.h>
+#include <sys/un.h>
+
+#include "tools/simdev/core/model.h"
+
+namespace {
+
+constexpr int receiver_queue_length = 10; // datagrams, as a Linux system has it by default
+constexpr const char *receivers[] = {"/tmp/.upgrd_info", "/tmp/.syscfg-server"};
+
+timeval to_timeval(int64_t microseconds)
+{
+    return {.tv_sec = static_cast<time_t>(microseconds / 1'000'000),
+            .tv_usec = static_cast<suseconds_t>(microseconds % 1'000'000)};
+}
+
+// The other port of a pair; `port` itself where there is none. Host byte order.
+uint16_t map_port(bool udp, bool to_actual, uint16_t port)
+{
+    for (size_t index = 0; index < model.port_count; index++) {
+        const port_pair &pair = model.ports[index];
+        if (pair.udp == udp && port == (to_actual ? pair.device : pair.actual))
+            return to_actual ? pair.actual : pair.device;
+    }
+    return port;
+}
+
+bool is_ipv4(const sockaddr *address, socklen_t size)
+{
+    return address != nullptr && size >= sizeof(sockaddr_in) && address->sa_family == AF_INET;
+}
+
+// The address as the real system has it; names the slot by the device's view of it.
+sockaddr_in real_address(slot *connection, const sockaddr *address)
+{
+    sockaddr_in mapped;
+    memcpy(&mapped, address, sizeof mapped);
+    char text[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &mapped.sin_addr, text, sizeof text);
+    snprintf(connection->target, sizeof connection->target, "%s:%u", text, ntohs(mapped.sin_port));
+    mapped.sin_port = htons(map_port(connection->kind == slot_udp, true, ntohs(mapped.sin_port)));
+    return mapped;
+}
+
+void count_traffic(int fd, slot *connection, int64_t received, int64_t sent)
+{
+    if (model.busy_fd != fd)
+        log_pending();
+    model.busy_fd = fd;
+    connection->pending_received += received;
+    connection->pending_sent += sent;
+    connection->pending_calls++;
+    connection->received += received;
+}
+
+// Lets time pass before, or in place of, an answer.
+void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const char *fault)
+{
+    const int saved = errno;
+    if (really && !model.fast)
+        sleep_really(microseconds);
+    advance(microseconds);
+    sim_operation operation = make_operation("wait");
+    operation.target =
+        connection == nullptr || connection->target[0] == '\0' ? nullptr : connection->target;
+    operation.duration_us = microseconds;
+    operation.fault = fault;
+    log_operation(&operation);
+    errno = saved;
+}
+
+// What a server's fault leaves of a connection.
+struct peer {
+    int64_t bytes;      // that can still be received in one call
+    int64_t silence_us; // until then; never_us: for ever
+    bool ended;
+    const char *fault;
+};
+constexpr int64_t never_us = INT64_MAX;
+
+peer look_at_peer(const slot *connection)
+{
+    peer result = {INT64_MAX, 0, false, nullptr};
+    if (!model.has_server_fault || (connection->kind != slot_tcp && connection->kind != slot_udp))
+        return result;
+    for (size_t index = 0; index < model.fault_count; index++) {
+        const sim_fault *fault = &model.faults[index];
+        if (fault->kind == fault_server_stall || fault->kind == fault_server_cut) {
+            const int64_t left = std::max<int64_t>(fault->at - connection->received, 0);
+            result.bytes = std::min(result.bytes, left);
+            // A datagram has no connection to end, so its server just goes silent.
+            if (left == 0 && fault->kind == fault_server_cut && connection->kind == slot_tcp)
+                result.ended = true;
+            else if (left == 0)
+                result.silence_us = never_us;
+        } else if (fault->kind == fault_server_drip) {
+            result.bytes = std::min(result.bytes, fault->bytes < 0 ? 1 : fault->bytes);
+            result.silence_us =
+                std::max(result.silence_us, connection->drips_at_us - model.virtual_us);
+        } else {
+            continue;
+        }
+        result.fault = fault_descriptions[fault->kind].name;
+    }
+    return result;
+}
+
+void note_drip(slot *connection)
+{
+    for (size_t index = 0; index < model.fault_count; index++)
+        if (model.faults[index].kind == fault_server_drip)
+            connection->drips_at_us = model.virtual_us + model.faults[index].seconds * 1'000'000;
+}
+
+// Sits out the peer's silence in a call that waits `timeout_us` (0: for ever). False when that is
+// not enough; the time is counted then.
+bool outlast(const slot *connection, const peer *peer, int64_t timeout_us)
+{
+    if (peer->silence_us == 0)
+        return true;
+    if (timeout_us == 0 && peer->silence_us == never_us)
+        hang(peer->fault);
+    const bool enough = timeout_us == 0 || peer->silence_us <= timeout_us;
+    wait_in_vain(connection, enough ? peer->silence_us : timeout_us, true, peer->fault);
+    return enough;
+}
+
+bool does_not_block(int fd, int flags)
+{
+    return (flags & MSG_DONTWAIT) != 0 || (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0;
+}
+
+// One receiving call, `call(size)` being the real one.
+template<typename Call> ssize_t receive(int fd, slot *connection, size_t size, int flags, Call call)
+{
+    if (model.has_server_fault) {
+        const peer peer = look_at_peer(connection);
+        if (peer.ended) {
+            count_traffic(fd, connection, 0, 0);
+            return 0;
+        }
+        if (peer.silence_us > 0 && does_not_block(fd, flags)) {
+            errno = EAGAIN;
+            return -1;
+        }
+        if (!outlast(connection, &peer, connection->receive_timeout_us)) {
+            errno = EAGAIN;
+            return -1;
+        }
+        if (connection->kind == slot_tcp)
+            size = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(size), peer.bytes));
+    }
+    const ssize_t result = call(size);
+    if (result >= 0) {
+        count_traffic(fd, connection, result, 0);
+        if (model.has_server_fault)
+            note_drip(connection);
+    } else if (errno == EAGAIN && connection->receive_timeout_us > 0 &&
+               !does_not_block(fd, flags)) {
+        wait_in_vain(connection, connection->receive_timeout_us, false, nullptr);
+    }
+    return result;
+}
+
+template<typename Call> ssize_t transmit(int fd, slot *connection, int flags, Call call)
+{
+    const ssize_t result = call();
+    if (result >= 0)
+        count_traffic(fd, connection, 0, result);
+    else if (errno == EAGAIN && connection->send_timeout_us > 0 && !does_not_block(fd, flags))
+        wait_in_vain(connection, connection->send_timeout_us, false, nullptr);
+    return result;
+}
+
+// The receiver that a status datagram is for, or -1.
+int find_receiver(const sockaddr *address, socklen_t size)
+{
+    if (address == nullptr || size <= offsetof(sockaddr_un, sun_path) ||
+        address->sa_family != AF_UNIX)
+        return -1;
+    const char *path = reinterpret_cast<const sockaddr_un *>(address)->sun_path;
+    const size_t capacity = size - offsetof(sockaddr_un, sun_path);
+    for (int index = 0; index < static_cast<int>(std::size(receivers)); index++)
+        if (strncmp(path, receivers[index], capacity) == 0)
+            return index;
+    return -1;
+}
+
+bool receiver_has_fault(fault_kind kind, int receiver)
+{
+    for (size_t index = 0; index < model.fault_count; index++) {
+        const sim_fault *fault = &model.faults[index];
+        if (fault->kind == kind && (fault->receiver < 0 || fault->receiver == receiver))
+            return true;
+    }
+    return false;
+}
+
+// Sends to the socket in the device folder, through the folder's descriptor: however long the
+// folder's path is, the address is short.
+ssize_t send_real_datagram(int fd, int receiver, const void *data, size_t size, int flags)
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s", model.folder_fd,
+             receivers[receiver]);
+    return real.sendto(fd, data, size, flags, reinterpret_cast<const sockaddr *>(&address),
+                       sizeof address);
+}
+
+ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data, size_t size,
+                      int flags)
+{
+    sim_operation operation = make_operation("datagram");
+    operation.target = receivers[receiver];
+    operation.length = static_cast<int64_t>(size);
+    operation.data = data;
+    operation.data_size = size;
+    int &queued = model.receiver_queued[static_cast<size_t>(receiver)];
+    if (receiver_has_fault(fault_receiver_missing, receiver)) {
+        operation.fault = fault_descriptions[fault_receiver_missing].name;
+        errno = ENOENT;
+    } else if (receiver_has_fault(fault_receiver_stuck, receiver)) {
+        operation.fault = fault_descriptions[fault_receiver_stuck].name;
+        if (queued < receiver_queue_length) {
+            queued++;
+            operation.result = static_cast<int64_t>(size);
+        } else if (sender->send_timeout_us == 0 && !does_not_block(fd, flags)) {
+            hang(operation.fault);
+        }
+        errno = EAGAIN;
+    } else {
+        operation.result = send_real_datagram(fd, receiver, data, size, flags);
+    }
+    operation.error = errno;
+    if (operation.result < 0 && errno == EAGAIN && !does_not_block(fd, flags)) {
+        if (operation.fault != nullptr && !model.fast)
+            sleep_really(sender->send_timeout_us);
+        advance(sender->send_timeout_us);
+        operation.duration_us = sender->send_timeout_us;
+    }
+    log_operation(&operation);
+    errno = operation.error;
+    return static_cast<ssize_t>(operation.result);
+}
+
+// How long the descriptors that a wait is for are silent by a server's fault: as long as the first
+// of them.
+peer quietest(const slot *connection, const peer *so_far)
+{
+    const peer found = look_at_peer(connection);
+    return so_far->silence_us == 0 || found.silence_us < so_far->silence_us ? found : *so_far;
+}
+
+// The real length of a wait of `timeout_us` (-1: without end).
+int64_t real_wait_us(int64_t timeout_us)
+{
+    return model.fast && timeout_us > model.grace_us ? model.grace_us : timeout_us;
+}
+
+// A wait for the peers whose faults come to `peer`. True when the real wait is to follow, else its
+// time has passed.
+bool wait_for_peer(const peer *peer, int64_t timeout_us)
+{
+    if (peer->silence_us == 0)
+        return true;
+    if (timeout_us < 0)
+        return outlast(nullptr, peer, 0);
+    if (timeout_us == 0) // outlast would take it for a wait without end
+        return false;
+    return outlast(nullptr, peer, timeout_us);
+}
+
+} // namespace
+
+int sim_socket(int domain, int type, int protocol)
+{
+    const int fd = real.socket(domain, type, protocol);
+    if (!model.active || fd < 0 || fd >= slot_count)
+        return fd;
+    slot *made = &model.slots[static_cast<size_t>(fd)];
+    *made = {};
+    const int kind = type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK);
+    if (domain == AF_INET && kind == SOCK_STREAM)
+        made->kind = slot_tcp;
+    else if (domain == AF_INET && kind == SOCK_DGRAM)
+        made->kind = slot_udp;
+    else if (domain == AF_UNIX && kind == SOCK_DGRAM)
+        made->kind = slot_unix;
+    return fd;
+}
+
+int sim_connect(int fd, const sockaddr *address, socklen_t size)
+{
+    slot *connection = followed(fd);
+    if (connection == nullptr || !is_ipv4(address, size))
+        return real.connect(fd, address, size);
+    const sockaddr_in mapped = real_address(connection, address);
+    const int result = real.connect(fd, reinterpret_cast<const sockaddr *>(&mapped), sizeof mapped);
+    sim_operation operation = make_operation("connect");
+    operation.target = connection->target;
+    operation.result = result;
+    operation.error = errno;
+    log_operation(&operation);
+    return result;
+}
+
+ssize_t sim_send(int fd, const void *data, size_t size, int flags)
+{
+    return sim_sendto(fd, data, size, flags, nullptr, 0);
+}
+
+ssize_t sim_sendto(int fd, const void *data, size_t size, int flags, const sockaddr *address,
+                   socklen_t address_size)
+{
+    slot *connection = followed(fd);
+    if (connection == nullptr)
+        return real.sendto(fd, data, size, flags, address, address_size);
+    const int receiver = find_receiver(address, address_size);
+    if (receiver >= 0)
+        return send_datagram(fd, connection, receiver, data, size, flags);
+    sockaddr_in mapped;
+    if (is_ipv4(address, address_size)) {
+        mapped = real_address(connection, address);
+        address = reinterpret_cast<const sockaddr *>(&mapped);
+        address_size = sizeof mapped;
+    }
+    return transmit(fd, connection, flags,
+                    [=]() { return real.sendto(fd, data, size, flags, address, address_size); });
+}
+
+ssize_t sim_recv(int fd, void *buffer, size_t size, int flags)
+{
+    return sim_recvfrom(fd, buffer, size, flags, nullptr, nullptr);
+}
+
+ssize_t sim_recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *address,
+                     socklen_t *address_size)
+{
+    slot *connection = followed(fd);
+    if (connection == nullptr)
+        return real.recvfrom(fd, buffer, size, flags, address, address_size);
+    const ssize_t result = receive(fd, connection, size, flags, [=](size_t allowed) {
+        return real.recvfrom(fd, buffer, allowed, flags, address, address_size);
+    });
+    if (result >= 0 && connection->kind == slot_udp && address_size != nullptr &&
+        is_ipv4(address, *address_size)) {
+        auto *sender = reinterpret_cast<sockaddr_in *>(address);
+        sender->sin_port = htons(map_port(true, false, ntohs(sender->sin_port)));
+    }
+    return result;
+}
+
+ssize_t read_connection(int fd, slot *connection, void *buffer, size_t size)
+{
+    // Not by recv, which waits where a read of 0 bytes returns at once.
+    return receive(fd, connection, size, 0,
+                   [=](size_t allowed) { return real.read(fd, buffer, allowed); });
+}
+
+ssize_t write_connection(int fd, slot *connection, const void *data, size_t size)
+{
+    return transmit(fd, connection, 0, [=]() { return real.write(fd, data, size); });
+}
+
+int sim_setsockopt(int fd, int level, int name, const void *value, socklen_t size)
+{
+    slot *connection = followed(fd);
+    if (connection == nullptr || level != SOL_SOCKET || size < sizeof(timeval) ||
+        (name != SO_RCVTIMEO && name != SO_SNDTIMEO))
+        return real.setsockopt(fd, level, name, value, size);
+    timeval timeout;
+    memcpy(&timeout, value, sizeof timeout);
+    const int64_t whole = to_us(&timeout);
+    (name == SO_RCVTIMEO ? connection->receive_timeout_us : connection->send_timeout_us) = whole;
+    timeout = to_timeval(real_wait_us(whole));
+    return real.setsockopt(fd, level, name, &timeout, sizeof timeout);
+}
+
+int sim_select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout)
+{
+    if (!model.active)
+        return real.select(count, read, write, except, timeout);
+    const int64_t whole = timeout == nullptr ? -1 : to_us(timeout);
+    peer peer = {0, never_us, false, nullptr};
+    const slot *waited = nullptr; // the first, for the log
+    for (int fd = 0; fd < count && read != nullptr; fd++) {
+        const slot *connection = FD_ISSET(fd, read) ? followed(fd) : nullptr;
+        if (connection == nullptr)
+            continue;
+        waited = waited == nullptr ? connection : waited;
+        peer = quietest(connection, &peer);
+    }
+    if (waited == nullptr || write != nullptr)
+        peer.silence_us = 0; // nobody's silence matters
+    int ready = 0;
+    if (wait_for_peer(&peer, whole)) {
+        timeval limit = to_timeval(real_wait_us(whole));
+        ready = real.select(count, read, write, except, timeout == nullptr ? nullptr : &limit);
+        if (ready == 0 && whole > 0)
+            wait_in_vain(waited, whole, false, nullptr);
+    } else {
+        for (fd_set *set : {read, write, except})
+            if (set != nullptr)
+                FD_ZERO(set);
+    }
+    if (ready == 0 && timeout != nullptr)
+        *timeout = {};
+    return ready;
+}
+
+int sim_poll(pollfd *fds, nfds_t count, int timeout_ms)
+{
+    if (!model.active)
+        return real.poll(fds, count, timeout_ms);
+    const int64_t whole = timeout_ms < 0 ? -1 : timeout_ms * INT64_C(1000);
+    peer peer = {0, never_us, false, nullptr};
+    const slot *waited = nullptr;
+    bool only_reads = true;
+    for (nfds_t index = 0; index < count; index++) {
+        const slot *connection = followed(fds[index].fd);
+        only_reads = only_reads && connection != nullptr && (fds[index].events & POLLOUT) == 0;
+        if (connection == nullptr)
+            continue;
+        waited = waited == nullptr ? connection : waited;
+        peer = quietest(connection, &peer);
+    }
+    if (waited == nullptr || !only_reads)
+        peer.silence_us = 0;
+    if (!wait_for_peer(&peer, whole)) {
+        for (nfds_t index = 0; index < count; index++)
+            fds[index].revents = 0;
+        return 0;
+    }
+    const int64_t limit = real_wait_us(whole);
+    const int ready =
+        real.poll(fds, count, limit < 0 ? -1 : static_cast<int>((limit + 999) / 1000));
+    if (ready == 0 && whole > 0)
+        wait_in_vain(waited, whole, false, nullptr);
+    return ready;
+}

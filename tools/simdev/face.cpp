@@ -1,0 +1,338 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// The face of the model: the C library's names, each handed to the model's function.
+//
+// Compiled twice. As a preloaded library it defines the names themselves and finds the real ones
+// behind it; with SIMDEV_WRAP it defines the names that the linker's --wrap puts in their place.
+// The list of names for the linker is in CMakeLists.txt; a name belongs in both lists.
+//
+// Large-file flags turn open into open64, and _FORTIFY_SOURCE read into __read_chk: a name that is
+// missing here reaches the real system.
+#undef _FORTIFY_SOURCE   // the inline bodies of the very functions that are defined here
+#undef _FILE_OFFSET_BITS // renames open to open64, and so on
+#define _FORTIFY_SOURCE 0
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tools/simdev/core/real.h"
+#include "tools/simdev/core/sim.h"
+
+#ifdef SIMDEV_WRAP
+#define FACE(name) __wrap_##name
+#else
+#define FACE(name) name
+#endif
+
+sim_real real;
+
+#ifdef SIMDEV_WRAP
+// What simdev looks for in a program's file to know that it needs no preloaded library.
+extern "C" [[gnu::used]] const char simdev_face_mark[] = "simdev: the platform is wrapped";
+#endif
+
+// The calls that the model makes itself: REAL(name) once for each.
+#define REAL_CALLS                                                                                 \
+    REAL(open64)                                                                                   \
+    REAL(fopen64)                                                                                  \
+    REAL(read)                                                                                     \
+    REAL(write)                                                                                    \
+    REAL(lseek64)                                                                                  \
+    REAL(close)                                                                                    \
+    REAL(ioctl)                                                                                    \
+    REAL(clock_nanosleep)                                                                          \
+    REAL(select)                                                                                   \
+    REAL(poll)                                                                                     \
+    REAL(socket)                                                                                   \
+    REAL(connect)                                                                                  \
+    REAL(send)                                                                                     \
+    REAL(sendto)                                                                                   \
+    REAL(recv)                                                                                     \
+    REAL(recvfrom)                                                                                 \
+    REAL(setsockopt)                                                                               \
+    REAL(waitpid)
+
+#ifdef SIMDEV_WRAP
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
+#define REAL(name) extern decltype(name) __real_##name;
+extern "C" {
+REAL_CALLS
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#undef REAL
+#define REAL(name) real.name = __real_##name;
+#else
+#define REAL(name) find(&real.name, #name);
+#endif
+
+namespace {
+
+#ifndef SIMDEV_WRAP
+template<typename Function> void find(Function *function, const char *name)
+{
+    *function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    if (*function == nullptr)
+        abort();
+}
+#endif
+
+// Before the program runs, or with the first call of a library that is set up earlier.
+[[gnu::constructor]] void start()
+{
+    if (real.waitpid != nullptr) // the last one in the list
+        return;
+    REAL_CALLS
+    sim_start_from_environment();
+}
+
+void check_size(size_t size, size_t capacity)
+{
+    if (size > capacity)
+        abort(); // as the fortified call would have ended it
+}
+
+int open_with_mode(const char *path, int flags, va_list arguments)
+{
+    start();
+    // Only with one of these flags is there a mode to be read.
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    return sim_open(path, flags, creates ? va_arg(arguments, mode_t) : 0);
+}
+
+int sleep_us(int64_t microseconds)
+{
+    const timespec time = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
+    return sim_nanosleep(&time, nullptr);
+}
+
+} // namespace
+
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the C library's names
+extern "C" {
+
+#define OPEN(name)                                                                                 \
+    int FACE(name)(const char *path, int flags, ...);                                              \
+    int FACE(name)(const char *path, int flags, ...)                                               \
+    {                                                                                              \
+        va_list arguments;                                                                         \
+        va_start(arguments, flags);                                                                \
+        const int fd = open_with_mode(path, flags, arguments);                                     \
+        va_end(arguments);                                                                         \
+        return fd;                                                                                 \
+    }
+OPEN(open)
+OPEN(open64)
+
+#define FUNCTION(result, name, parameters, specifiers)                                             \
+    result FACE(name)                                                                              \
+    parameters specifiers;                                                                         \
+    result FACE(name)                                                                              \
+    parameters specifiers
+
+FUNCTION(int, __open_2, (const char *path, int flags), )
+{
+    start();
+    return sim_open(path, flags, 0);
+}
+
+FUNCTION(int, __open64_2, (const char *path, int flags), )
+{
+    start();
+    return sim_open(path, flags, 0);
+}
+
+FUNCTION(FILE *, fopen, (const char *path, const char *mode), )
+{
+    start();
+    return sim_fopen(path, mode);
+}
+
+FUNCTION(FILE *, fopen64, (const char *path, const char *mode), )
+{
+    start();
+    return sim_fopen(path, mode);
+}
+
+FUNCTION(ssize_t, read, (int fd, void *buffer, size_t size), )
+{
+    start();
+    return sim_read(fd, buffer, size);
+}
+
+FUNCTION(ssize_t, __read_chk, (int fd, void *buffer, size_t size, size_t capacity), )
+{
+    start();
+    check_size(size, capacity);
+    return sim_read(fd, buffer, size);
+}
+
+FUNCTION(ssize_t, write, (int fd, const void *buffer, size_t size), )
+{
+    start();
+    return sim_write(fd, buffer, size);
+}
+
+FUNCTION(off_t, lseek, (int fd, off_t offset, int whence), noexcept)
+{
+    start();
+    return static_cast<off_t>(sim_lseek(fd, offset, whence));
+}
+
+FUNCTION(off64_t, lseek64, (int fd, off64_t offset, int whence), noexcept)
+{
+    start();
+    return sim_lseek(fd, offset, whence);
+}
+
+FUNCTION(int, close, (int fd), )
+{
+    start();
+    return sim_close(fd);
+}
+
+int FACE(ioctl)(int fd, unsigned long request, ...) noexcept;
+int FACE(ioctl)(int fd, unsigned long request, ...) noexcept
+{
+    start();
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    return sim_ioctl(fd, request, argument);
+}
+
+FUNCTION(void, sync, (), noexcept)
+{
+    start();
+    sim_sync();
+}
+
+FUNCTION(int, usleep, (useconds_t microseconds), )
+{
+    start();
+    return sleep_us(microseconds);
+}
+
+FUNCTION(unsigned, sleep, (unsigned seconds), )
+{
+    start();
+    const timespec time = {static_cast<time_t>(seconds), 0};
+    timespec rest = {};
+    // A sleep that a signal ends tells the seconds that are left.
+    return sim_nanosleep(&time, &rest) == 0 ? 0 : static_cast<unsigned>(rest.tv_sec);
+}
+
+FUNCTION(int, nanosleep, (const timespec *time, timespec *rest), )
+{
+    start();
+    return sim_nanosleep(time, rest);
+}
+
+FUNCTION(int, clock_nanosleep, (clockid_t clock, int flags, const timespec *time, timespec *rest), )
+{
+    start();
+    return sim_clock_nanosleep(clock, flags, time, rest);
+}
+
+FUNCTION(int, select, (int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout), )
+{
+    start();
+    return sim_select(count, read, write, except, timeout);
+}
+
+FUNCTION(int, poll, (pollfd * fds, nfds_t count, int timeout_ms), )
+{
+    start();
+    return sim_poll(fds, count, timeout_ms);
+}
+
+FUNCTION(int, __poll_chk, (pollfd * fds, nfds_t count, int timeout_ms, size_t capacity), )
+{
+    start();
+    check_size(count, capacity / sizeof(pollfd));
+    return sim_poll(fds, count, timeout_ms);
+}
+
+FUNCTION(int, socket, (int domain, int type, int protocol), noexcept)
+{
+    start();
+    return sim_socket(domain, type, protocol);
+}
+
+FUNCTION(int, connect, (int fd, const sockaddr *address, socklen_t size), )
+{
+    start();
+    return sim_connect(fd, address, size);
+}
+
+FUNCTION(ssize_t, send, (int fd, const void *data, size_t size, int flags), )
+{
+    start();
+    return sim_send(fd, data, size, flags);
+}
+
+FUNCTION(ssize_t, sendto,
+         (int fd, const void *data, size_t size, int flags, const sockaddr *address,
+          socklen_t address_size), )
+{
+    start();
+    return sim_sendto(fd, data, size, flags, address, address_size);
+}
+
+FUNCTION(ssize_t, recv, (int fd, void *buffer, size_t size, int flags), )
+{
+    start();
+    return sim_recv(fd, buffer, size, flags);
+}
+
+FUNCTION(ssize_t, __recv_chk, (int fd, void *buffer, size_t size, size_t capacity, int flags), )
+{
+    start();
+    check_size(size, capacity);
+    return sim_recv(fd, buffer, size, flags);
+}
+
+FUNCTION(ssize_t, recvfrom,
+         (int fd, void *buffer, size_t size, int flags, sockaddr *address,
+          socklen_t *address_size), )
+{
+    start();
+    return sim_recvfrom(fd, buffer, size, flags, address, address_size);
+}
+
+FUNCTION(ssize_t, __recvfrom_chk,
+         (int fd, void *buffer, size_t size, size_t capacity, int flags, sockaddr *address,
+          socklen_t *address_size), )
+{
+    start();
+    check_size(size, capacity);
+    return sim_recvfrom(fd, buffer, size, flags, address, address_size);
+}
+
+FUNCTION(int, setsockopt, (int fd, int level, int name, const void *value, socklen_t size),
+         noexcept)
+{
+    start();
+    return sim_setsockopt(fd, level, name, value, size);
+}
+
+FUNCTION(pid_t, waitpid, (pid_t pid, int *status, int options), )
+{
+    start();
+    return sim_waitpid(pid, status, options);
+}
+
+// In a child after vfork as a rule: everything is set up by then.
+FUNCTION(int, execv, (const char *path, char *const *arguments), noexcept)
+{
+    return sim_execv(path, arguments);
+}
+
+} // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
