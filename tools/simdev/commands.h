@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// One function a subcommand. Each returns simdev's exit status and throws what it cannot go on
+// from.
+#pragma once
+
+#include <string>
+
+#include "tools/simdev/runner.h"
+
+namespace simdev {
+
+struct command_options {
+    run_options run;
+    std::string device_file; ///< empty: the default device
+    std::string log_file;    ///< empty: no log
+    bool json = false;
+};
+
+/// Makes a device folder.
+int init_command(const command_options &options);
+
+/// Runs the program once and reports; its exit status is the program's.
+int run_command(const command_options &options);
+
+} // namespace simdev

@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/folder.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+
+#include "tools/simdev/failure.h"
+
+namespace simdev {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr char erased_byte = '\xFF';
+
+void erase_partition(const fs::path &path, uint64_t size)
+{
+    std::ofstream file(path, std::ios::binary);
+    const std::string piece(65536, erased_byte);
+    for (uint64_t done = 0; done < size && file; done += piece.size())
+        file.write(piece.data(),
+                   static_cast<std::streamsize>(std::min<uint64_t>(piece.size(), size - done)));
+    file.close();
+    if (!file)
+        throw failure(path.string() + ": cannot be written");
+}
+
+} // namespace
+
+void make_folder(const fs::path &folder, const std::string &text, const std::string &name)
+{
+    const device device = parse_device(text, name);
+    std::error_code error;
+    if (fs::exists(folder) && !fs::is_empty(folder, error))
+        throw failure(folder.string() + ": is there already and not empty");
+    for (const char *below : {"dev", "etc/rc.d/init.d", "usr/etc", "tmp", "run"}) {
+        fs::create_directories(folder / below, error);
+        if (error)
+            throw failure((folder / below).string() + ": " + error.message());
+    }
+    write_file(folder / "dev/gpio", "");
+    for (const auto &[number, size] : device.partitions)
+        erase_partition(folder / "dev" / ("fla" + std::to_string(number)), size);
+    std::string configuration;
+    for (const auto &[key, value] : device.configuration)
+        configuration += key + "=" + value + "\n";
+    write_file(folder / "etc/syscfg.conf", configuration);
+    if (device.script.present) {
+        const fs::path script = folder / "etc/rc.d/init.d/network.stop";
+        write_file(script, "#!/bin/sh\nexit " + std::to_string(device.script.status) + "\n");
+        fs::permissions(script, fs::perms::owner_exec, fs::perm_options::add);
+    }
+    // Last: a folder with a description is a complete one.
+    write_file(folder / "device.toml", text);
+}
+
+device read_folder(const fs::path &folder)
+{
+    if (!fs::exists(folder / "device.toml"))
+        throw failure(folder.string() + ": is no device folder (make one with simdev init)");
+    return read_device(folder / "device.toml");
+}
+
+std::map<int, fs::path> partition_files(const fs::path &folder)
+{
+    std::map<int, fs::path> files;
+    for (int number = 0; number <= 9; number++) {
+        const fs::path path = folder / "dev" / ("fla" + std::to_string(number));
+        if (fs::exists(path))
+            files[number] = path;
+    }
+    return files;
+}
+
+std::string read_file(const fs::path &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::string content;
+    if (file) {
+        file.seekg(0, std::ios::end);
+        content.resize(static_cast<size_t>(std::max<std::streamoff>(file.tellg(), 0)));
+        file.seekg(0);
+        file.read(content.data(), static_cast<std::streamsize>(content.size()));
+    }
+    if (!file)
+        throw failure(path.string() + ": cannot be read");
+    return content;
+}
+
+void write_file(const fs::path &path, std::string_view content)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file.write(content.data(), static_cast<std::streamsize>(content.size()));
+    file.close();
+    if (!file)
+        throw failure(path.string() + ": cannot be written");
+}
+
+} // namespace simdev

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// A device folder: one simulated device, its flash included.
+//
+//     device.toml                       its description
+//     dev/fla0 ... fla9                 the partitions, each exactly as long as the partition
+//     dev/gpio                          an empty file that stands for the GPIO device
+//     etc/syscfg.conf                   the system configuration, KEY=value lines
+//     etc/rc.d/init.d/network.stop      the script
+//     usr/etc/ca-cert.pem               the CA file for https, put there by the user
+//     tmp/                              the status sockets, while a run lasts
+//     run/                              standard output and error of the last run
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "tools/device/device.h"
+
+namespace simdev {
+
+/// Makes the folder for the device that `text` describes; `name` stands for the text in errors. All
+/// partitions are erased (bytes FF). Throws failure or device_error; a folder that exists must be
+/// empty.
+void make_folder(const std::filesystem::path &folder, const std::string &text,
+                 const std::string &name);
+
+/// The description of the device in `folder`. Throws failure when it is no device folder, and
+/// device_error.
+device read_folder(const std::filesystem::path &folder);
+
+/// The partitions there are: number -> file.
+std::map<int, std::filesystem::path> partition_files(const std::filesystem::path &folder);
+
+/// The whole content of a file. Throws failure.
+std::string read_file(const std::filesystem::path &path);
+
+/// Replaces the content of a file. Throws failure.
+void write_file(const std::filesystem::path &path, std::string_view content);
+
+} // namespace simdev

@@ -1,0 +1,420 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/runner.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tools/simdev/core/faults.h"
+#include "tools/simdev/failure.h"
+#include "tools/simdev/folder.h"
+#include "tools/simdev/locate.h"
+
+namespace simdev {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int log_descriptor = 1000; // out of the way of what the program numbers
+constexpr int exit_not_started = 126;
+constexpr std::array receivers = {"tmp/.upgrd_info", "tmp/.syscfg-server"};
+
+volatile sig_atomic_t interrupted = 0;
+
+class descriptor {
+public:
+    explicit descriptor(int fd) : fd_(fd) {}
+    descriptor(const descriptor &) = delete;
+    descriptor &operator=(const descriptor &) = delete;
+    ~descriptor()
+    {
+        close();
+    }
+    void close()
+    {
+        if (fd_ >= 0)
+            ::close(fd_);
+        fd_ = -1;
+    }
+    int get() const
+    {
+        return fd_;
+    }
+
+private:
+    int fd_;
+};
+
+[[noreturn]] void fail_with_errno(const std::string &what)
+{
+    throw failure(what + ": " + strerror(errno));
+}
+
+/// A status receiver, bound in the device folder for the time of a run.
+class receiver {
+public:
+    explicit receiver(const fs::path &path)
+        : path_(path), socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    {
+        // Through a descriptor of the folder: a socket's address has room for 107 characters only.
+        const descriptor folder(open(path.parent_path().c_str(), O_PATH | O_CLOEXEC));
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", folder.get(),
+                 path.filename().c_str());
+        unlink(path.c_str());
+        if (bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) < 0)
+            fail_with_errno(path.string());
+    }
+    ~receiver()
+    {
+        unlink(path_.c_str());
+    }
+    int get() const
+    {
+        return socket_.get();
+    }
+
+private:
+    fs::path path_;
+    descriptor socket_;
+};
+
+/// What the faults ask of simdev itself, and the list for the model.
+struct fault_list {
+    std::string specifications;
+    std::array<bool, 3> closed = {};
+};
+
+fault_list read_faults(const std::vector<std::string> &faults)
+{
+    fault_list list;
+    for (const std::string &text : faults) {
+        sim_fault fault = {};
+        char error[512];
+        if (fault_parse(text.c_str(), &fault, error, sizeof error) < 0)
+            throw failure(error);
+        if (fault.kind == fault_closed)
+            list.closed[static_cast<size_t>(fault.fd)] = true;
+        list.specifications += text + ";";
+    }
+    return list;
+}
+
+std::string port_list(const run_options &options)
+{
+    std::string list;
+    if (options.tftp_port > 0)
+        list = "udp:69=" + std::to_string(options.tftp_port) + ",";
+    for (const std::string &pair : options.port_maps)
+        list += "tcp:" + pair + ",";
+    return list;
+}
+
+/// The program's environment: ours, without other devices' requirements.
+std::vector<std::string> make_environment(const run_options &options, const fault_list &faults,
+                                          bool wrapped)
+{
+    const device device = read_folder(options.folder);
+    std::vector<std::string> environment;
+    for (char **entry = environ; *entry != nullptr; entry++) {
+        const std::string text = *entry;
+        const std::string name = text.substr(0, text.find('='));
+        if (!name.ends_with("_features") && !name.starts_with("SIMDEV_") && name != "LD_PRELOAD" &&
+            name != "ASAN_OPTIONS" && name != "UBSAN_OPTIONS")
+            environment.push_back(text);
+    }
+    for (const auto &[type, condition] : device.requirements)
+        environment.push_back(requirement_variable(type) + "=" + condition);
+    const auto set = [&environment](const char *name, const std::string &value) {
+        environment.push_back(std::string("SIMDEV_") + name + "=" + value);
+    };
+    set("FOLDER", fs::absolute(options.folder).string());
+    set("FAST", options.fast ? "1" : "0");
+    set("GRACE_MS", std::to_string(options.grace_ms));
+    set("PORTS", port_list(options));
+    set("FAULTS", faults.specifications);
+    set("SEED", std::to_string(options.seed));
+    set("SCRIPT_US", std::to_string(std::llround(device.script.seconds * 1e6)));
+    set("LOG_FD", std::to_string(log_descriptor));
+    if (wrapped) {
+        // The program keeps its memory to its end by design; a finding has a status of its own.
+        environment.emplace_back("ASAN_OPTIONS=detect_leaks=0:exitcode=99");
+        environment.emplace_back("UBSAN_OPTIONS=print_stacktrace=1:exitcode=99");
+    } else {
+        environment.push_back("LD_PRELOAD=" + find_preload().string());
+    }
+    return environment;
+}
+
+std::vector<char *> pointers(std::vector<std::string> &texts)
+{
+    std::vector<char *> result;
+    for (std::string &text : texts)
+        result.push_back(text.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+int open_output(const fs::path &path, int own)
+{
+    if (path == "-")
+        return fcntl(own, F_DUPFD_CLOEXEC, 3);
+    const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0)
+        fail_with_errno(path.string());
+    return fd;
+}
+
+struct child_setup {
+    const char *program;
+    char **arguments;
+    char **environment;
+    int output;
+    int error;
+    int log;
+    std::array<bool, 3> closed;
+};
+
+[[noreturn]] void become_program(const child_setup &setup)
+{
+    prctl(PR_SET_PDEATHSIG, SIGKILL); // nothing is left running when simdev is killed
+    signal(SIGINT, SIG_DFL);
+    signal(SIGTERM, SIG_DFL);
+    dup2(setup.output, STDOUT_FILENO);
+    dup2(setup.error, STDERR_FILENO);
+    dup2(setup.log, log_descriptor);
+    for (int fd = 0; fd < 3; fd++)
+        if (setup.closed[static_cast<size_t>(fd)])
+            close(fd);
+    execve(setup.program, setup.arguments, setup.environment);
+    _exit(exit_not_started);
+}
+
+operation parse_operation(std::string_view line)
+{
+    const nlohmann::json json = nlohmann::json::parse(line);
+    operation result;
+    result.n = json.at("n");
+    result.op = json.at("op");
+    result.target = json.value("target", "");
+    result.text = json.value("text", "");
+    result.error = json.value("error", "");
+    result.fault = json.value("fault", "");
+    result.number = json.value("number", INT64_C(0));
+    result.offset = json.value("offset", INT64_C(0));
+    result.length = json.value("length", INT64_C(0));
+    result.result = json.value("result", INT64_C(0));
+    result.duration_us = json.value("duration_us", INT64_C(0));
+    result.virtual_us = json.at("virtual_us");
+    result.real_us = json.at("real_us");
+    return result;
+}
+
+/// Cuts the log into lines and hands them on, checking that none is missing.
+class log_reader {
+public:
+    explicit log_reader(const run_listener &listener) : listener_(listener) {}
+
+    void take(std::string_view bytes)
+    {
+        buffer_ += bytes;
+        size_t start = 0;
+        for (size_t end = 0; (end = buffer_.find('\n', start)) != std::string::npos;
+             start = end + 1)
+            take_line(std::string_view(buffer_).substr(start, end - start));
+        buffer_.erase(0, start);
+    }
+
+    uint64_t count() const
+    {
+        return count_;
+    }
+
+private:
+    void take_line(std::string_view line)
+    {
+        const operation operation = parse_operation(line);
+        if (operation.n != ++count_)
+            throw failure("operation " + std::to_string(count_) + " is missing in the log");
+        if (listener_.on_operation)
+            listener_.on_operation(operation, line);
+    }
+
+    const run_listener &listener_;
+    std::string buffer_;
+    uint64_t count_ = 0;
+};
+
+void take_datagrams(int fd, int index, const run_listener &listener)
+{
+    char text[256];
+    ssize_t size = 0;
+    while ((size = recv(fd, text, sizeof text, 0)) >= 0)
+        if (listener.on_datagram)
+            listener.on_datagram({index, std::string(text, static_cast<size_t>(size))});
+}
+
+/// Follows the program until its log ends, which is when it has ended.
+void follow(pid_t pid, int log, const std::array<const receiver *, 2> &sockets,
+            const run_listener &listener, log_reader &reader)
+{
+    std::array<pollfd, 3> fds = {pollfd{log, POLLIN, 0}, pollfd{sockets[0]->get(), POLLIN, 0},
+                                 pollfd{sockets[1]->get(), POLLIN, 0}};
+    std::string buffer(65536, '\0');
+    for (bool told = false;;) { // ends with the log
+        if (interrupted != 0 && !told) {
+            kill(pid, SIGTERM);
+            told = true;
+        }
+        if (poll(fds.data(), fds.size(), -1) < 0)
+            continue; // a signal: looked at above
+        take_datagrams(sockets[0]->get(), 0, listener);
+        take_datagrams(sockets[1]->get(), 1, listener);
+        if (fds[0].revents == 0)
+            continue;
+        const ssize_t size = read(log, buffer.data(), buffer.size());
+        if (size <= 0)
+            return;
+        reader.take(std::string_view(buffer).substr(0, static_cast<size_t>(size)));
+    }
+}
+
+/// The child, ended and waited for whatever happens on the way.
+class child {
+public:
+    explicit child(pid_t pid) : pid_(pid) {}
+    child(const child &) = delete;
+    child &operator=(const child &) = delete;
+    ~child()
+    {
+        if (pid_ > 0) {
+            kill(pid_, SIGKILL);
+            wait();
+        }
+    }
+    int wait()
+    {
+        int status = 0;
+        while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+            // asked again
+        }
+        pid_ = -1;
+        return status;
+    }
+
+private:
+    pid_t pid_;
+};
+
+[[noreturn]] void fail_without_log(const run_options &options, const fs::path &program,
+                                   int exit_status)
+{
+    if (exit_status == exit_not_started)
+        throw failure(program.string() + ": cannot be started");
+    std::string said;
+    if (exit_status == exit_own_failure && stderr_path(options) != "-")
+        said = read_file(stderr_path(options)); // the model has refused its settings
+    if (!said.empty() && said.back() == '\n')
+        said.pop_back();
+    throw failure(
+        program.string() + ": " +
+        (said.empty() ? "does not run in the simulation (is it linked statically?)" : said));
+}
+
+int64_t now_us()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+} // namespace
+
+fs::path stdout_path(const run_options &options)
+{
+    return options.stdout_file.empty() ? options.folder / "run/stdout"
+                                       : fs::path(options.stdout_file);
+}
+
+fs::path stderr_path(const run_options &options)
+{
+    return options.stderr_file.empty() ? options.folder / "run/stderr"
+                                       : fs::path(options.stderr_file);
+}
+
+void catch_interrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) { interrupted = 1; };
+    action.sa_flags = static_cast<int>(SA_RESETHAND); // a second one ends simdev itself
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+bool is_interrupted()
+{
+    return interrupted != 0;
+}
+
+run_outcome run_program(const run_options &options, const run_listener &listener)
+{
+    const fs::path program = options.program.empty() ? find_program() : options.program;
+    const fault_list faults = read_faults(options.faults);
+    std::vector<std::string> environment = make_environment(options, faults, is_wrapped(program));
+    std::vector<std::string> arguments = {"upgrade"};
+    arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
+    std::vector<char *> environment_table = pointers(environment);
+    std::vector<char *> argument_table = pointers(arguments);
+
+    const receiver info(options.folder / receivers[0]);
+    const receiver server(options.folder / receivers[1]);
+    const descriptor output(open_output(stdout_path(options), STDOUT_FILENO));
+    const descriptor error(open_output(stderr_path(options), STDERR_FILENO));
+    std::array<int, 2> pipe_ends = {-1, -1};
+    if (pipe2(pipe_ends.data(), O_CLOEXEC) < 0)
+        fail_with_errno("no pipe");
+    const descriptor log(pipe_ends[0]);
+    descriptor log_input(pipe_ends[1]);
+
+    const int64_t started_us = now_us();
+    const child_setup setup = {program.c_str(), argument_table.data(), environment_table.data(),
+                               output.get(),    error.get(),           log_input.get(),
+                               faults.closed};
+    const pid_t pid = fork();
+    if (pid < 0)
+        fail_with_errno("no process");
+    if (pid == 0)
+        become_program(setup);
+    child child(pid);
+    log_input.close();
+    log_reader reader(listener);
+    follow(pid, log.get(), {&info, &server}, listener, reader);
+    const int status = child.wait();
+    run_outcome outcome;
+    outcome.real_us = now_us() - started_us;
+    outcome.interrupted = is_interrupted();
+    take_datagrams(info.get(), 0, listener);
+    take_datagrams(server.get(), 1, listener);
+    if (WIFSIGNALED(status))
+        outcome.signal = WTERMSIG(status);
+    outcome.exit_status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    if (reader.count() == 0 && !outcome.interrupted)
+        fail_without_log(options, program, outcome.exit_status);
+    return outcome;
+}
+
+} // namespace simdev

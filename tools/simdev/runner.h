@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// One run of the program on a device folder.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace simdev {
+
+/// One line of the log, as the model wrote it (docs/simulated-device.md has the fields).
+struct operation {
+    uint64_t n = 0;
+    std::string op;
+    std::string target;
+    std::string text;  ///< of a datagram
+    std::string error; ///< the name of the errno, empty for a success
+    std::string fault; ///< the name of the fault that played a part, or empty
+    int64_t number = 0;
+    int64_t offset = 0;
+    int64_t length = 0;
+    int64_t result = 0;
+    int64_t duration_us = 0;
+    int64_t virtual_us = 0;
+    int64_t real_us = 0;
+};
+
+/// A datagram that arrived: 0 at .upgrd_info, 1 at .syscfg-server.
+struct datagram {
+    int receiver;
+    std::string text;
+};
+
+struct run_options {
+    std::filesystem::path folder;
+    std::vector<std::string> arguments; ///< of the program: the URL
+    std::filesystem::path program;      ///< empty: the one beside simdev
+    bool fast = false;
+    int grace_ms = 1000;
+    int tftp_port = 0;                  ///< real port behind UDP port 69; 0: 69
+    std::vector<std::string> port_maps; ///< "21=2121": TCP ports
+    std::vector<std::string> faults;
+    uint64_t seed = 0;
+    std::string stdout_file; ///< empty: run/stdout in the folder; "-": simdev's own
+    std::string stderr_file; ///< the same
+};
+
+struct run_listener {
+    std::function<void(const operation &, std::string_view line)> on_operation;
+    std::function<void(const datagram &)> on_datagram;
+};
+
+struct run_outcome {
+    int exit_status = 0;       ///< the program's; 128 + signal when one ended it
+    std::optional<int> signal; ///< that ended it
+    int64_t real_us = 0;       ///< from the start of the process to its end
+    bool interrupted = false;  ///< simdev was asked to stop and ended the program
+};
+
+/// Runs the program to its end. Throws failure when it cannot be started, does not run in the
+/// simulation, or the log is not complete; device_error for a device.toml that is wrong.
+run_outcome run_program(const run_options &options, const run_listener &listener);
+
+/// Where the program's output of a run is kept.
+std::filesystem::path stdout_path(const run_options &options);
+std::filesystem::path stderr_path(const run_options &options);
+
+/// Makes SIGINT and SIGTERM end the run under way; later ones fail at once.
+void catch_interrupts();
+bool is_interrupted();
+
+} // namespace simdev
