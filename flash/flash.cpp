@@ -15,9 +15,7 @@
 
 namespace {
 
-constexpr int block_rest_microseconds = 40'000;
 constexpr int retry_rest_microseconds = 400'000;
-constexpr int trailer_rest_microseconds = 100'000;
 
 using blocks_function = int (*)(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
                                 download_callback callback, void *callback_context);

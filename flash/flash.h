@@ -24,6 +24,9 @@ static_assert(sizeof(partition_trailer) == 16);
 
 constexpr uint32_t partition_trailer_magic = 0x44427031;
 
+constexpr int block_rest_microseconds = 40'000;    ///< after each block written
+constexpr int trailer_rest_microseconds = 100'000; ///< after each trailer
+
 /// Writes every part whose size is not 0, in table order. 0, or -1 at the first part that is not of
 /// type 2, 3 or 4 or whose device cannot be opened.
 int write_package(upgrade_context *context);

@@ -22,5 +22,9 @@ struct command_options {
 
 int make_command(const command_options &options);
 int show_command(const command_options &options);
+int check_command(const command_options &options);
+int plan_command(const command_options &options);
+int condition_command(const command_options &options);
+int extract_command(const command_options &options);
 
 } // namespace fwpkg

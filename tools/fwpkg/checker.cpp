@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/fwpkg/checker.h"
+
+#include <algorithm>
+
+#include "package/conditions.h"
+#include "tools/fwpkg/condition_code.h"
+#include "tools/fwpkg/text.h"
+
+namespace fwpkg {
+namespace {
+
+using numbers = std::vector<std::pair<std::string, uint64_t>>;
+
+/// Collects findings.
+struct report {
+    std::vector<finding> findings;
+
+    void error(const std::string &place, const std::string &message, numbers values = {})
+    {
+        findings.push_back({severity::error, place, message, std::move(values)});
+    }
+    void warning(const std::string &place, const std::string &message, numbers values = {})
+    {
+        findings.push_back({severity::warning, place, message, std::move(values)});
+    }
+};
+
+std::string text(uint64_t number)
+{
+    return std::to_string(number);
+}
+
+void check_header(const package_file &file, report &to)
+{
+    if (file.stage == read_stage::nothing) {
+        to.error("header", file.problem);
+        return;
+    }
+    if (!file.length_right)
+        to.error("header",
+                 "says " + text(file.record.size) + " bytes, the file has " + text(file.size),
+                 {{"header_size", file.record.size}, {"file_size", file.size}});
+    if (file.stage == read_stage::head)
+        to.error("header", file.problem);
+    if (file.stage >= read_stage::deciphered && file.length_right && !file.digest_right)
+        to.error("header",
+                 "digest " + hex_digest({file.record.checksum, package_checksum_size}) +
+                     ", the data has " + hex_digest(file.digest) +
+                     (file.stage == read_stage::table ? "" : ": another key, or damaged"));
+}
+
+void check_entry(const part_entry &entry, report &to)
+{
+    const uint32_t end = entry.position + entry.header_size;
+    if (entry.features_end() > end)
+        to.error(entry.place(),
+                 "its fields end at byte " + text(entry.features_end()) + ", its entry at byte " +
+                     text(end),
+                 {{"fields_end", entry.features_end()}, {"entry_end", end}});
+    if (end > block_size)
+        to.error(entry.place(),
+                 "its entry ends at byte " + text(end) + ", behind the first block of " +
+                     text(block_size),
+                 {{"entry_end", end}, {"block_size", block_size}});
+    const uint32_t unknown = entry.part.flags & ~part_flag_optional;
+    if (unknown != 0)
+        to.warning(entry.place(), "flags that no device knows: " + text(unknown),
+                   {{"flags", unknown}});
+}
+
+void check_conditions(const part_entry &entry, report &to)
+{
+    const std::string place = entry.place() + " conditions";
+    const auto code = entry.conditions();
+    const std::vector<condition_item> items = list_condition(code);
+    const auto at = [&](const condition_item &item) {
+        return uint64_t{entry.conditions_position()} + static_cast<uint64_t>(item.position);
+    };
+    for (const condition_item &item : items) {
+        if (!item.complete)
+            to.error(place,
+                     "the comparison at byte " + text(at(item)) +
+                         " does not end inside the code: the device takes it all as met",
+                     {{"position", at(item)}});
+        else if (!item.comparison && item.code < condition_close && item.code != condition_open &&
+                 (item.code < condition_and_not || item.code > condition_and))
+            to.warning(place,
+                       "byte " + text(at(item)) + " is " + text(item.code) +
+                           ", which means nothing and is skipped",
+                       {{"position", at(item)}, {"code", item.code}});
+    }
+    if (!items.empty() && items.back().complete && items.back().code != condition_close)
+        to.warning(place, "the code does not end with its closing byte, 255");
+}
+
+void check_features(const part_entry &entry, report &to)
+{
+    for (const feature &feature : list_features(entry.features())) {
+        if (!feature.complete)
+            to.error(entry.place() + " features",
+                     "\"" + printable(feature.name) + "\" has no value that ends before byte " +
+                         text(entry.features_end()) + ": the device does not find it",
+                     {{"features_end", entry.features_end()}});
+    }
+}
+
+void check_data(const part_entry &entry, const package_file &file, report &to)
+{
+    const uint32_t offset = entry.part.offset;
+    const uint32_t size = entry.part.size;
+    if (size == 0)
+        return;
+    const uint64_t end = uint64_t{offset} + size;
+    if (offset % block_size != 0)
+        to.error(entry.place(),
+                 "its data begins at byte " + text(offset) + ", the device writes from byte " +
+                     text(offset - offset % block_size),
+                 {{"offset", offset}, {"written_from", offset - offset % block_size}});
+    if (offset < block_size)
+        to.error(entry.place(),
+                 "its data begins at byte " + text(offset) +
+                     ", in the block of the header and the part table",
+                 {{"offset", offset}});
+    if (end > file.size)
+        to.error(entry.place(),
+                 "its data ends at byte " + text(end) + ", the package at byte " + text(file.size),
+                 {{"data_end", end}, {"file_size", file.size}});
+}
+
+void check_overlaps(const std::vector<part_entry> &parts, report &to)
+{
+    for (size_t second = 1; second < parts.size(); second++) {
+        for (size_t first = 0; first < second; first++) {
+            const package_part &a = parts[first].part;
+            const package_part &b = parts[second].part;
+            const uint64_t begin = std::max(a.offset, b.offset);
+            const uint64_t end = std::min(uint64_t{a.offset} + a.size, uint64_t{b.offset} + b.size);
+            if (begin < end)
+                to.error(parts[first].place() + " and " + parts[second].place(),
+                         "share the bytes " + text(begin) + " to " + text(end - 1),
+                         {{"begin", begin}, {"end", end}});
+        }
+    }
+}
+
+void check_behind_table(const package_file &file, report &to)
+{
+    if (file.parts.size() < package_part_count || file.table_end + 2 > block_size)
+        return;
+    const uint8_t *next = file.blocks->blocks[0] + file.table_end;
+    if (next[0] != 0 || next[1] != 0)
+        to.warning("part table",
+                   "something like a further entry at byte " + text(file.table_end) + ": only " +
+                       text(package_part_count) + " are read",
+                   {{"position", file.table_end}});
+}
+
+} // namespace
+
+std::vector<finding> check_package(const package_file &file,
+                                   const std::vector<named_device> &devices)
+{
+    report to;
+    check_header(file, to);
+    if (file.stage < read_stage::table)
+        return to.findings;
+    if (!file.problem.empty())
+        to.error("part table", file.problem);
+    for (const part_entry &entry : file.parts) {
+        check_entry(entry, to);
+        check_conditions(entry, to);
+        check_features(entry, to);
+        check_data(entry, file, to);
+    }
+    check_overlaps(file.parts, to);
+    check_behind_table(file, to);
+    const std::vector<finding> advice = advise(file, devices);
+    to.findings.insert(to.findings.end(), advice.begin(), advice.end());
+    return to.findings;
+}
+
+} // namespace fwpkg

@@ -1,0 +1,295 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/fwpkg/planner.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+
+#include "flash/flash.h"
+#include "flash/partition.h"
+#include "package/conditions.h"
+#include "package/validate.h"
+#include "platform/syscfg.h"
+#include "tools/fwpkg/condition_code.h"
+#include "tools/fwpkg/configuration.h"
+#include "tools/fwpkg/text.h"
+#include "tools/fwpkg/traps.h"
+
+namespace fwpkg {
+namespace {
+
+constexpr int write_attempts = 3;
+constexpr int64_t rest_before_done_milliseconds = 2000;
+constexpr int requirement_capacity = 1024; // what the device compiles a requirement into
+
+using lookup = std::function<const char *(const char *name)>;
+
+std::vector<planned_comparison> compare_all(std::span<const uint8_t> code, const lookup &find)
+{
+    std::vector<planned_comparison> result;
+    const std::vector<condition_item> items = list_condition(code);
+    for (const condition_item &item : std::span(items).first(reached_items(items))) {
+        if (!item.comparison || !item.complete)
+            continue;
+        const char *answer = find(item.name.c_str());
+        const auto actual = answer == nullptr ? std::nullopt : std::optional<std::string>(answer);
+        result.push_back(
+            {item_text(item), actual, comparison_holds(item, actual), value_traps(item, actual)});
+    }
+    return result;
+}
+
+/// "board=rev2 does not hold, there is "rev1"": the first comparison that fails.
+std::string failed_comparison(const std::vector<planned_comparison> &comparisons)
+{
+    const auto failed = std::ranges::find(comparisons, false, &planned_comparison::holds);
+    if (failed == comparisons.end())
+        return {};
+    return ": " + failed->text + " does not hold, " +
+           (failed->actual ? "the value is \"" + printable(*failed->actual) + "\""
+                           : "there is no value");
+}
+
+/// One plan in the making.
+struct planner {
+    const named_device &device;
+    block_buffer buffer;
+    package record{};
+    device_plan plan{};
+
+    bool prepare();
+    bool select_parts();
+    void write_parts();
+    bool part_applies(package_part &part, planned_part &planned);
+    bool requirement_applies(package_part &part, planned_part &planned);
+    bool partition_fits(package_part &part, planned_part &planned);
+    bool parts_are_present();
+    bool write_part(const package_part &part, planned_part &planned);
+    bool end(int exit_status, const std::string &reason);
+};
+
+bool planner::end(int exit_status, const std::string &reason)
+{
+    plan.exit_status = exit_status;
+    plan.reason = reason;
+    return false;
+}
+
+/// Reads, deciphers and checks the package up to its table, with the device's words as reasons.
+/// What deciphering prints has the key in it and is left out.
+bool planner::prepare()
+{
+    init_package_struct(&record);
+    const uint8_t *block = buffer->blocks[0];
+    if (buffer->total == 0)
+        return end(1, "the package is empty");
+    device_words words;
+    if (read_package_head(&record, block, block_size) < 0)
+        return end(1, "error reading package: " + words.lines());
+    if (decrypt_package(nullptr, &record, buffer.get()) < 0) {
+        if (record.encryp == encryption_none)
+            return end(1, "decrypt package failed: in clear, and the device has a VENDOR_KEY");
+        return end(1, record.encryp == encryption_rc4
+                          ? "decrypt package failed: enciphered, and the device has no key"
+                          : "decrypt package failed: unknown encryption");
+    }
+    if (valid_package(nullptr, &record, buffer.get()) == 0) {
+        if (record.size != static_cast<uint32_t>(buffer->total))
+            return end(1, "invalid package: the header says " + std::to_string(record.size) +
+                              " bytes, there are " + std::to_string(buffer->total));
+        return end(1, record.encryp == encryption_rc4
+                          ? "invalid package: the digest is wrong: another key, or damaged"
+                          : "invalid package: the digest is wrong");
+    }
+    return read_package_parts(&record, block, block_size) >= 0 ||
+           end(1, "error reading package parts");
+}
+
+/// A part that is not for this device: dropped when optional, else false.
+bool drop(package_part &part, planned_part &planned, const std::string &reason)
+{
+    const bool optional = (part.flags & part_flag_optional) != 0;
+    if (planned.reason.empty())
+        planned.reason = reason;
+    planned.outcome = optional ? part_outcome::dropped : part_outcome::refused;
+    if (optional)
+        part.actual_size = part.size = 0;
+    return optional;
+}
+
+/// Why the device's answer about its requirement is no: the text as it stands, unless an earlier
+/// part of the type used it up, or the comparison that fails.
+std::string requirement_reason(const std::string &original, const planned_part &planned,
+                               bool compiles)
+{
+    if (compiles)
+        return "the device's requirement is not met" + failed_comparison(planned.requirement);
+    return original != *planned.requirement_text
+               ? "the device's requirement was used up by an earlier part of the type"
+               : "the device's requirement does not compile";
+}
+
+/// Lists the comparisons of the requirement `text` for a part; false when it does not compile.
+bool list_requirement(std::string text, const package_part &part, planned_part &planned)
+{
+    std::vector<uint8_t> code(requirement_capacity);
+    const int length = build_conditions(text.data(), code.data(), requirement_capacity);
+    if (length < 0)
+        return false;
+    _feature_set = part.features;
+    _feature_set_size = part.features_length;
+    planned.requirement =
+        compare_all(std::span(code).first(static_cast<size_t>(length)), get_feature);
+    _feature_set = nullptr;
+    _feature_set_size = 0;
+    return true;
+}
+
+bool planner::requirement_applies(package_part &part, planned_part &planned)
+{
+    std::string reason = "type " + std::to_string(part.type) + " is above " +
+                         std::to_string(part_type_count - 1) + ": no device takes it";
+    if (part.type < part_type_count) {
+        const std::string type = part_type_names[part.type];
+        // As the environment has it now: not as it was described, once a part has used it up.
+        if (const char *text = getenv(requirement_variable(type).c_str()); text != nullptr) {
+            planned.requirement_text = text;
+            const bool compiles = list_requirement(text, part, planned);
+            reason =
+                requirement_reason(device.description.requirements.at(type), planned, compiles);
+        }
+    }
+    return eval_features(static_cast<uint32_t>(part.type), part.features, part.features_length) !=
+               0 ||
+           drop(part, planned, reason);
+}
+
+bool planner::part_applies(package_part &part, planned_part &planned)
+{
+    const std::span<const uint8_t> code(part.conditions, part.conditions_length);
+    planned.conditions = compare_all(code, getsyscfg);
+    if (eval_conditions(part.conditions, part.conditions_length, getsyscfg) == 0 &&
+        !drop(part, planned, "its conditions are not met" + failed_comparison(planned.conditions)))
+        return false;
+    // Asked even of a part that was just dropped: asking uses up the requirement's text.
+    return requirement_applies(part, planned);
+}
+
+bool planner::partition_fits(package_part &part, planned_part &planned)
+{
+    if (part.actual_size == 0)
+        return true;
+    if (!planned.partition_size)
+        return drop(part, planned, "cannot open target device: there is no " + planned.partition);
+    if (*planned.partition_size >= part.actual_size)
+        return true;
+    return drop(part, planned,
+                "not enough space on target device: " + std::to_string(part.actual_size) +
+                    " bytes needed, " + planned.partition + " has " +
+                    std::to_string(*planned.partition_size));
+}
+
+/// Walks the parts as the device does before it writes anything.
+bool planner::select_parts()
+{
+    for (int index = 0; index < package_part_count && record.parts[index].type >= 0; index++) {
+        const package_part &part = record.parts[index];
+        planned_part planned;
+        planned.place = part_entry{index, 0, 0, part}.place();
+        planned.partition = partition_device(part.type).text;
+        const auto size = device.description.partitions.find(part.type);
+        if (size != device.description.partitions.end())
+            planned.partition_size = size->second;
+        plan.parts.push_back(std::move(planned));
+    }
+    for (size_t index = 0; index < plan.parts.size(); index++) {
+        package_part &part = record.parts[index];
+        planned_part &planned = plan.parts[index];
+        if (!part_applies(part, planned) || !partition_fits(part, planned))
+            return end(1, planned.place + ": " + planned.reason);
+        if (planned.outcome == part_outcome::not_written && part.size == 0)
+            planned.outcome = part_outcome::empty;
+    }
+    return parts_are_present();
+}
+
+/// Blocks that the writer takes: its sizes are signed.
+int64_t block_number(const package_part &part)
+{
+    const int64_t size = static_cast<int32_t>(part.size);
+    return size <= 0 ? 0 : (size + block_size - 1) / block_size;
+}
+
+bool planner::parts_are_present()
+{
+    const int64_t present = (int64_t{buffer->total} + block_size - 1) / block_size;
+    for (size_t index = 0; index < plan.parts.size(); index++) {
+        const package_part &part = record.parts[index];
+        const int64_t blocks = block_number(part);
+        const int64_t needed = part.offset / block_size + blocks;
+        if (!partition_is_writable(part.type) || blocks == 0 || needed <= present)
+            continue;
+        plan.parts[index].outcome = part_outcome::refused;
+        plan.parts[index].reason = "its data is not in the package";
+        return end(1, plan.parts[index].place + ": " + plan.parts[index].reason);
+    }
+    return true;
+}
+
+bool planner::write_part(const package_part &part, planned_part &planned)
+{
+    planned.outcome = part_outcome::refused;
+    if (!partition_is_writable(part.type)) {
+        planned.reason = "writing partition " + std::to_string(part.type) + " is not supported";
+        return end(2, planned.place + ": " + planned.reason);
+    }
+    if (!planned.partition_size) {
+        planned.reason = "cannot open " + planned.partition;
+        return end(2, planned.place + ": " + planned.reason);
+    }
+    planned.bytes = std::max<int64_t>(0, static_cast<int32_t>(part.size));
+    planned.blocks = block_number(part);
+    planned.milliseconds =
+        (planned.blocks * block_rest_microseconds + trailer_rest_microseconds) / 1000;
+    // A block that crosses the partition's end is cut and counts; one that begins there never does.
+    if (planned.blocks > 0 &&
+        static_cast<uint64_t>(planned.blocks - 1) * block_size >= *planned.partition_size) {
+        plan.endless = true;
+        planned.reason = "its " + std::to_string(planned.bytes) + " bytes run over the end of " +
+                         planned.partition + ": that write is tried again for ever";
+        return end(2, planned.place + ": " + planned.reason);
+    }
+    planned.outcome = part_outcome::written;
+    plan.blocks += planned.blocks;
+    plan.milliseconds += planned.milliseconds;
+    return true;
+}
+
+void planner::write_parts()
+{
+    for (size_t index = 0; index < plan.parts.size(); index++) {
+        if (record.parts[index].size == 0)
+            continue;
+        if (!write_part(record.parts[index], plan.parts[index])) {
+            plan.blocks *= plan.endless ? 1 : write_attempts;
+            plan.milliseconds *= plan.endless ? 1 : write_attempts;
+            return;
+        }
+    }
+    plan.milliseconds += rest_before_done_milliseconds;
+}
+
+} // namespace
+
+device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &device)
+{
+    const device_configuration configuration(device.description);
+    planner planner{device, load_blocks(bytes)};
+    planner.plan.name = device.name;
+    if (planner.prepare() && planner.select_parts())
+        planner.write_parts();
+    return std::move(planner.plan);
+}
+
+} // namespace fwpkg
