@@ -107,7 +107,8 @@ int open_with_mode(const char *path, int flags, va_list arguments)
 
 int sleep_us(int64_t microseconds)
 {
-    const timespec time = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
+    const timespec time = {static_cast<time_t>(microseconds / 1'000'000),
+                           static_cast<long>(microseconds % 1'000'000 * 1000)};
     return sim_nanosleep(&time, nullptr);
 }
 

@@ -3,7 +3,6 @@
 // What came of a run: collected from its operations and datagrams, then shown.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -46,14 +45,13 @@ struct run_summary {
     std::optional<operation> script;
     std::optional<operation> end;          ///< power cut, reset or hang
     std::map<std::string, int64_t> faults; ///< operations that each played a part in
-    std::array<std::vector<std::string>, 2> received; ///< datagrams, by receiver
+    int64_t datagrams = 0;                 ///< received by .upgrd_info
     int64_t last_kick_virtual_us = 0;
     int64_t last_kick_real_us = 0;
 };
 
-/// Adds one operation, or one datagram that arrived.
+/// Adds one operation.
 void add_operation(run_summary &summary, const operation &operation);
-void add_datagram(run_summary &summary, const datagram &datagram);
 
 /// The last 16 bytes of a partition, judged.
 struct trailer_state {

@@ -80,7 +80,8 @@ void write_line(void * /*argument*/, const sim_operation *operation)
         add(&line, ",\"line\":%lld,\"level\":%lld", static_cast<long long>(operation->line),
             static_cast<long long>(operation->level));
     if (strcmp(operation->name, "datagram") == 0)
-        add_text(&line, "text", static_cast<const char *>(operation->data), operation->data_size);
+        add_text(&line, "text", static_cast<const char *>(operation->data),
+                 static_cast<size_t>(operation->data_size));
     if (operation->fault != nullptr)
         add(&line, ",\"fault\":\"%s\"", operation->fault);
     add(&line, ",\"virtual_us\":%lld,\"real_us\":%lld}\n",

@@ -21,7 +21,8 @@ void log_sleep(int64_t microseconds)
 
 void sleep_really(int64_t microseconds)
 {
-    timespec rest = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
+    timespec rest = {static_cast<time_t>(microseconds / 1'000'000),
+                     static_cast<long>(microseconds % 1'000'000 * 1000)};
     while (real.clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
         // goes on with what is left
     }
