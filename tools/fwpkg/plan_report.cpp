@@ -10,12 +10,6 @@
 namespace fwpkg {
 namespace {
 
-const char *outcome_name(part_outcome outcome)
-{
-    constexpr std::array names = {"written", "empty", "dropped", "refused", "not written"};
-    return names.at(static_cast<size_t>(outcome));
-}
-
 std::string seconds_text(int64_t milliseconds)
 {
     char text[32];
@@ -106,6 +100,12 @@ json part_json(const planned_part &part)
 }
 
 } // namespace
+
+const char *outcome_name(part_outcome outcome)
+{
+    constexpr std::array names = {"written", "empty", "dropped", "refused", "not written"};
+    return names.at(static_cast<size_t>(outcome));
+}
 
 std::string plan_text(const device_plan &plan)
 {

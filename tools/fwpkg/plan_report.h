@@ -10,6 +10,9 @@
 
 namespace fwpkg {
 
+/// "written", "not written" and so on.
+const char *outcome_name(part_outcome outcome);
+
 /// The verdict for the device, then each part with every comparison. Ends in a newline.
 std::string plan_text(const device_plan &plan);
 json plan_json(const device_plan &plan);

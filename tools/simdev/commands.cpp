@@ -17,7 +17,9 @@ namespace {
 /// The stage and its percentage, as the datagrams tell them.
 class stage_progress {
 public:
-    explicit stage_progress(bool quiet) : progress_(quiet)
+    explicit stage_progress(bool quiet) : progress_(quiet) {}
+
+    void start()
     {
         progress_.show("download", 0);
     }
@@ -80,10 +82,15 @@ int run_command(const command_options &options)
     const run_listener listener = {
         [&](const operation &operation, std::string_view line) {
             add_operation(summary, operation);
+            if (operation.n == 1)
+                progress.start();
             if (log.is_open())
                 log << line << '\n';
         },
-        [&](const datagram &datagram) { progress.take(datagram); },
+        [&](const datagram &datagram) {
+            add_datagram(summary, datagram);
+            progress.take(datagram);
+        },
     };
     const run_outcome outcome = run_program(options.run, listener);
     progress.finish();

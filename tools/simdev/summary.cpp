@@ -43,7 +43,6 @@ void add_status(run_summary &summary, const operation &operation)
 {
     if (operation.target != "/tmp/.upgrd_info")
         return;
-    summary.datagrams += operation.error.empty() ? 1 : 0;
     for (const std::string_view prefix : {stage_prefix, error_prefix})
         if (operation.text.starts_with(prefix))
             summary.stages.push_back({operation.text.substr(prefix.size()), prefix == error_prefix,
@@ -134,6 +133,11 @@ void add_operation(run_summary &summary, const operation &operation)
     } else if (operation.op == "power-cut" || operation.op == "reset" || operation.op == "hang") {
         summary.end = operation;
     }
+}
+
+void add_datagram(run_summary &summary, const datagram &datagram)
+{
+    summary.received.at(static_cast<size_t>(datagram.receiver)).push_back(datagram.text);
 }
 
 trailer_state judge_trailer(const std::string &content)
@@ -231,6 +235,8 @@ nlohmann::json report_json(const run_summary &summary, const run_options &option
                          ? nlohmann::json(summary.script->result)
                          : nlohmann::json();
     json["faults"] = summary.faults;
+    json["datagrams"] = {{"/tmp/.upgrd_info", summary.received[0]},
+                         {"/tmp/.syscfg-server", summary.received[1]}};
     json["operations"] = summary.operations;
     json["virtual_us"] = summary.virtual_us;
     json["real_us"] = outcome.real_us;

@@ -3,6 +3,7 @@
 // What came of a run: collected from its operations and datagrams, then shown.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -45,13 +46,14 @@ struct run_summary {
     std::optional<operation> script;
     std::optional<operation> end;          ///< power cut, reset or hang
     std::map<std::string, int64_t> faults; ///< operations that each played a part in
-    int64_t datagrams = 0;                 ///< received by .upgrd_info
+    std::array<std::vector<std::string>, 2> received; ///< datagrams, by receiver
     int64_t last_kick_virtual_us = 0;
     int64_t last_kick_real_us = 0;
 };
 
-/// Adds one operation.
+/// Adds one operation, or one datagram that arrived.
 void add_operation(run_summary &summary, const operation &operation);
+void add_datagram(run_summary &summary, const datagram &datagram);
 
 /// The last 16 bytes of a partition, judged.
 struct trailer_state {

@@ -1,0 +1,213 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""System tests: the whole program on a simulated device.
+
+UPGRADE_BUILD names the build folder (default build/dev, relative to the repository). In a build
+with sanitizers the program has the model linked into it; a finding of theirs fails the test.
+
+The vocabulary:
+
+    def test_it(make_device, serve_tftp):
+        device = make_device(partitions={2: 65536}, configuration={"WD": "5"},
+                             requirements={"kernel": "ram:<=64"})
+        port = serve_tftp({"fw": make_package([Part(2, b"data")])})
+        run = device.run("tftp://127.0.0.1/fw", tftp_port=port)
+
+    run.status                exit status
+    run.stderr, run.stdout    bytes, complete
+    run.datagrams             texts that .upgrd_info received; run.server_datagrams: .syscfg-server
+    run.operations            the log: a list of dictionaries (docs/simulated-device.md)
+    run.names("write", ...)   the names of the operations, in order, of these kinds only
+    run.report                simdev's report
+    device.flash(2)           the content of a partition; device.fill(2, b"...") changes it
+    device.folder             the device folder, to spoil what is in it
+
+Peers: serve_tftp(files) is a plain TFTP server; udp_peer(script) and tcp_peer(script) give a script
+a socket of its own in a thread and return the port. What a script raises fails the test. Packages:
+package.py. All runs are fast: sleeps are counted, unanswered waits end after
+`grace` real ms (1000; choose less where the test is about waits that nobody answers).
+"""
+
+import json
+import os
+import pathlib
+import socket
+import struct
+import subprocess
+import sys
+import threading
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = ROOT / os.environ.get("UPGRADE_BUILD", "build/dev")
+SIMDEV = BUILD / "tools/simdev/simdev"
+FINDING = 99  # exit status that simdev asks the sanitizers for
+PEER_SECONDS = 30  # no peer waits longer, so that no thread is left behind
+
+sys.path.insert(0, str(pathlib.Path(__file__).parent))
+
+
+class Run:
+    def __init__(self, device, report, log):
+        self.report = report
+        self.status = report["exit_status"]
+        self.stdout = (device.folder / "run/stdout").read_bytes()
+        self.stderr = (device.folder / "run/stderr").read_bytes()
+        self.datagrams = report["datagrams"]["/tmp/.upgrd_info"]
+        self.server_datagrams = report["datagrams"]["/tmp/.syscfg-server"]
+        self.operations = [json.loads(line) for line in log.read_text().splitlines()]
+
+    def of(self, *names):
+        """The operations of these kinds."""
+        return [operation for operation in self.operations if operation["op"] in names]
+
+    def names(self, *names):
+        return [operation["op"] for operation in self.of(*names)]
+
+
+class Device:
+    def __init__(self, folder):
+        self.folder = folder
+
+    def partition(self, number):
+        return self.folder / f"dev/fla{number}"
+
+    def flash(self, number):
+        return self.partition(number).read_bytes()
+
+    def fill(self, number, content):
+        assert len(content) == self.partition(number).stat().st_size
+        self.partition(number).write_bytes(content)
+
+    def command(self, *arguments, program=None, grace=1000, tftp_port=None, ports=(), **settings):
+        """A simdev command line up to its "--"; settings become options."""
+        command = [SIMDEV, *arguments[:1], self.folder, *arguments[1:], f"--grace={grace}"]
+        if program:
+            command.append(f"--program={program}")
+        if tftp_port:
+            command.append(f"--tftp-port={tftp_port}")
+        command += [f"--map-port={device}={real}" for device, real in ports]
+        command += [f"--{name}={value}" for name, value in settings.items()]
+        return [str(word) for word in command]
+
+    def run(self, *url, faults=(), environment=None, **settings):
+        """Runs the program with the URL (none: its default) to its end."""
+        log = self.folder / "run/log"
+        command = self.command("run", "--fast", "--json", f"--log={log}",
+                               *[f"--fault={fault}" for fault in faults], **settings)
+        done = subprocess.run([*command, "--", *url], capture_output=True, timeout=120,
+                              env={**os.environ, **(environment or {})})
+        assert done.returncode != 125, done.stderr.decode()
+        run = Run(self, json.loads(done.stdout), log)
+        assert run.status == done.returncode
+        assert run.status != FINDING, run.stderr.decode(errors="replace")
+        return run
+
+
+def toml_table(name, pairs):
+    return f"[{name}]\n" + "".join(f"{json.dumps(str(key))} = {json.dumps(value)}\n"
+                                   for key, value in pairs.items())
+
+
+@pytest.fixture
+def make_device(tmp_path):
+    """Makes device folders, by default with small partitions 2, 3 and 4."""
+    made = []
+
+    def make(partitions=None, configuration=None, requirements=None, script=None):
+        folder = tmp_path / f"device{len(made)}"
+        description = tmp_path / f"device{len(made)}.toml"
+        description.write_text(
+            toml_table("partitions", partitions or {2: 65536, 3: 65536, 4: 65536})
+            + toml_table("configuration", {"WD": "5"} if configuration is None else configuration)
+            + toml_table("requirements", requirements or {})
+            + toml_table("script", script or {}))
+        subprocess.run([SIMDEV, "init", folder, "--device", description], check=True,
+                       stdout=subprocess.DEVNULL)
+        made.append(Device(folder))
+        return made[-1]
+
+    return make
+
+
+@pytest.fixture
+def peers():
+    """Starts scripts in threads; at the end of the test it waits for them and hands on failures."""
+    threads, failures, sockets = [], [], []
+
+    def start(script, sock):
+        sock.settimeout(PEER_SECONDS)
+        sockets.append(sock)
+
+        def body():
+            try:
+                script(sock)
+            except BaseException as failure:  # pylint: disable=broad-except
+                failures.append(failure)
+
+        thread = threading.Thread(target=body, daemon=True)
+        thread.start()
+        threads.append(thread)
+        return sock.getsockname()[1]
+
+    yield start
+    for thread in threads:
+        thread.join(PEER_SECONDS)
+    for sock in sockets:
+        sock.close()
+    if failures:
+        raise failures[0]
+
+
+@pytest.fixture
+def udp_peer(peers):
+    """udp_peer(script): script(socket) runs beside the test; returns the socket's port."""
+
+    def start(script):
+        sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        sock.bind(("127.0.0.1", 0))
+        return peers(script, sock)
+
+    return start
+
+
+@pytest.fixture
+def tcp_peer(peers):
+    """tcp_peer(script): script(listening socket) runs beside the test; returns the port."""
+
+    def start(script):
+        sock = socket.create_server(("127.0.0.1", 0))
+        return peers(script, sock)
+
+    return start
+
+
+def send_by_tftp(sock, client, content):
+    """Sends `content` in blocks of 512 to a client, each acknowledged; the last may be empty."""
+    for number in range(1, len(content) // 512 + 2):
+        block = content[(number - 1) * 512:number * 512]
+        sock.sendto(struct.pack(">HH", 3, number & 0xFFFF) + block, client)
+        assert sock.recvfrom(600)[0] == struct.pack(">HH", 4, number & 0xFFFF)
+
+
+@pytest.fixture
+def serve_tftp(udp_peer):
+    """serve_tftp({name: bytes}, requests=1): a server that answers so many requests, each from a
+    port of its own, a name that it lacks with an error packet. Returns the port."""
+
+    def start(files, requests=1):
+        def script(sock):
+            for _ in range(requests):
+                request, client = sock.recvfrom(600)
+                name = request[2:].split(b"\0")[0].decode()
+                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as transfer:
+                    transfer.bind(("127.0.0.1", 0))
+                    transfer.settimeout(PEER_SECONDS)
+                    if name in files:
+                        send_by_tftp(transfer, client, files[name])
+                    else:
+                        transfer.sendto(struct.pack(">HH", 5, 1) + b"no such file\0", client)
+
+        return udp_peer(script)
+
+    return start

@@ -1,0 +1,201 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""simdev itself: what it keeps apart, what it records, what it refuses."""
+
+import json
+import os
+import signal
+import struct
+import subprocess
+import zlib
+
+import pytest
+
+from conftest import SIMDEV
+from package import OPTIONAL, Part, make_package
+
+KERNEL = bytes(range(256)) * 20  # 5120 bytes: one whole block and a part of one
+
+
+def upgrade(device, serve_tftp, parts, **settings):
+    port = serve_tftp({"fw": make_package(parts)})
+    return device.run("tftp://127.0.0.1/fw", tftp_port=port, **settings)
+
+
+def trailer(data):
+    crc = zlib.crc32(data)
+    return struct.pack("<IIII", crc, len(data), (crc + len(data) + 0x44427031) & 0xFFFFFFFF,
+                       0x44427031)
+
+
+def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
+    device = make_device(script={"seconds": 1.5, "status": 3})
+    run = upgrade(device, serve_tftp, [Part(2, KERNEL)])
+    assert run.status == 0
+    assert device.flash(2) == KERNEL + b"\xff" * (65536 - 5120 - 16) + trailer(KERNEL)
+    assert device.flash(3) == b"\xff" * 65536
+    # The two blocks in order: each written, synced and fed, then rest; the trailer comes last.
+    start = next(o["n"] for o in run.operations if o["op"] == "write")
+    steps = [(o["op"], o.get("offset"), o.get("result"), o.get("duration_us"), o["virtual_us"])
+             for o in run.operations[start - 1:]
+             if o["op"] in ("write", "sync", "kick", "sleep", "seek")][:11]
+    assert steps == [
+        ("write", 0, 4096, None, 1500000), ("sync", None, None, None, 1500000),
+        ("kick", None, 0, None, 1500000), ("sleep", None, None, 40000, 1540000),
+        ("write", 4096, 1024, None, 1540000), ("sync", None, None, None, 1540000),
+        ("kick", None, 0, None, 1540000), ("sleep", None, None, 40000, 1580000),
+        ("seek", -16, 65520, None, 1580000), ("write", 65520, 16, None, 1580000),
+        ("sync", None, None, None, 1580000)]
+    assert [(o["line"], o["level"]) for o in run.of("kick")] == [(5, 0), (5, 1), (5, 0), (5, 1)]
+    assert run.datagrams == run.server_datagrams
+    assert [o["text"] for o in run.of("datagram")[::2]] == run.datagrams
+    assert run.report["script"] == 3
+    assert run.report["virtual_us"] == 1500000 + 2 * 40000 + 100000 + 2000000
+    assert run.report["partitions"] == {"2": {
+        "writes": 3, "bytes": 5136, "failed": 0, "crc": zlib.crc32(KERNEL), "length": 5120,
+        "trailer_valid": True, "content_matches": True}}
+
+
+def test_the_script_gets_the_environment_without_the_simulation(make_device, serve_tftp):
+    device = make_device(requirements={"kernel": "ram=1"})
+    script = device.folder / "etc/rc.d/init.d/network.stop"
+    script.write_text(f"#!/bin/sh\nenv > {device.folder}/seen\n")
+    upgrade(device, serve_tftp, [Part(2, KERNEL)],
+            environment={"KEPT": "yes", "app_features": "of the host"})
+    seen = dict(line.split("=", 1) for line in (device.folder / "seen").read_text().splitlines())
+    assert (seen["KEPT"], seen["kernel_features"]) == ("yes", "ram=1")
+    assert [n for n in seen if n.startswith(("LD_PRELOAD", "SIMDEV_", "app_features"))] == []
+
+
+def test_a_partition_ends_where_its_file_does(make_device, serve_tftp):
+    device = make_device(partitions={2: 8192})
+    run = upgrade(device, serve_tftp, [Part(2, bytes(9000), actual_size=1)],
+                  faults=["watchdog:seconds=60"])
+    results = [(o["offset"], o["length"], o["result"]) for o in run.of("write")]
+    # What does not fit fails for ever, until the watchdog ends it.
+    assert results[:3] == [(0, 4096, 4096), (4096, 4096, 4096), (8192, 808, -1)]
+    assert run.of("write")[-1]["error"] == "ENOSPC"
+    assert (run.status, run.report["ended_by"]) == (101, "reset")
+    assert device.partition(2).stat().st_size == 8192
+
+
+def test_unanswered_waits_count_in_full(make_device, udp_peer):
+    run = make_device().run("tftp://127.0.0.1/fw", grace=20, tftp_port=udp_peer(lambda _: None))
+    assert run.status == 1
+    assert [o["duration_us"] for o in run.of("wait")] == [5000000] * 5
+    assert run.report["virtual_us"] == 25000000
+    assert run.report["real_us"] < 2500000
+
+
+def test_a_run_without_fast_sleeps_for_real(make_device, serve_tftp):
+    device = make_device()
+    port = serve_tftp({"fw": make_package([Part(2, KERNEL)])})
+    done = subprocess.run(device.command("run", "--json", tftp_port=port)
+                          + ["--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=60)
+    report = json.loads(done.stdout)
+    assert report["virtual_us"] == 2180000 <= report["real_us"]
+    assert report["overhead_percent"] == pytest.approx(
+        100 * (report["real_us"] - 2180000) / 2180000, abs=0.01)
+
+
+@pytest.mark.parametrize("fault, status, stderr", [
+    ("gpio-refuse", 0, b"reset watchdog error: Input/output error\n"),
+    ("write-error@1x2", 0, b"write block #0 failed: Input/output error\n" * 2),
+    ("bit-flip@1:bit=9", 0, b"block #0 differ\n"),
+    ("read-error@2", 0, b"read last block #1 failed: Input/output error\n"),
+    ("short-write@1:bytes=100", 0, b"block #0 differ\n"),
+    ("open-error@2x3:partition=2", 2, b"cannot open /dev/fla2 for writing\n\nwrite package failed!"),
+    ("open-error", 1, b"cannot open target device\n"),
+    ("receiver-missing:receiver=0", 0, b"UPGRD_STAGE=DONE\n"),
+    ("receiver-stuck", 0, b"UPGRD_STAGE=DONE\n"),
+    ("script-hang", 102, b"tftp download packet length: 9216\n"),
+    ("cut@2", 100, b"open /dev/fla2 for writing\n"),
+])
+def test_faults(make_device, serve_tftp, fault, status, stderr):
+    device = make_device()
+    run = upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=[fault])
+    assert (run.status, stderr in run.stderr) == (status, True), run.stderr
+    assert list(run.report["faults"]) == [fault.split("@")[0].split(":")[0]]
+
+
+def test_a_stalled_server_is_given_up_after_25_seconds(make_device, udp_peer):
+    def serve_three_blocks(sock):
+        for number in (1, 2, 3):
+            _, client = sock.recvfrom(600)
+            sock.sendto(struct.pack(">HH", 3, number) + bytes(512), client)
+
+    run = make_device().run("tftp://127.0.0.1/fw", faults=["server-stall@1000"],
+                            tftp_port=udp_peer(serve_three_blocks))
+    assert (run.status, run.report["virtual_us"]) == (1, 25000000)
+    assert b"last timeout\ntftp download packet length: 1024\n" in run.stderr
+    assert run.report["real_us"] < 1000000
+
+
+def test_a_stuck_receiver_costs_two_seconds_a_datagram(make_device, serve_tftp):
+    run = upgrade(make_device(), serve_tftp, [Part(2, KERNEL)],
+                  faults=["receiver-stuck:receiver=1"])
+    assert run.status == 0
+    late = [o for o in run.of("datagram") if o.get("error") == "EAGAIN"]
+    sent = [o for o in run.of("datagram") if o["target"] == "/tmp/.syscfg-server"]
+    assert late == sent[10:] and {o["duration_us"] for o in late} <= {2000000}
+
+
+@pytest.mark.parametrize("torn, kept", [(None, 4096), (1000, 1000), (0, 0)])
+def test_a_power_cut_leaves_what_was_written(make_device, serve_tftp, torn, kept):
+    device = make_device()
+    fault = "cut@1" if torn is None else f"cut@1:torn={torn}"
+    run = upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=[fault])
+    assert (run.status, run.report["ended_by"]) == (100, "power-cut")
+    assert device.flash(2) == KERNEL[:kept].ljust(65536, b"\xff")
+
+
+def test_a_server_fault_on_tftp_and_closed_streams(make_device, serve_tftp):
+    device = make_device()
+    port = serve_tftp({"fw": make_package([Part(2, KERNEL)])})
+    run = device.run("tftp://127.0.0.1/fw", tftp_port=port,
+                     faults=["server-drip:seconds=2", "closed:fd=1", "closed:fd=2"])
+    # 9216 bytes are 19 packets, the first of which comes at once.
+    assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
+    assert run.report["stages"][0]["virtual_us"] == 18 * 2000000
+
+
+def test_the_same_seed_flips_the_same_bit(make_device, serve_tftp):
+    def flipped(seed):
+        device = make_device()
+        upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=["bit-flip@1"], seed=seed)
+        return [i for i, (a, b) in enumerate(zip(device.flash(2), KERNEL)) if a != b]
+
+    first = flipped(1)
+    assert len(first) == 1 and first == flipped(1) != flipped(2)
+
+
+def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
+    device = make_device()
+    port = udp_peer(lambda sock: (sock.recvfrom(600), os.kill(simdev.pid, signal.SIGINT)))
+    simdev = subprocess.Popen(device.command("run", tftp_port=port) + ["--", "tftp://127.0.0.1/f"],
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+    assert b"ended by signal 15" in simdev.communicate(timeout=30)[0]
+    assert simdev.returncode == 128 + 15
+
+
+@pytest.mark.parametrize("words, said", [
+    (["run", "nowhere"], "nowhere: is no device folder"),
+    (["run", "{device}", "--fault=cut"], 'fault "cut": "@N" is missing'),
+    (["run", "{device}", "--fault=cutter@1"], "there is no fault of this name"),
+    (["run", "{device}", "--fault=closed"], "a key is missing"),
+    (["run", "{device}", "--fault=cut@1:bytes=3"], "unknown key"),
+    (["run", "{device}", "--fault=watchdog:seconds=x"], "is no number"),
+    (["run", "{device}", "--map-port=80"], 'not a list of ports: "tcp:80,"'),
+    (["run", "{device}", "--program=/bin/nothing"], "/bin/nothing: cannot be read"),
+    (["run", "{device}", "--program={device}/device.toml"], "cannot be started"),
+    (["init", "{device}"], "is there already and not empty"),
+    (["init", "new", "--device={wrong}"], 'wrong.toml:2: partition "12" is not one of 0 to 9'),
+    (["init", "new", "--device=nothing"], "nothing: cannot be read"),
+])
+def test_what_it_refuses(make_device, tmp_path, words, said):
+    device = make_device()
+    wrong = tmp_path / "wrong.toml"
+    wrong.write_text("[partitions]\n12 = 65536\n")
+    done = subprocess.run([SIMDEV, *[w.format(device=device.folder, wrong=wrong) for w in words]],
+                          capture_output=True, text=True, cwd=tmp_path, timeout=30)
+    assert done.returncode == 125
+    assert said in done.stderr and done.stderr.count("\n") == 1, done.stderr
