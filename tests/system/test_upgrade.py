@@ -1,0 +1,263 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""The run as a whole: messages, order, datagrams, flash and exit status."""
+
+import os
+import struct
+import subprocess
+import zlib
+
+import pytest
+
+from package import OPTIONAL, Part, make_package, seal
+
+KERNEL = bytes(range(256)) * 20  # 5120 bytes: a block and a part of one
+MAGIC = 0x44427031
+HOLDS = b"\0none\0\0"  # condition code: an unknown name is the empty text
+FAILS = b"\0none\0x\0"
+URL = "tftp://127.0.0.1/fw"
+STARTED = f"download start ...\nurl = {URL}\ntftp download start ...\nreceive last packet\n"
+
+
+def start(device, serve_tftp, package, **settings):
+    return device.run(URL, tftp_port=serve_tftp({"fw": package}), **settings)
+
+
+def after_download(run):
+    """What was said once the package was there."""
+    return run.stderr.decode().split("tftp download packet length: ")[1].partition("\n")[2]
+
+
+def trailer(data):
+    crc = zlib.crc32(data)
+    return struct.pack("<IIII", crc, len(data), (crc + len(data) + MAGIC) & 0xFFFFFFFF, MAGIC)
+
+
+def stage(name):
+    return [f"UPGRD_STAGE={name}", "UPGRD_PERCENTAGE=0"]
+
+
+def lines(*texts):
+    return "".join(text + "\n" for text in texts)
+
+
+def test_everything_of_a_whole_run(make_device, serve_tftp):
+    device = make_device(configuration={"WD": "9", "VENDOR_KEY": "top secret", "ram": "128"},
+                         requirements={"app": "lang=en"})
+    app = b"a" * 4096
+    package = make_package([Part(2, KERNEL, conditions=b"\x0bram\00064\0\xff"),
+                            Part(3, b"dropped", conditions=FAILS, flags=OPTIONAL),
+                            Part(4, app, features={"lang": "en"}, compress=1)], key=b"top secret")
+    run = start(device, serve_tftp, package)
+    writing = ["UPGRD_PERCENTAGE=44", "UPGRD_PERCENTAGE=55"]
+    assert run.stderr.decode() == STARTED + lines(
+        f"tftp download packet length: {len(package)}", "decrypt using: top secret",
+        *stage("WRITING"), "open /dev/fla2 for writing", "", *writing, "open /dev/fla4 for writing",
+        "", "UPGRD_PERCENTAGE=100",
+        *stage("VERIFYING"), "open /dev/fla2 for writing", "", *writing,
+        "open /dev/fla4 for writing", "", "UPGRD_PERCENTAGE=100", *stage("DONE"))
+    parts = [("kernel", 0, 5120, 0, 4096), ("base", 0, 7, 1, 12288), ("app", 1, 4096, 0, 16384)]
+    assert run.stdout.decode() == lines(
+        "magic: dbad475e", "checksum: " + package[12:28].hex(" ") + " ", "version: 1", "encryp: 1",
+        f"size: {len(package)}",
+        *(f"  part #{i}:\n    type: {kind}\n    compress: {compress}\n    actual size: {size}\n"
+          f"    flags: {flags:08x}\n    size: {size}\n    offset: {offset}"
+          for i, (kind, compress, size, flags, offset) in enumerate(parts)))
+    percentages = [*writing, "UPGRD_PERCENTAGE=100"]
+    assert run.datagrams == [*stage("WRITING"), *percentages, *stage("VERIFYING"), *percentages,
+                             *stage("DONE")]
+    assert run.server_datagrams == run.datagrams
+    assert device.flash(2)[:5120] == KERNEL and device.flash(2)[-16:] == trailer(KERNEL)
+    assert device.flash(4)[:4096] == app and device.flash(4)[-16:] == trailer(app)
+    assert run.status == 0
+    assert {(kick["line"], kick["level"]) for kick in run.of("kick")} == {(9, 0), (9, 1)}
+
+
+DAMAGED = bytearray(make_package([Part(2, b"x")]))
+DAMAGED[100] ^= 1
+
+REFUSED = {  # package, device, what is said; everything ends in INVALID PACKAGE and status 1
+    "nothing": (b"", {}, "error reading package"),
+    "magic": (seal(b"", magic=0xDBAD475F), {}, "Bad magic: dbad475f\nerror reading package"),
+    "version": (seal(b"", version=2), {}, "Bad version: 2\nerror reading package"),
+    "cut header": (seal(b"")[:5], {}, "Bad version: 0\nerror reading package"),
+    "digest": (bytes(DAMAGED), {}, "Checksum error!\ninvalid package"),
+    "length": (make_package([], size=5000), {}, "Bad package length!\ninvalid package"),
+    "length, enciphered": (
+        make_package([], key=b"k", size=5000), {"configuration": {"VENID": "k"}},
+        "decrypt using: k\nBad package length!\nBad package length!\ninvalid package"),
+    "another key": (make_package([], key=b"k"), {"configuration": {"VENID": "l"}},
+                    "decrypt using: l\nChecksum error!\ninvalid package"),
+    "no key": (make_package([], key=b"k"), {}, "No key!\ndecrypt package failed"),
+    "in clear": (make_package([]), {"configuration": {"VENDOR_KEY": "k"}}, "decrypt package failed"),
+    "unknown cipher": (seal(b"", encryp=2), {}, "decrypt package failed"),
+    "table": (seal(b"\0\x13"), {},
+              "invalid part header size: 19\nerror while reading part info\n"
+              "error reading package parts"),
+    "conditions": (make_package([Part(2, b"x", conditions=FAILS)]), {}, None),
+    "features": (make_package([Part(2, b"x", features={"a": "2"})]),
+                 {"requirements": {"kernel": "a=1"}}, None),
+    "type without a name": (make_package([Part(9, b"x")]), {}, None),
+    "second of a type": (make_package([Part(2, b"x", features={"a": "1"})] * 2),
+                         {"requirements": {"kernel": "a=1"}}, None),
+    "no device": (make_package([Part(8, b"x")]), {}, "cannot open target device"),
+    "too small": (make_package([Part(2, b"x", actual_size=65537)]), {},
+                  "not enougth space on target device"),
+    "data that is not there": (make_package([Part(2, b"x"), Part(3, b"x", offset=8192, size=4097)]),
+                               {}, "data of part #1 is not in the package"),
+    "data beyond the buffer": (make_package([Part(4, b"x", offset=0xFFFFF000, flags=OPTIONAL)]), {},
+                               "data of part #0 is not in the package"),
+}
+
+
+@pytest.mark.parametrize("name", REFUSED)
+def test_a_refused_package_touches_no_flash(name, make_device, serve_tftp):
+    package, settings, messages = REFUSED[name]
+    device = make_device(**settings)
+    run = start(device, serve_tftp, package)
+    expected = lines(messages) if messages else ""  # a mandatory part that is not met says nothing
+    assert after_download(run) == expected + "UPGRD_ERROR=INVALID PACKAGE\nbad package!\n"
+    assert run.datagrams == ["UPGRD_ERROR=INVALID PACKAGE"]
+    assert run.names("script", "write") == ["script"]
+    assert run.status == 1
+
+
+def test_an_unusable_url_says_so_and_nothing_else(make_device):
+    run = make_device().run("tftpd")
+    assert run.stderr.decode() == lines(
+        "download start ...", "url = tftpd", "tftp.c:tftp_downloader_open:505: FUNCTION_FAILED",
+        "UPGRD_ERROR=INVALID URL", "cannot open url: tftpd")
+    assert (run.status, run.datagrams) == (1, ["UPGRD_ERROR=INVALID URL"])
+    assert run.names("script", "kick") == []
+
+
+SELECTED = {  # parts, device, the partitions that get written
+    "all optional, all dropped": (
+        [Part(2, b"k", conditions=FAILS, flags=OPTIONAL), Part(3, b"b", features={"a": "2"},
+                                                               flags=OPTIONAL),
+         Part(8, b"no device", flags=OPTIONAL), Part(4, b"a", actual_size=65537, flags=OPTIONAL)],
+        {"requirements": {"base": "a=1"}}, []),
+    "malformed code counts as met": ([Part(2, b"k", conditions=b"\0cut")], {}, [2]),
+    "code that holds": ([Part(2, b"k", conditions=HOLDS)], {}, [2]),
+    "the requirement is used up even by a part that was dropped": (
+        [Part(2, b"k", conditions=FAILS, flags=OPTIONAL, features={"a": "1"}),
+         Part(2, b"l", flags=OPTIONAL, features={"a": "1"}), Part(3, b"b")],
+        {"requirements": {"kernel": "a=1"}}, [3]),
+    "actual size 0 skips the device check alone": ([Part(4, b"a" * 5000, actual_size=0)], {}, [4]),
+    "size 0 writes nothing": ([Part(2, b"", actual_size=9), Part(3, b"b")], {}, [3]),
+    "the size of a partition is no room for the trailer": ([Part(2, b"k" * 65536)], {}, [2]),
+    "a type that is not written, without data": ([Part(0, b"", actual_size=0), Part(3, b"b")], {},
+                                                 [3]),
+}
+
+
+@pytest.mark.parametrize("name", SELECTED)
+def test_parts_are_selected(name, make_device, serve_tftp):
+    parts, settings, written = SELECTED[name]
+    run = start(make_device(**settings), serve_tftp, make_package(parts))
+    assert run.status == 0, run.stderr.decode()
+    assert sorted(int(number) for number in run.report["partitions"]) == written
+    assert run.datagrams[-2:] == stage("DONE")
+
+
+def test_a_difference_is_reported_and_no_failure(make_device, serve_tftp):
+    # The trailer overwrites the end of a part that fills its partition.
+    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 65536)]))
+    assert "\nlast block #15 differ\n" in after_download(run)
+    assert run.datagrams[-3:] == ["UPGRD_PERCENTAGE=93", *stage("DONE")]
+    assert run.status == 0
+
+
+def test_a_type_that_is_not_written_fails_three_attempts(make_device, serve_tftp):
+    device = make_device(partitions={0: 65536, 2: 65536})
+    run = start(device, serve_tftp, make_package([Part(2, b"k"), Part(0, b"i")]))
+    attempt = ["UPGRD_STAGE=WRITING", "UPGRD_PERCENTAGE=0", "open /dev/fla2 for writing", "",
+               "UPGRD_PERCENTAGE=50", "writing partition 0 not supported", "write package failed!"]
+    assert after_download(run) == lines(*attempt * 3, "UPGRD_ERROR=UPGRADE FAILED",
+                                        "upgrade failed!")
+    assert run.datagrams[-1] == "UPGRD_ERROR=UPGRADE FAILED"
+    assert run.status == 2
+    assert run.report["virtual_us"] == 3 * (40_000 + 100_000)  # no pause, and no rest at the end
+
+
+OPEN = ["open /dev/fla2 for writing", ""]
+WROTE = [*OPEN, "UPGRD_PERCENTAGE=80", "UPGRD_PERCENTAGE=100"]
+VERIFIED = [*stage("VERIFYING"), *WROTE]
+PAUSES = 2 * 40_000 + 100_000 + 2_000_000
+
+FAULTS = {  # faults, what is said from the first stage on, virtual microseconds
+    "a device that opens at the second attempt": (
+        ["open-error@2:partition=2"],
+        [*stage("WRITING"), "cannot open /dev/fla2 for writing", "", "write package failed!",
+         *stage("WRITING"), *WROTE, *VERIFIED], PAUSES),
+    "a device that does not open for reading once": (
+        ["open-error@3:partition=2"],
+        [*stage("WRITING"), *WROTE, *stage("VERIFYING"), "cannot open /dev/fla2 for writing", "",
+         "verify package failed!", *stage("WRITING"), *WROTE, *VERIFIED],
+        PAUSES + 2 * 40_000 + 100_000),
+    "a block that is refused for a while": (
+        ["write-error@2x3"],
+        [*stage("WRITING"), *OPEN, "UPGRD_PERCENTAGE=80",
+         *["write block #1 failed: Input/output error"] * 3, "UPGRD_PERCENTAGE=100", *VERIFIED],
+        PAUSES + 3 * 400_000),
+    "a trailer that is refused": (
+        ["write-error@3"],
+        [*stage("WRITING"), *WROTE, "partition checksum write error: Input/output error", "",
+         *VERIFIED], PAUSES),
+    "a short write counts as a whole one": (
+        ["short-write@2:bytes=1000"],
+        [*stage("WRITING"), *WROTE, *stage("VERIFYING"), *OPEN, "UPGRD_PERCENTAGE=80",
+         "last block #1 differ"], PAUSES),
+    "a block that cannot be read back": (
+        ["read-error@1"],
+        [*stage("WRITING"), *WROTE, *stage("VERIFYING"), *OPEN,
+         "read block #0 failed: Input/output error"], PAUSES),
+    "a bit that the flash gets wrong": (
+        ["bit-flip@1:bit=0"],
+        [*stage("WRITING"), *WROTE, *stage("VERIFYING"), *OPEN, "block #0 differ"], PAUSES),
+}
+
+
+@pytest.mark.parametrize("name", FAULTS)
+def test_a_failing_device(name, make_device, serve_tftp):
+    faults, said, virtual = FAULTS[name]
+    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]), faults=faults)
+    assert run.stderr.decode().split("%d\n" % (4096 + 5120), 1)[1] == lines(*said, *stage("DONE"))
+    assert run.report["virtual_us"] == virtual
+    assert run.status == 0
+
+
+def test_a_watchdog_that_refuses_is_reported_with_every_kick(make_device, serve_tftp):
+    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]), faults=["gpio-refuse"])
+    assert run.stderr.decode().count("reset watchdog error: ") == 4
+    assert [kick["level"] for kick in run.of("kick")] == [0, 1, 0, 1]
+    assert run.status == 0
+
+
+def test_receivers_that_do_not_read_cost_two_seconds_a_datagram(make_device, serve_tftp):
+    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 4096 * 10)]),
+                faults=["receiver-stuck"])
+    waiting = [o for o in run.of("datagram") if o["result"] < 0]
+    assert waiting and run.status == 0
+    assert run.report["virtual_us"] == 10 * 40_000 + 2_100_000 + len(waiting) * 2_000_000
+
+
+def test_sizes_beyond_the_actual_sizes_pass_a_hundred(make_device, serve_tftp):
+    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 8192, actual_size=4096)]))
+    assert "UPGRD_PERCENTAGE=200" in run.datagrams
+
+
+def test_receivers_that_are_missing_change_nothing_but_a_line(make_device, serve_tftp):
+    device = make_device()
+    run = device.run("tftpd", faults=["receiver-missing"])
+    assert "UPGRD_ERROR=INVALID URL\nsendto /tmp/.upgrd_info error: " in run.stderr.decode()
+    run = start(device, serve_tftp, make_package([Part(2, b"k")]), faults=["receiver-missing"])
+    assert "sendto" not in run.stderr.decode()
+    assert run.status == 0
+
+
+def test_closed_standard_streams_reach_no_partition(make_device, serve_tftp):
+    device = make_device()
+    run = start(device, serve_tftp, make_package([Part(2, KERNEL)]), faults=["closed:fd=0", "closed:fd=1", "closed:fd=2"])
+    assert run.status == 0
+    assert device.flash(2)[:5120] == KERNEL
+    assert device.flash(2)[5120:-16] == b"\xff" * (65536 - 5120 - 16)
