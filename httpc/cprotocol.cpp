@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "httpc/cprotocol.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <strings.h>
+#include <unistd.h>
+
+#include "httpc/http-priv.h"
+#include "httpc/sslcli.h"
+#include "platform/number.h"
+
+namespace {
+
+constexpr char unit[] = "cprotocol.c";
+constexpr int header_name_size = 32;
+constexpr int header_value_size = 64;
+
+static_assert(sizeof(httpc_response::buffer) == httpc_refill_size + 2);
+
+void recv_error(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+{
+    _http_recv_error(unit, function, line);
+}
+
+void free_node(httpc_var *node)
+{
+    free(node->name);
+    free(node->value);
+    free(node);
+}
+
+/// The text behind the colon at `colon` and the blank that follows it; empty when there is less.
+const char *behind_colon(const char *colon)
+{
+    return colon[1] == '\0' ? colon + 1 : colon + 2;
+}
+
+/// Whether `line` begins with `prefix` in any case.
+bool begins(const char *line, const char *prefix)
+{
+    return strncasecmp(line, prefix, strlen(prefix)) == 0;
+}
+
+/// Takes "HTTP/1.0 200 OK" apart; 0, or -1 when it is no status line.
+int parse_status_line(httpc_client *client, const char *line)
+{
+    if (!begins(line, "HTTP/"))
+        return -1;
+    const char *code = strchr(line, ' ');
+    const char *reason = code == nullptr ? nullptr : strchr(code + 1, ' ');
+    if (reason == nullptr)
+        return -1;
+    client->response.status = number_from_text(code + 1, 10, nullptr);
+    _http_copy(client->response.reason, sizeof(client->response.reason), reason + 1);
+    return 0;
+}
+
+/// Adds the "a=1; b=2" of a cookie line to the headers.
+void parse_cookie(httpc_client *client, char *line)
+{
+    char *pair = strchr(line, ':') + 1;
+    while (*pair != '\0') { // each turn consumes a pair
+        char *equals = strchr(pair, '=');
+        if (equals == nullptr)
+            return;
+        *equals = '\0';
+        char *value = equals + 1;
+        char *end = value + strcspn(value, ";");
+        char *next = *end == '\0' ? end : end + 1;
+        *end = '\0';
+        _httpc_add_var(&client->headers, pair, value);
+        pair = next;
+    }
+}
+
+void parse_header_line(httpc_client *client, char *line)
+{
+    const bool keep = client->response.keep_headers != 0;
+    char *colon = strchr(line, ':');
+    if (colon == nullptr)
+        return;
+    if (keep && begins(line, "Cookie:")) {
+        parse_cookie(client, line);
+    } else if (begins(line, "Content-Type: ")) {
+        _http_copy(client->response.content_type, sizeof(client->response.content_type),
+                   behind_colon(colon));
+    } else if (begins(line, "Content-Length: ")) { // with its blank: "Content-Length:5" is none
+        client->content_length = number_from_text(behind_colon(colon), 10, nullptr);
+    } else if (keep) {
+        *colon = '\0';
+        _httpc_add_var(&client->headers, line, behind_colon(colon));
+    }
+}
+
+} // namespace
+
+int _httpc_add_var(httpc_var **list, const char *name, const char *value)
+{
+    if (name == nullptr)
+        return -1;
+    name += strspn(name, " \t");
+    auto *node = static_cast<httpc_var *>(calloc(1, sizeof(httpc_var)));
+    if (node == nullptr)
+        return -1;
+    node->name = strdup(name);
+    node->value = value == nullptr ? nullptr : strdup(value);
+    if (node->name == nullptr || (value != nullptr && node->value == nullptr)) {
+        free_node(node);
+        return -1;
+    }
+    while (*list != nullptr && strcmp((*list)->name, name) != 0)
+        list = &(*list)->next;
+    // Later values of a name are kept but never used: servers repeat headers.
+    while (*list != nullptr)
+        list = &(*list)->same_name;
+    *list = node;
+    return 0;
+}
+
+const char *_httpc_get_var(const httpc_var *list, const char *name)
+{
+    while (list != nullptr && strcmp(list->name, name) != 0)
+        list = list->next;
+    return list == nullptr ? nullptr : list->value;
+}
+
+void _httpc_free_vars(httpc_var *list)
+{
+    while (list != nullptr) { // a loop, since a hostile head can make the list long
+        httpc_var *next = list->next;
+        for (httpc_var *node = list; node != nullptr;) {
+            httpc_var *same = node->same_name;
+            free_node(node);
+            node = same;
+        }
+        list = next;
+    }
+}
+
+void _httpc_print_vars(const httpc_var *list)
+{
+    while (list != nullptr)
+        list = list->next;
+}
+
+int _httpc_net_read(httpc_client *client, void *buffer, int length)
+{
+    if (!_http_wait_readable(client->socket, httpc_response_wait_seconds, unit, __func__, __LINE__))
+        return 0;
+    ssize_t result = 0;
+    if (client->tls != nullptr) {
+        result = client->tls->ops->read(client->tls, buffer, length);
+        fprintf(stderr, "len: %d, rlen=%d\n", length, static_cast<int>(result));
+    } else {
+        result = read(client->socket, buffer, static_cast<size_t>(length));
+    }
+    return result < 0 ? -1 : static_cast<int>(result);
+}
+
+int _httpc_recv(httpc_client *client)
+{
+    httpc_response *response = &client->response;
+    // Also where the refill falls short: what is left must lie within the buffer.
+    response->read_position = 0;
+    int filled = 0;
+    while (filled < httpc_refill_size) {
+        const int count =
+            _httpc_net_read(client, response->buffer + filled, httpc_refill_size + 1 - filled);
+        if (count < 0) {
+            recv_error();
+            return -1;
+        }
+        if (count == 0) {
+            response->end_of_data = 1;
+            response->available = filled;
+            return 0;
+        }
+        filled += count;
+    }
+    response->available = filled;
+    return 1;
+}
+
+int _httpc_read_char(httpc_client *client, char *out)
+{
+    httpc_response *response = &client->response;
+    if (response->head_size >= httpc_head_limit) {
+        recv_error();
+        return -1;
+    }
+    if (response->available <= 0) {
+        // Kept: a head needs full refills, even where the last one brought the rest of it.
+        if (_httpc_recv(client) != 1) {
+            recv_error();
+            return -1;
+        }
+        response->buffer[response->available] = '\0';
+    }
+    *out = response->buffer[response->read_position];
+    const int byte = static_cast<uint8_t>(*out);
+    fprintf(stderr, "%s:%d: %c-%d\n", __func__, __LINE__, byte, byte);
+    response->read_position++;
+    response->available--;
+    response->head_size++;
+    return 1;
+}
+
+int _httpc_read_line(httpc_client *client, char *buffer, int max)
+{
+    int stored = 0;
+    int result = 1;
+    while (stored < max) { // the limit on the head bounds the carriage returns
+        char byte = '\0';
+        if (_httpc_read_char(client, &byte) < 0) {
+            recv_error();
+            result = -1;
+            break;
+        }
+        if (byte == '\n')
+            break;
+        if (byte != '\r')
+            buffer[stored++] = byte;
+    }
+    buffer[stored] = '\0';
+    return result;
+}
+
+int _httpc_parse_response(httpc_client *client)
+{
+    client->response.head_size = 0;
+    for (bool first = true;; first = false) { // ends with the limit on the head at the latest
+        char line[httpc_line_size + 1];
+        const int result = _httpc_read_line(client, line, httpc_line_size);
+        fprintf(stderr, "buf: %s\n", line);
+        if (result < 0 || (first && parse_status_line(client, line) < 0)) {
+            recv_error();
+            return -1;
+        }
+        if (first)
+            continue;
+        if (line[0] == '\0')
+            return client->response.end_of_data == 0 ? 1 : 0;
+        parse_header_line(client, line);
+    }
+}
+
+void _httpc_parse_headers(httpc_client *client, const char *text)
+{
+    char value[header_value_size] = {};
+    for (;;) { // each turn consumes a name and its colon
+        char name[header_name_size] = {};
+        while (isspace(static_cast<uint8_t>(*text)) != 0)
+            text++;
+        const char *colon = strchr(text, ':');
+        if (colon == nullptr)
+            return;
+        memcpy(name, text, std::min<size_t>(static_cast<size_t>(colon - text), sizeof(name) - 1));
+        text = behind_colon(colon);
+        const size_t length = strcspn(text, "\r\n");
+        // Kept: only the value's own length is overwritten, so a longer one before it shows behind.
+        memcpy(value, text, std::min(length, sizeof(value) - 1));
+        _httpc_add_var(&client->headers, name, value);
+        text += length;
+        for (int skip = *text == '\r' ? 2 : 1; skip > 0 && *text != '\0'; skip--)
+            text++;
+    }
+}
+
+void _httpc_parse_content(char *out, const char *text)
+{
+    while (*text != '\0') {
+        if (*text == '%' && text[1] != '\0' && text[2] != '\0') {
+            // Kept: the escape's second character alone counts, as a decimal digit.
+            *out++ = text[2] >= '0' && text[2] <= '9' ? static_cast<char>(text[2] - '0') : '\0';
+            text += 3;
+        } else {
+            *out++ = *text == '+' ? ' ' : *text;
+            text++;
+        }
+    }
+    *out = '\0';
+}
+
+int _httpc_read_response(httpc_client *client)
+{
+    memset(client->response.buffer, 0, httpc_refill_size + 1);
+    client->response.read_position = 0;
+    return _httpc_recv(client);
+}
