@@ -1,0 +1,231 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// Built twice, without and with UPGRADE_HTTP_WHOLE_ASKS.
+#include "download/http.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <string>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+#include "download/downloaders.h"
+
+using std::string;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+namespace {
+
+#ifdef UPGRADE_HTTP_WHOLE_ASKS
+constexpr bool whole_asks = true;
+#else
+constexpr bool whole_asks = false;
+#endif
+
+int listener = -1;
+int peer = -1;
+int slept = 0;
+std::vector<string> pieces; ///< what the server still has to send, first piece first
+enum ending { closes, resets, falls_silent } how_it_ends = closes;
+
+/// The server's turn, taken whenever the client begins to wait: one piece, then the end.
+void serve()
+{
+    if (peer < 0) {
+        peer = accept(listener, nullptr, nullptr);
+    } else if (!pieces.empty()) {
+        send(peer, pieces.front().data(), pieces.front().size(), MSG_NOSIGNAL);
+        pieces.erase(pieces.begin());
+    } else if (how_it_ends == closes) {
+        shutdown(peer, SHUT_WR);
+    } else if (how_it_ends == resets) {
+        const linger abort = {1, 0};
+        setsockopt(peer, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+        close(peer);
+        peer = dup(listener); // no longer the connection, but still taken
+    }
+}
+
+} // namespace
+
+#pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps, by the linker's names
+
+extern "C" {
+int __real_select(int, fd_set *, fd_set *, fd_set *, timeval *);
+int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *other, timeval *wait)
+{
+    EXPECT_EQ(wait->tv_sec, readable != nullptr ? 300 : 2);
+    fd_set before;
+    timeval none = {}; // what is there is there: the wait's own time passes at once
+    if (readable != nullptr)
+        before = *readable;
+    if (peer < 0 ||
+        (readable != nullptr && __real_select(count, &before, nullptr, nullptr, &none) == 0))
+        serve();
+    none = {};
+    return __real_select(count, readable, writable, other, &none);
+}
+int __real_poll(pollfd *, nfds_t, int);
+int __wrap_poll(pollfd *entry, nfds_t count, int milliseconds)
+{
+    EXPECT_EQ(milliseconds, 300000);
+    if (__real_poll(entry, count, 0) == 0)
+        serve();
+    return __real_poll(entry, count, 0);
+}
+unsigned __wrap_sleep(unsigned)
+{
+    slept++;
+    return 0;
+}
+}
+
+namespace {
+
+int stop_after = 0;
+
+int count_call(void *calls, int)
+{
+    return ++*static_cast<int *>(calls) == stop_after ? 0 : 1;
+}
+
+/// Downloaders are never released: they stay until the tests end, as in the program.
+downloader *keep(downloader *opened)
+{
+    static auto *all = new std::vector<downloader *>;
+    return all->emplace_back(opened);
+}
+
+struct outcome {
+    int result;
+    int total;
+    int blocks; ///< committed
+    int calls;  ///< of the callback
+};
+
+/// One download: `head` comes with the first `leftover` bytes of the body, padded so that exactly
+/// they are left over in the client; then `sizes` one by one, then `end`. The buffer has room for
+/// five blocks.
+outcome download(const string &head, size_t leftover, const std::vector<size_t> &sizes, ending end)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    socklen_t length = sizeof(address);
+    auto *generic = reinterpret_cast<sockaddr *>(&address);
+    listener = socket(AF_INET, SOCK_STREAM, 0);
+    bind(listener, generic, length);
+    listen(listener, 1);
+    getsockname(listener, generic, &length);
+    string body(5 * 4096 + 10, '\0');
+    for (size_t i = 0; i < body.size(); i++)
+        body[i] = static_cast<char>(i * 7 / 5);
+    // Two refills of 1025 bytes; carriage returns fill up, since a head ignores them.
+    pieces = {head + string(2 * 1025 - leftover - head.size() - 1, '\r') + "\n" +
+              body.substr(0, leftover)};
+    size_t at = leftover;
+    for (const size_t size : sizes) {
+        pieces.push_back(body.substr(at, size));
+        at += size;
+    }
+    how_it_ends = end;
+    string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/p";
+    downloader *http = keep(downloader_open(url.data()));
+    iobuf *buffer = iobuf_create(4096, 5);
+    outcome got = {};
+    got.result = http->ops->download(http, buffer, count_call, &got.calls);
+    got.total = buffer->total;
+    got.blocks = buffer->current;
+    for (int i = 0; got.result == 0 && i < got.total; i++)
+        EXPECT_EQ(static_cast<char>(buffer->blocks[i / 4096][i % 4096]),
+                  body[static_cast<size_t>(i)]);
+    EXPECT_EQ(http->ops->result(http), 0);
+    close(peer);
+    close(listener);
+    peer = -1;
+    free(buffer);
+    return got;
+}
+
+string ok(int length)
+{
+    return "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(length) + "\r\n";
+}
+
+} // namespace
+
+TEST(HttpDownload, StoresWhatTheArithmeticReaches)
+{
+    const struct {
+        const char *what;
+        int length;
+        size_t leftover;
+        std::vector<size_t> sizes;
+        ending end;
+        int result;
+        int whole_result;
+    } rows[] = {
+        {"a single byte behind full blocks", 8193, 0, {4096, 4096, 1}, closes, 0, 0},
+        {"pieces well before the end", 12289, 0, {9, 4087, 4096, 4096, 1}, closes, 0, 0},
+        {"the buffer to its last byte", 20480, 0, {20480}, closes, 0, 0},
+        {"one byte more", 20481, 0, {20481}, closes, -1, -1},
+        {"all of it left over", 1000, 1000, {}, closes, 0, 0},
+        {"a byte more than is left over", 1001, 1000, {1}, closes, -1, -1},
+        {"the last size that fails", 5119, 1024, {4095}, closes, -1, -1},
+        {"the first size that works", 5120, 1024, {4096}, closes, 0, 0},
+        {"the last block in pieces", 8292, 0, {4096, 4096, 40, 60}, closes, -1, 0},
+        {"the last block byte by byte", 4101, 0, {4096, 1, 1, 1, 1, 1}, closes, -1, 0},
+        {"a full last block in pieces", 8192, 0, {4096, 1000, 3000, 96}, closes, -1, 0},
+        {"a piece into the last 4096 bytes", 8193, 0, {4096, 100, 3996, 1}, closes, -1, 0},
+        {"a body that ends early", 8193, 0, {4096, 1000}, closes, -1, -1},
+        {"a body that is reset", 8193, 0, {4096, 1000}, resets, -1, -1},
+        {"a body that falls silent", 8193, 0, {4096, 1000}, falls_silent, -1, -1},
+        {"no body", 8193, 0, {}, falls_silent, -1, -1},
+        {"nothing announced", 0, 0, {100}, closes, 0, 0},
+        {"less than nothing announced", -5, 0, {100}, closes, 0, 0},
+    };
+    for (const auto &row : rows) {
+        const outcome got = download(ok(row.length), row.leftover, row.sizes, row.end);
+        const int wanted = whole_asks ? row.whole_result : row.result;
+        EXPECT_EQ(got.result, wanted) << row.what;
+        if (wanted == 0) {
+            EXPECT_EQ(got.total, std::max(row.length, 0)) << row.what;
+            EXPECT_EQ(got.blocks, (std::max(row.length, 0) + 4095) / 4096) << row.what;
+        }
+    }
+}
+
+TEST(HttpDownload, EndsWithTheCallbackAndWithTheSecondEmptyRead)
+{
+    stop_after = 2;
+    outcome got = download(ok(12288), 0, {4096, 4096, 4096}, closes);
+    stop_after = 0;
+    EXPECT_EQ(got.result, 1);
+    EXPECT_EQ(got.total, 8192);
+    EXPECT_EQ(got.blocks, 1); // the block that the callback stopped is not committed
+    got = download(ok(16384), 0, {4096}, closes);
+    EXPECT_EQ(got.result, -1);
+    EXPECT_EQ(got.calls, 2); // the first empty read is told, too
+    EXPECT_EQ(download("HTTP/1.0 404 No\r\nContent-Length: 9\r\n", 9, {}, closes).total, 0);
+}
+
+TEST(HttpDownload, TriesSixTimesAndRefusesUrlsThatItCannotSplit)
+{
+    char url[] = "http://127.0.0.1:1/p"; // nothing listens there
+    downloader *http = keep(http_downloader_open(url));
+    iobuf *buffer = iobuf_create(4096, 1);
+    slept = 0;
+    EXPECT_EQ(http->ops->download(http, buffer, nullptr, nullptr), -1);
+    EXPECT_EQ(slept, 6);
+    EXPECT_EQ(http->ops->length(http), 0);
+    free(buffer);
+    string bad = "http://" + string(121, 'h');
+    CaptureStderr();
+    EXPECT_EQ(http_downloader_open(bad.data()), nullptr);
+    EXPECT_NE(GetCapturedStderr().find("fget: invalid url: " + bad + "\n"), string::npos);
+    char no_port[] = "ftp://h/p"; // as host and path: host "ftp", port 0
+    EXPECT_EQ(http_downloader_open(no_port), nullptr);
+}
