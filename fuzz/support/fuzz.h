@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// What every fuzz target is made of: the entry point, the input taken apart, and a run in a world
+// that the input decides (support/world.h).
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+/// Both are libFuzzer's interface; every target defines the first, support/quiet.cpp the second.
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+extern "C" int LLVMFuzzerInitialize(int *count, char ***arguments);
+
+namespace fuzz {
+
+/// Ends the process, as a finding, with `what` on the real standard error unless `holds`.
+void require(bool holds, const char *what);
+
+/// The input from front to back. What is missing at its end is 0 or empty.
+class input {
+public:
+    input(const uint8_t *data, size_t size) : at_(data), left_(size) {}
+    uint8_t byte()
+    {
+        if (left_ == 0)
+            return 0;
+        left_--;
+        return *at_++;
+    }
+    unsigned word()
+    {
+        const unsigned high = byte();
+        return high << 8 | byte();
+    }
+    std::vector<uint8_t> bytes(size_t size)
+    {
+        const size_t taken = std::min(size, left_);
+        std::vector<uint8_t> result(at_, at_ + taken);
+        at_ += taken;
+        left_ -= taken;
+        return result;
+    }
+    /// Up to the next NUL, which is taken too.
+    std::string text()
+    {
+        std::string result;
+        for (uint8_t next = byte(); next != 0; next = byte())
+            result.push_back(static_cast<char>(next));
+        return result;
+    }
+    std::vector<uint8_t> rest()
+    {
+        return bytes(left_);
+    }
+    [[nodiscard]] size_t left() const
+    {
+        return left_;
+    }
+
+private:
+    const uint8_t *at_;
+    size_t left_;
+};
+
+/// A writable copy of exactly the size of a text and its NUL, so that the address sanitizer sees
+/// every step beyond it. An embedded NUL ends it.
+class exact_text {
+public:
+    explicit exact_text(const std::string &text) : bytes_(text.c_str(), text.c_str() + length(text))
+    {
+        bytes_.push_back('\0');
+        bytes_.shrink_to_fit();
+    }
+    char *get()
+    {
+        return bytes_.data();
+    }
+
+private:
+    static size_t length(const std::string &text)
+    {
+        return std::min(text.find('\0'), text.size());
+    }
+    std::vector<char> bytes_;
+};
+
+} // namespace fuzz

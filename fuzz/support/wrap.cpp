@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// The calls that the linker redirects (--wrap): to the world of the run while there is one, else to
+// where they were meant to go. The list in fuzz/CMakeLists.txt has the same names.
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "fuzz/support/wrap.h"
+
+using fuzz::caught;
+using fuzz::fails_now;
+using fuzz::is_ours;
+
+// The name of a redirected call and of the one behind it, as the linker makes them.
+#define REDIRECTED(result, name, ...)                                                              \
+    extern "C" result __real_##name(__VA_ARGS__);                                                  \
+    extern "C" result __wrap_##name(__VA_ARGS__);                                                  \
+    extern "C" result __wrap_##name(__VA_ARGS__)
+
+REDIRECTED(void *, malloc, size_t size)
+{
+    if (!caught())
+        return __real_malloc(size);
+    void *memory = fails_now() ? nullptr : __real_malloc(size);
+    fuzz::keep(memory);
+    return memory;
+}
+
+REDIRECTED(void *, calloc, size_t count, size_t size)
+{
+    if (!caught())
+        return __real_calloc(count, size);
+    void *memory = fails_now() ? nullptr : __real_calloc(count, size);
+    fuzz::keep(memory);
+    return memory;
+}
+
+REDIRECTED(char *, strdup, const char *text)
+{
+    if (!caught())
+        return __real_strdup(text);
+    char *copy = fails_now() ? nullptr : __real_strdup(text);
+    fuzz::keep(copy);
+    return copy;
+}
+
+REDIRECTED(void, free, void *memory)
+{
+    if (caught())
+        fuzz::forget(memory);
+    __real_free(memory);
+}
+
+// A block of the block buffer comes from the heap, where the sanitizer knows its end.
+REDIRECTED(void *, mmap64, void *address, size_t size, int protection, int flags, int fd,
+           off_t offset)
+{
+    if (!caught())
+        return __real_mmap64(address, size, protection, flags, fd, offset);
+    void *memory = fails_now() ? nullptr : __real_calloc(1, size);
+    fuzz::keep(memory);
+    return memory == nullptr ? MAP_FAILED : memory;
+}
+
+REDIRECTED(int, munmap, void *address, size_t size)
+{
+    if (!caught())
+        return __real_munmap(address, size);
+    fuzz::forget(address);
+    __real_free(address);
+    return 0;
+}
+
+REDIRECTED(int, mprotect, void *address, size_t size, int protection)
+{
+    if (!caught())
+        return __real_mprotect(address, size, protection);
+    return fails_now() ? -1 : 0;
+}
+
+REDIRECTED(int, open64, const char *path, int flags, mode_t mode)
+{
+    if (!caught())
+        return __real_open64(path, flags, mode);
+    return fails_now() ? -1 : fuzz::open_device(path);
+}
+
+REDIRECTED(int, close, int fd)
+{
+    if (!caught())
+        return __real_close(fd);
+    if (is_ours(fd))
+        return fuzz::close_descriptor(fd);
+    errno = EBADF;
+    return -1;
+}
+
+REDIRECTED(ssize_t, read, int fd, void *buffer, size_t size)
+{
+    if (!is_ours(fd))
+        return __real_read(caught() ? -1 : fd, buffer, size);
+    return fails_now() ? -1 : fuzz::read_descriptor(fd, buffer, size);
+}
+
+REDIRECTED(ssize_t, write, int fd, const void *buffer, size_t size)
+{
+    if (!is_ours(fd))
+        return __real_write(caught() ? -1 : fd, buffer, size);
+    return fails_now() ? -1 : fuzz::write_descriptor(fd, buffer, size);
+}
+
+REDIRECTED(off_t, lseek64, int fd, off_t offset, int whence)
+{
+    if (!is_ours(fd))
+        return __real_lseek64(caught() ? -1 : fd, offset, whence);
+    return fails_now() ? -1 : fuzz::seek_device(fd, offset, whence);
+}
+
+REDIRECTED(int, ioctl, int fd, unsigned long request, void *argument)
+{
+    if (!caught())
+        return __real_ioctl(fd, request, argument);
+    return fails_now() || !is_ours(fd) ? -1 : 0;
+}
+
+REDIRECTED(int, fcntl64, int fd, int command, long argument)
+{
+    if (!caught())
+        return __real_fcntl64(fd, command, argument);
+    return fails_now() || !is_ours(fd) ? -1 : 0;
+}
+
+REDIRECTED(void, sync, void)
+{
+    if (!caught())
+        __real_sync();
+}
+
+REDIRECTED(int, socket, int domain, int type, int protocol)
+{
+    if (!caught())
+        return __real_socket(domain, type, protocol);
+    return fails_now() ? -1 : fuzz::open_socket(type);
+}
+
+REDIRECTED(int, bind, int fd, const sockaddr *address, socklen_t size)
+{
+    if (!caught())
+        return __real_bind(fd, address, size);
+    return fails_now() || !is_ours(fd) ? -1 : 0;
+}
+
+REDIRECTED(int, connect, int fd, const sockaddr *address, socklen_t size)
+{
+    if (!caught())
+        return __real_connect(fd, address, size);
+    return fails_now() || !is_ours(fd) ? -1 : fuzz::connect_stream(fd);
+}
+
+REDIRECTED(int, setsockopt, int fd, int level, int name, const void *value, socklen_t size)
+{
+    if (!caught())
+        return __real_setsockopt(fd, level, name, value, size);
+    return fails_now() || !is_ours(fd) ? -1 : 0;
+}
+
+REDIRECTED(int, getsockopt, int fd, int level, int name, void *value, socklen_t *size)
+{
+    if (!caught())
+        return __real_getsockopt(fd, level, name, value, size);
+    if (fails_now() || !is_ours(fd))
+        return -1;
+    memset(value, 0, *size);
+    return 0;
+}
+
+REDIRECTED(ssize_t, sendto, int fd, const void *packet, size_t size, int flags,
+           const sockaddr *address, socklen_t address_size)
+{
+    if (!caught())
+        return __real_sendto(fd, packet, size, flags, address, address_size);
+    if (fails_now() || !is_ours(fd))
+        return -1;
+    fuzz::send_datagram(static_cast<const uint8_t *>(packet), size);
+    return static_cast<ssize_t>(size);
+}
+
+REDIRECTED(ssize_t, recvfrom, int fd, void *buffer, size_t size, int flags, sockaddr *address,
+           socklen_t *address_size)
+{
+    if (!caught())
+        return __real_recvfrom(fd, buffer, size, flags, address, address_size);
+    if (fails_now() || !is_ours(fd))
+        return -1;
+    uint16_t port = 0;
+    const ssize_t count = fuzz::receive_datagram(buffer, size, &port);
+    if (address != nullptr && *address_size >= sizeof(sockaddr_in)) {
+        sockaddr_in sender = {};
+        sender.sin_family = AF_INET;
+        sender.sin_port = htons(port);
+        memcpy(address, &sender, sizeof sender);
+    }
+    return count;
+}
+
+// One descriptor is waited for at a time; everything can be written at once.
+REDIRECTED(int, select, int count, fd_set *readable, fd_set *writable, fd_set *exceptional,
+           timeval *timeout)
+{
+    if (!caught())
+        return __real_select(count, readable, writable, exceptional, timeout);
+    if (fails_now())
+        return -1;
+    const int fd = count - 1;
+    if (exceptional != nullptr)
+        FD_ZERO(exceptional);
+    if (!is_ours(fd))
+        return -1;
+    if (readable != nullptr && FD_ISSET(fd, readable) && !fuzz::readable(fd))
+        FD_ZERO(readable);
+    const bool ready = (readable != nullptr && FD_ISSET(fd, readable)) ||
+                       (writable != nullptr && FD_ISSET(fd, writable));
+    return ready ? 1 : 0;
+}
+
+REDIRECTED(int, poll, pollfd *entries, nfds_t count, int timeout)
+{
+    if (!caught())
+        return __real_poll(entries, count, timeout);
+    if (fails_now())
+        return -1;
+    int ready = 0;
+    for (nfds_t i = 0; i < count; i++) {
+        const bool readable = (entries[i].events & POLLIN) != 0 && is_ours(entries[i].fd) &&
+                              fuzz::readable(entries[i].fd);
+        entries[i].revents = static_cast<short>((entries[i].events & POLLOUT) |
+                                                (readable ? entries[i].events & POLLIN : 0));
+        ready += entries[i].revents != 0 ? 1 : 0;
+    }
+    return ready;
+}
+
+// Any host but one that begins with "unknown" is this machine.
+REDIRECTED(hostent *, gethostbyname, const char *name)
+{
+    if (!caught())
+        return __real_gethostbyname(name);
+    if (fails_now() || strncmp(name, "unknown", 7) == 0)
+        return nullptr;
+    static in_addr address = {htonl(INADDR_LOOPBACK)};
+    static char *addresses[] = {reinterpret_cast<char *>(&address), nullptr};
+    static hostent host = {nullptr, nullptr, AF_INET, sizeof address, addresses};
+    return &host;
+}
+
+REDIRECTED(unsigned, sleep, unsigned seconds)
+{
+    return caught() ? 0 : __real_sleep(seconds);
+}
+
+REDIRECTED(int, usleep, useconds_t microseconds)
+{
+    return caught() ? 0 : __real_usleep(microseconds);
+}
