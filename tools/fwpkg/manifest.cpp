@@ -55,7 +55,7 @@ private:
     {
         const auto found = node.value_exact<type>();
         if (!found)
-            fail(node.source(), "\"" + std::string(key.str()) + "\" must be " + expected);
+            fail(node.source(), "\"" + printable(key.str()) + "\" must be " + expected);
         return *found;
     }
 
@@ -64,7 +64,7 @@ private:
         const std::string expected = "a number from 0 to " + std::to_string(maximum);
         const auto found = value<int64_t>(key, node, expected.c_str());
         if (found < 0 || found > maximum)
-            fail(node.source(), "\"" + std::string(key.str()) + "\" is " + std::to_string(found) +
+            fail(node.source(), "\"" + printable(key.str()) + "\" is " + std::to_string(found) +
                                     ", must be " + expected);
         return found;
     }
@@ -73,7 +73,7 @@ private:
     {
         auto found = value<std::string>(key, node, "a text");
         if (found.find('\0') != std::string::npos)
-            fail(node.source(), "\"" + std::string(key.str()) + "\" has a NUL");
+            fail(node.source(), "\"" + printable(key.str()) + "\" has a NUL");
         return found;
     }
 
@@ -146,7 +146,7 @@ private:
     std::map<std::string, std::string> features(const toml::key &key, const toml::node &node) const
     {
         if (!node.is_table())
-            fail(node.source(), "\"" + std::string(key.str()) + "\" must be a table");
+            fail(node.source(), "\"" + printable(key.str()) + "\" must be a table");
         std::map<std::string, std::string> result;
         for (auto &&[name, feature] : *node.as_table()) {
             const std::string plain(name.str());
