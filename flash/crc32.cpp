@@ -9,14 +9,14 @@ constexpr uint32_t polynomial = 0xEDB88320;
 
 constexpr std::array<uint32_t, 256> make_table()
 {
-    std::array<uint32_t, 256> table = {};
-    for (uint32_t i = 0; i < table.size(); i++) {
+    std::array<uint32_t, 256> entries = {};
+    for (uint32_t i = 0; i < entries.size(); i++) {
         uint32_t value = i;
         for (int bit = 0; bit < 8; bit++)
             value = (value & 1) != 0 ? value >> 1 ^ polynomial : value >> 1;
-        table[i] = value;
+        entries[i] = value;
     }
-    return table;
+    return entries;
 }
 
 constexpr std::array<uint32_t, 256> table = make_table();

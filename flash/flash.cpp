@@ -139,6 +139,7 @@ int write_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t len
 int verify_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
                   download_callback callback, void *callback_context)
 {
+    // cppcheck-suppress allocaCalled ; once a call, and a block has a page
     auto *scratch = static_cast<uint8_t *>(alloca(static_cast<size_t>(block_size)));
     const auto whole = static_cast<size_t>(block_size);
     int index = 0;

@@ -117,8 +117,13 @@ enum evaluation_state : int {
     state_or = 2,
     state_and_not = 4,
     state_count = 6,
-    state_start = state_and | 1,
+    state_start = 1, // "and" with the accumulator set
 };
+
+int state_of(evaluation_state pending, bool accumulator)
+{
+    return pending | (accumulator ? 1 : 0);
+}
 
 bool combine(int state, bool result)
 {
@@ -137,24 +142,25 @@ bool combine(int state, bool result)
 int next_state(const condition_item *items, int index, int state, int *next)
 {
     const condition_item *item = &items[index];
+    const bool accumulator = (state & 1) != 0;
     *next = index + 1;
     switch (item->code) {
     case condition_and:
-        return state_and | (state & 1);
+        return state_of(state_and, accumulator);
     case condition_or:
-        return state_or | (state & 1);
+        return state_of(state_or, accumulator);
     case condition_and_not:
-        return state_and_not | (state & 1);
+        return state_of(state_and_not, accumulator);
     case condition_open:
         // A group without its end is evaluated up to the end of the code, and the level around it
         // then evaluates the same items again.
         if (item->match >= 0)
             *next = item->match + 1;
-        return state_and |
-               (combine(state, (items[index + 1].results >> state_start & 1) != 0) ? 1 : 0);
+        return state_of(state_and,
+                        combine(state, (items[index + 1].results >> state_start & 1) != 0));
     default:
         if (is_comparison(item->code))
-            return state_and | (combine(state, item->outcome) ? 1 : 0);
+            return state_of(state_and, combine(state, item->outcome));
         return state; // a code without a meaning
     }
 }

@@ -86,7 +86,8 @@ bool part_is_present(const package_part *part, const iobuf *buffer)
     if (!partition_is_writable(part->type) || size <= 0)
         return true;
     const int64_t first = part->offset / static_cast<uint32_t>(buffer->block_size);
-    const int64_t end = first + (int64_t{size} + buffer->block_size - 1) / buffer->block_size;
+    const int64_t count = (int64_t{size} + buffer->block_size - 1) / buffer->block_size;
+    const int64_t end = first + count;
     if (end > buffer->count)
         return false;
     for (int64_t index = first; index < end; index++) {
