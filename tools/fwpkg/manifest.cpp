@@ -171,7 +171,7 @@ manifest read_manifest(const std::filesystem::path &path)
         const std::string text(bytes.begin(), bytes.end());
         return reader.read(toml::parse(text));
     } catch (const toml::parse_error &error) {
-        reader.fail(error.source(), std::string(error.description()));
+        reader.fail(error.source(), printable(error.description()));
     }
 }
 
