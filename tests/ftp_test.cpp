@@ -62,14 +62,15 @@ public:
         stopping_ = true;
         shutdown(control_listener_, SHUT_RDWR);
         shutdown(control_, SHUT_RD);
+        shutdown(data_, SHUT_RD);
         thread_.join();
-        for (int fd : {control_listener_, data_listener_, control_.load(), data_})
+        for (int fd : {control_listener_, data_listener_, control_.load(), data_.load()})
             close(fd);
     }
 
 private:
-    int control_listener_ = -1, data_listener_ = -1, data_port_ = 0, data_ = -1;
-    std::atomic<int> control_ = -1;
+    int control_listener_ = -1, data_listener_ = -1, data_port_ = 0;
+    std::atomic<int> control_ = -1, data_ = -1;
     std::atomic<bool> stopping_ = false;
     const pthread_t client_ = pthread_self();
     const string client_state_ = "/proc/self/task/" + std::to_string(gettid()) + "/stat";
@@ -169,7 +170,11 @@ private:
             line.clear();
             if (word == "RETR")
                 send_data();
-            open = reply(word) && (word != "RETR" || reply("END"));
+            open = reply(word);
+            if (word == "RETR" && open) {
+                recv(data_, &c, 1, 0); // some servers confirm only when the client has closed
+                open = reply("END");
+            }
         }
     }
     /// Before the reply to RETR, so that no shortened limit depends on our speed.
