@@ -56,6 +56,14 @@ package_file read_package(const command_options &options)
     return open_package(read_file(options.file, package_capacity), read_key(options));
 }
 
+/// An enciphered package without a key is a wrong call and not a wrong package.
+exit_status problem_status(const package_file &file, const command_options &options)
+{
+    const bool lacks_key = options.key_file.empty() && file.stage == read_stage::head &&
+                           file.record.encryp == encryption_rc4 && file.length_right;
+    return lacks_key ? exit_unreadable : exit_bad;
+}
+
 } // namespace
 
 int make_command(const command_options &options)
@@ -82,7 +90,7 @@ int show_command(const command_options &options)
     const std::string name = options.file.string();
     print(options.json ? json_text(package_json(file, name)) : package_text(file, name));
     if (!file.problem.empty())
-        throw failure(name + ": " + file.problem);
+        throw failure(name + ": " + file.problem, problem_status(file, options));
     return exit_sound;
 }
 
@@ -90,8 +98,7 @@ int check_command(const command_options &options)
 {
     const std::string name = options.file.string();
     const package_file file = read_package(options);
-    if (file.stage == read_stage::head && file.record.encryp == encryption_rc4 &&
-        file.length_right && options.key_file.empty())
+    if (problem_status(file, options) == exit_unreadable)
         throw failure(name + ": " + file.problem, exit_unreadable);
     const std::vector<finding> findings = check_package(file, read_devices(options));
     const auto errors =
@@ -149,7 +156,7 @@ int extract_command(const command_options &options)
     try {
         parts = extract_parts(file);
     } catch (const failure &error) {
-        throw failure(options.file.string() + ": " + error.what(), error.status);
+        throw failure(options.file.string() + ": " + error.what(), problem_status(file, options));
     }
     std::error_code error;
     std::filesystem::create_directories(options.output, error);
