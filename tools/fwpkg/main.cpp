@@ -109,7 +109,7 @@ int main(int argc, char **argv)
         fprintf(stderr, "fwpkg: %s\n", printable(error.what()).c_str());
         return error.status;
     } catch (const std::exception &error) {
-        fprintf(stderr, "fwpkg: %s\n", error.what());
+        fprintf(stderr, "fwpkg: %s\n", printable(error.what()).c_str());
         return exit_unreadable;
     }
 }
