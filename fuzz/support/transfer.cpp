@@ -41,6 +41,8 @@ int fuzz::transfer(downloader *(*open)(char *), char *url, uint8_t geometry, int
     require(buffer->total >= 0 && buffer->total <= block_size * count, "the total fits the buffer");
     for (int i = 0; i < count; i++)
         require(i <= buffer->current || buffer->blocks[i] == nullptr, "no block is skipped");
+    require(result != 0 || buffer->total >= download->ops->length(download),
+            "a download that is done has all its bytes");
     int64_t sum = 0;
     for (int left = buffer->total, i = 0; left > 0; left -= block_size, i++) {
         const uint8_t *block = buffer->blocks[i];
