@@ -87,7 +87,7 @@ void store_be16(uint8_t *bytes, uint16_t value)
     bytes[1] = static_cast<uint8_t>(value);
 }
 
-// Stores `size` bytes in the block buffer. False when it is full.
+// Stores `size` bytes in the block buffer. False when no block is to be had.
 bool store_data(iobuf_writer *writer, const uint8_t *data, int size)
 {
     while (size > 0) {
@@ -192,6 +192,15 @@ answer_kind receive_answer(transfer *transfer, int *received_size)
     return answer_received;
 }
 
+// Counts an answer that brought no new block. Whether it was one too many, which ends the transfer.
+bool idle_answer_ends(transfer *transfer)
+{
+    if (++transfer->idle_answers < idle_answer_limit)
+        return false;
+    report("do_tftp", 344, "last timeout");
+    return true;
+}
+
 // Sends the packet of `size` bytes until an answer comes. The answer's size, 0 when none is awaited
 // any more, -1 on failure.
 int exchange_packet(transfer *transfer, int size)
@@ -211,17 +220,15 @@ int exchange_packet(transfer *transfer, int size)
         const answer_kind answer = receive_answer(transfer, &received_size);
         if (answer == answer_failed)
             return -1;
-        const bool limit_reached =
-            answer != answer_none && ++transfer->idle_answers >= idle_answer_limit;
-        if (answer == answer_received && !limit_reached)
+        if (answer == answer_received)
             return received_size;
-        if (answer == answer_foreign)
+        if (answer == answer_foreign) {
+            if (idle_answer_ends(transfer))
+                return -1;
             retries = retry_count;
-        if (!limit_reached) {
-            report("do_tftp", 339, "timeout");
-            retries--;
         }
-        if (retries == 0 || limit_reached) {
+        report("do_tftp", 339, "timeout");
+        if (--retries == 0) {
             report("do_tftp", 344, "last timeout");
             return -1;
         }
@@ -247,13 +254,13 @@ void report_error_packet(uint8_t *packet, int size)
         report("do_tftp", 378, texts[code]);
 }
 
-// Stores a data block of the expected number. False when the buffer is full.
+// Stores a data block of the expected number. False when there is no room for it.
 bool take_block(transfer *transfer, int size)
 {
     iobuf_writer *writer = &transfer->writer;
     transfer->idle_answers = 0;
     if (!store_data(writer, transfer->answer + tftp_header_size, size - tftp_header_size)) {
-        report("do_tftp", 404, "package too large");
+        report("do_tftp", 404, "no room for the package");
         return false;
     }
     if (size != packet_capacity) {
@@ -284,12 +291,12 @@ bool take_answer(transfer *transfer, int size)
         if (number + 1 == transfer->block_number) {
             transfer->block_number = static_cast<uint16_t>(number);
             transfer->opcode = tftp_acknowledgement;
-            return true;
+            return !idle_answer_ends(transfer);
         }
     }
     // Anything else is sent back as it came: servers in the field get to see it so.
     transfer->opcode = opcode;
-    return true;
+    return !idle_answer_ends(transfer);
 }
 
 // Fetches `remote_file` from port `port` of `host` into `buffer`. 0, -1 on failure, 1 without a

@@ -146,7 +146,7 @@ def test_a_package_beyond_the_buffer_fails(make_device, udp_peer):
             server.sendto(data(8001), client)
 
     run = fetch(make_device, udp_peer(endless))
-    assert transfer_messages(run) == ("tftp.c:do_tftp:404: package too large\n"
+    assert transfer_messages(run) == ("tftp.c:do_tftp:404: no room for the package\n"
                                       "tftp download packet length: 4096000\n")
     assert run.datagrams == ["UPGRD_ERROR=DOWNLOAD FAILED"]
 
