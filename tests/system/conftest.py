@@ -3,6 +3,7 @@
 
 UPGRADE_BUILD names the build folder (default build/dev, relative to the repository). In a build
 with sanitizers the program has the model linked into it; a finding of theirs fails the test.
+UPGRADE_PROGRAM names another program to run than simdev's own choice, one for ARM for instance.
 
 The vocabulary:
 
@@ -40,6 +41,7 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / os.environ.get("UPGRADE_BUILD", "build/dev")
+PROGRAM = os.environ.get("UPGRADE_PROGRAM")
 SIMDEV = BUILD / "tools/simdev/simdev"
 FINDING = 99  # exit status that simdev asks the sanitizers for
 PEER_SECONDS = 30  # no peer waits longer, so that no thread is left behind
@@ -82,8 +84,8 @@ class Device:
     def command(self, *arguments, program=None, grace=1000, tftp_port=None, ports=(), **settings):
         """A simdev command line up to its "--"; settings become options."""
         command = [SIMDEV, *arguments[:1], self.folder, *arguments[1:], f"--grace={grace}"]
-        if program:
-            command.append(f"--program={program}")
+        if program or PROGRAM:
+            command.append(f"--program={program or ROOT / PROGRAM}")
         if tftp_port:
             command.append(f"--tftp-port={tftp_port}")
         command += [f"--map-port={device}={real}" for device, real in ports]
