@@ -360,6 +360,8 @@ TEST(Traps, AreNamedOnceEach)
         }
         EXPECT_FALSE(std::getline(found, line)) << row.text << ": " << line;
     }
+    EXPECT_EQ(lines_of(value_traps(list_condition(bytes_of("\0\xDD\0x\0"s)).at(0), {})),
+              "\\xdd=x: \\xdd is unknown and counts as the empty text\n");
 }
 
 TEST(ConditionReport, ListsComparisonsAndTheResult)

@@ -168,7 +168,7 @@ std::vector<std::string> value_traps(const condition_item &item,
                                      const std::optional<std::string> &actual)
 {
     if (!actual)
-        return {item_text(item) + ": " + item.name + " is unknown and counts as " +
+        return {item_text(item) + ": " + printable(item.name) + " is unknown and counts as " +
                 (is_numeric(item) ? "0" : "the empty text")};
     if (!is_numeric(item))
         return {};
