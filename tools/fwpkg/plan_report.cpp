@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdio>
 
+#include "flash/flash.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {
@@ -28,6 +29,14 @@ std::string comparison_text(const planned_comparison &comparison, const char *wh
     return result;
 }
 
+/// Bytes of the partition that neither the data nor the trailer takes; below 0 where the trailer
+/// covers data.
+int64_t room_left(const planned_part &part)
+{
+    return static_cast<int64_t>(*part.partition_size) - part.bytes -
+           static_cast<int64_t>(sizeof(partition_trailer));
+}
+
 std::string part_text(const planned_part &part)
 {
     std::string result = "  " + part.place + ": " + outcome_name(part.outcome);
@@ -40,8 +49,10 @@ std::string part_text(const planned_part &part)
         result += ": " + part.reason;
     result +=
         "\n    " + printable(part.partition) + " " +
-        (part.partition_size ? "has " + count_of(*part.partition_size, "byte") : "is not there") +
-        "\n";
+        (part.partition_size ? "has " + count_of(*part.partition_size, "byte") : "is not there");
+    if (part.partition_size && part.outcome == part_outcome::written)
+        result += ", " + std::to_string(room_left(part)) + " left beside data and trailer";
+    result += "\n";
     for (const planned_comparison &comparison : part.conditions)
         result += comparison_text(comparison, "the device");
     if (part.requirement_text) {
@@ -93,6 +104,7 @@ json part_json(const planned_part &part)
     result["requirement"] = comparisons_json(part.requirement);
     result["partition"] = printable(part.partition);
     result["partition_size"] = part.partition_size ? json(*part.partition_size) : json();
+    result["room_left"] = part.partition_size ? json(room_left(part)) : json();
     result["bytes"] = part.bytes;
     result["blocks"] = part.blocks;
     result["milliseconds"] = part.milliseconds;
