@@ -1,14 +1,19 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/commands.h"
 
+#include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <thread>
 
 #include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
+#include "tools/simdev/phases.h"
 #include "tools/simdev/progress.h"
 #include "tools/simdev/summary.h"
+#include "tools/simdev/sweep.h"
 
 namespace simdev {
 
@@ -100,6 +105,51 @@ int run_command(const command_options &options)
         std::cout << report_json(summary, options.run, outcome).dump(2) << '\n';
     else
         std::cout << report_text(summary, options.run, outcome);
+    return outcome.exit_status;
+}
+
+int sweep_command(const command_options &options)
+{
+    constexpr int exit_interrupted = 128 + SIGINT;
+    catch_interrupts();
+    progress progress(options.json);
+    const int cores = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    const sweep_result result =
+        sweep(options.run, options.jobs > 0 ? options.jobs : cores, options.torn,
+              [&progress](int64_t done, int64_t all) {
+                  progress.show("cut and recover", static_cast<int>(done * 100 / all));
+              });
+    progress.finish();
+    if (options.json)
+        std::cout << sweep_json(result).dump(2) << '\n';
+    else
+        std::cout << sweep_text(result);
+    if (result.interrupted)
+        return exit_interrupted;
+    return count_points(result).recovered == result.writes ? 0 : 1;
+}
+
+int watchdog_command(const command_options &options)
+{
+    catch_interrupts();
+    run_options run = options.run;
+    run.fast = true;
+    stage_progress progress(options.json);
+    std::vector<operation> operations;
+    const run_outcome outcome =
+        run_program(run, {[&](const operation &operation, std::string_view) {
+                              operations.push_back(operation);
+                              if (operation.n == 1)
+                                  progress.start();
+                          },
+                          [&progress](const datagram &datagram) { progress.take(datagram); }});
+    progress.finish();
+    const std::string url = run.arguments.empty() ? "http:" : run.arguments.front();
+    const auto record = measure_phases(operations, url.substr(0, url.find(':')));
+    if (options.json)
+        std::cout << phases_json(record).dump(2) << '\n';
+    else
+        std::cout << phases_text(record);
     return outcome.exit_status;
 }
 

@@ -15,6 +15,8 @@ struct command_options {
     std::string device_file; ///< empty: the default device
     std::string log_file;    ///< empty: no log
     bool json = false;
+    int jobs = 0;      ///< 0: one a core
+    int64_t torn = -1; ///< below 0: cuts fall between the writes
 };
 
 /// Makes a device folder.
@@ -22,5 +24,11 @@ int init_command(const command_options &options);
 
 /// Runs the program once and reports; its exit status is the program's.
 int run_command(const command_options &options);
+
+/// Sweeps; 0 when every cut point recovers, 1 when one does not, 130 when interrupted.
+int sweep_command(const command_options &options);
+
+/// Measures the times without a kick; its exit status is the program's.
+int watchdog_command(const command_options &options);
 
 } // namespace simdev

@@ -76,6 +76,21 @@ void describe(CLI::App &app, command_options &options, command &chosen)
         "--stderr", options.run.stderr_file,
         "For the program's standard error (default: DIR/run/stderr; - lets it through)");
     run->footer(fault_help());
+
+    CLI::App *sweep = add(
+        "sweep", "Cut the power after every flash write of an upgrade, and recover", sweep_command);
+    add_run_options(sweep, options);
+    sweep->add_option("--jobs", options.jobs, "Runs at a time (default: one a core)")
+        ->check(CLI::Range(1, 256));
+    sweep
+        ->add_option("--torn", options.torn,
+                     "Cut inside each write, behind so many bytes, not behind it")
+        ->check(CLI::Range(0, 4096));
+
+    CLI::App *watchdog =
+        add("watchdog", "Show how long an upgrade leaves the watchdog without a kick",
+            watchdog_command);
+    add_run_options(watchdog, options);
 }
 
 int run(int argc, char **argv)

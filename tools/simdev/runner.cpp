@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -17,6 +16,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/simdev/clock.h"
 #include "tools/simdev/core/faults.h"
 #include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
@@ -150,6 +150,7 @@ std::vector<std::string> make_environment(const run_options &options, const faul
     set("SEED", std::to_string(options.seed));
     set("SCRIPT_US", std::to_string(std::llround(device.script.seconds * 1e6)));
     set("LOG_FD", std::to_string(log_descriptor));
+    set("QUIET", options.quiet ? "1" : "0");
     if (wrapped) {
         // The program keeps its memory to its end by design; a finding has a status of its own.
         environment.emplace_back("ASAN_OPTIONS=detect_leaks=0:exitcode=99");
@@ -259,21 +260,30 @@ private:
     uint64_t count_ = 0;
 };
 
-void take_datagrams(int fd, int index, const run_listener &listener)
+/// Empty in a quiet run.
+using receivers_of_run = std::array<std::unique_ptr<receiver>, 2>;
+
+void take_datagrams(const receivers_of_run &sockets, const run_listener &listener)
 {
-    char text[256];
-    ssize_t size = 0;
-    while ((size = recv(fd, text, sizeof text, 0)) >= 0)
-        if (listener.on_datagram)
-            listener.on_datagram({index, std::string(text, static_cast<size_t>(size))});
+    for (int index = 0; index < 2; index++) {
+        const receiver *socket = sockets.at(static_cast<size_t>(index)).get();
+        char text[256];
+        ssize_t size = 0;
+        while (socket != nullptr && (size = recv(socket->get(), text, sizeof text, 0)) >= 0)
+            if (listener.on_datagram)
+                listener.on_datagram({index, std::string(text, static_cast<size_t>(size))});
+    }
 }
 
 /// Follows the program until its log ends, which is when it has ended.
-void follow(pid_t pid, int log, const std::array<const receiver *, 2> &sockets,
-            const run_listener &listener, log_reader &reader)
+void follow(pid_t pid, int log, const receivers_of_run &sockets, const run_listener &listener,
+            log_reader &reader)
 {
-    std::array<pollfd, 3> fds = {pollfd{log, POLLIN, 0}, pollfd{sockets[0]->get(), POLLIN, 0},
-                                 pollfd{sockets[1]->get(), POLLIN, 0}};
+    const auto fd_of = [&sockets](size_t index) {
+        return sockets.at(index) == nullptr ? -1 : sockets.at(index)->get(); // -1: left out by poll
+    };
+    std::array<pollfd, 3> fds = {pollfd{log, POLLIN, 0}, pollfd{fd_of(0), POLLIN, 0},
+                                 pollfd{fd_of(1), POLLIN, 0}};
     std::string buffer(65536, '\0');
     for (bool told = false;;) { // ends with the log
         if (interrupted != 0 && !told) {
@@ -282,8 +292,7 @@ void follow(pid_t pid, int log, const std::array<const receiver *, 2> &sockets,
         }
         if (poll(fds.data(), fds.size(), -1) < 0)
             continue; // a signal: looked at above
-        take_datagrams(sockets[0]->get(), 0, listener);
-        take_datagrams(sockets[1]->get(), 1, listener);
+        take_datagrams(sockets, listener);
         if (fds[0].revents == 0)
             continue;
         const ssize_t size = read(log, buffer.data(), buffer.size());
@@ -335,13 +344,6 @@ private:
         (said.empty() ? "does not run in the simulation (is it linked statically?)" : said));
 }
 
-int64_t now_us()
-{
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
 } // namespace
 
 fs::path stdout_path(const run_options &options)
@@ -380,8 +382,9 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     std::vector<char *> environment_table = pointers(environment);
     std::vector<char *> argument_table = pointers(arguments);
 
-    const receiver info(options.folder / receivers[0]);
-    const receiver server(options.folder / receivers[1]);
+    receivers_of_run sockets;
+    for (size_t index = 0; index < sockets.size() && !options.quiet; index++)
+        sockets.at(index) = std::make_unique<receiver>(options.folder / receivers.at(index));
     const descriptor output(open_output(stdout_path(options), STDOUT_FILENO));
     const descriptor error(open_output(stderr_path(options), STDERR_FILENO));
     std::array<int, 2> pipe_ends = {-1, -1};
@@ -402,13 +405,12 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     child child(pid);
     log_input.close();
     log_reader reader(listener);
-    follow(pid, log.get(), {&info, &server}, listener, reader);
+    follow(pid, log.get(), sockets, listener, reader);
     const int status = child.wait();
     run_outcome outcome;
     outcome.real_us = now_us() - started_us;
     outcome.interrupted = is_interrupted();
-    take_datagrams(info.get(), 0, listener);
-    take_datagrams(server.get(), 1, listener);
+    take_datagrams(sockets, listener);
     if (WIFSIGNALED(status))
         outcome.signal = WTERMSIG(status);
     outcome.exit_status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);

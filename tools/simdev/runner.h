@@ -47,6 +47,7 @@ struct run_options {
     uint64_t seed = 0;
     std::string stdout_file; ///< empty: run/stdout in the folder; "-": simdev's own
     std::string stderr_file; ///< the same
+    bool quiet = false;      ///< no log beyond the first line and no receivers: the fastest
 };
 
 struct run_listener {

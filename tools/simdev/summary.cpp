@@ -140,7 +140,7 @@ void add_datagram(run_summary &summary, const datagram &datagram)
     summary.received.at(static_cast<size_t>(datagram.receiver)).push_back(datagram.text);
 }
 
-trailer_state judge_trailer(const std::string &content)
+trailer_state judge_trailer(std::string_view content)
 {
     trailer_state state;
     partition_trailer trailer;

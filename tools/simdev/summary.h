@@ -44,8 +44,8 @@ struct run_summary {
     gap first_kick;  ///< from the start
     gap longest_gap; ///< between two kicks, the longest in virtual time
     std::optional<operation> script;
-    std::optional<operation> end;          ///< power cut, reset or hang
-    std::map<std::string, int64_t> faults; ///< operations that each played a part in
+    std::optional<operation> end;                     ///< power cut, reset or hang
+    std::map<std::string, int64_t> faults;            ///< operations that each played a part in
     std::array<std::vector<std::string>, 2> received; ///< datagrams, by receiver
     int64_t last_kick_virtual_us = 0;
     int64_t last_kick_real_us = 0;
@@ -62,7 +62,7 @@ struct trailer_state {
     bool consistent = false; ///< magic and check word are right
     bool matches = false;    ///< and the CRC of the first `length` bytes is `crc`
 };
-trailer_state judge_trailer(const std::string &content);
+trailer_state judge_trailer(std::string_view content);
 
 /// The report, as text and as JSON.
 std::string report_text(const run_summary &summary, const run_options &options,

@@ -119,6 +119,8 @@ void sim_start_from_environment()
             fcntl(atoi(getenv("SIMDEV_LOG_FD")), F_SETFD, FD_CLOEXEC); // not for the script
             log_operation(&operation);
         }
+        if (setting("SIMDEV_QUIET", "0")[0] == '1')
+            model.sink = nullptr;
         return;
     }
     (void)!real.write(STDERR_FILENO, error, strlen(error));

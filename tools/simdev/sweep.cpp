@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/sweep.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <mutex>
+#include <set>
+#include <sys/mman.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+#include "tools/simdev/clock.h"
+#include "tools/simdev/core/sim.h"
+#include "tools/simdev/failure.h"
+#include "tools/simdev/folder.h"
+#include "tools/simdev/summary.h"
+
+namespace simdev {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// A folder for the copies, removed with all that is in it.
+class scratch_folder {
+public:
+    scratch_folder()
+    {
+        std::string name = (fs::temp_directory_path() / "simdev-sweep-XXXXXX").string();
+        if (mkdtemp(name.data()) == nullptr)
+            throw failure(name + ": cannot be made");
+        path_ = name;
+    }
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+    ~scratch_folder()
+    {
+        std::error_code ignored; // nothing can be done about it here
+        fs::remove_all(path_, ignored);
+    }
+    const fs::path &path() const
+    {
+        return path_;
+    }
+
+private:
+    fs::path path_;
+};
+
+fs::path copy_device(const fs::path &from, const fs::path &to)
+{
+    fs::create_directories(to / "tmp");
+    fs::create_directories(to / "run");
+    for (const char *part : {"device.toml", "dev", "etc", "usr"})
+        if (fs::exists(from / part))
+            fs::copy(from / part, to / part, fs::copy_options::recursive);
+    return to;
+}
+
+using contents = std::map<int, std::string>;
+
+/// A partition's file as memory: it is looked at and put back twice for every cut point, and is
+/// mostly as it should be.
+class mapped_partition {
+public:
+    explicit mapped_partition(const fs::path &path) : size_(fs::file_size(path))
+    {
+        const int fd = open(path.c_str(), O_RDWR | O_CLOEXEC);
+        void *address =
+            fd < 0 ? MAP_FAILED : mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        if (fd >= 0)
+            close(fd);
+        if (address == MAP_FAILED)
+            throw failure(path.string() + ": cannot be mapped");
+        data_ = static_cast<char *>(address);
+    }
+    mapped_partition(mapped_partition &&other) noexcept
+        : data_(std::exchange(other.data_, nullptr)), size_(other.size_)
+    {
+    }
+    mapped_partition &operator=(mapped_partition &&) = delete;
+    ~mapped_partition()
+    {
+        if (data_ != nullptr)
+            munmap(data_, size_);
+    }
+    std::string_view content() const
+    {
+        return {data_, size_};
+    }
+    void restore(const std::string &content)
+    {
+        constexpr size_t step = 4096;
+        for (size_t at = 0; at < size_; at += step) {
+            const size_t count = std::min(step, size_ - at);
+            if (memcmp(data_ + at, content.data() + at, count) != 0)
+                memcpy(data_ + at, content.data() + at, count);
+        }
+    }
+
+private:
+    char *data_ = nullptr;
+    size_t size_;
+};
+
+contents read_partitions(const fs::path &folder, const std::vector<int> &numbers)
+{
+    contents result;
+    for (const int number : numbers)
+        result[number] = read_file(folder / "dev" / ("fla" + std::to_string(number)));
+    return result;
+}
+
+/// What the undisturbed run shows and all the others need to know.
+struct reference {
+    int64_t writes = 0;
+    std::vector<int> partitions;
+    contents before;
+    contents after;
+};
+
+reference run_undisturbed(const run_options &options)
+{
+    reference result;
+    std::set<int> written;
+    const run_outcome outcome =
+        run_program(options, {[&](const operation &operation, std::string_view) {
+                                  if (operation.op != "write")
+                                      return;
+                                  result.writes++;
+                                  written.insert(operation.target.back() - '0');
+                              },
+                              nullptr});
+    if (outcome.exit_status != 0 && !outcome.interrupted)
+        throw failure("the undisturbed run ends with exit status " +
+                      std::to_string(outcome.exit_status) +
+                      ": there is nothing to sweep (look at " + "it with simdev run)");
+    result.partitions.assign(written.begin(), written.end());
+    result.after = read_partitions(options.folder, result.partitions);
+    return result;
+}
+
+/// One run at a time in a copy of its own.
+class worker {
+public:
+    worker(const run_options &options, const reference &reference, const fs::path &folder,
+           int64_t torn)
+        : options_(options), reference_(reference), torn_(torn)
+    {
+        options_.folder = copy_device(options.folder, folder);
+        options_.quiet = true;
+        for (const int number : reference.partitions)
+            partitions_.emplace(number, options_.folder / "dev" / ("fla" + std::to_string(number)));
+    }
+
+    cut_point try_cut(int64_t write)
+    {
+        for (auto &[number, partition] : partitions_)
+            partition.restore(reference_.before.at(number));
+        options_.faults = {"cut@" + std::to_string(write) +
+                           (torn_ < 0 ? "" : ":torn=" + std::to_string(torn_))};
+        const run_outcome cut = run_program(options_, {});
+        if (cut.exit_status != sim_end_power_cut && !cut.interrupted)
+            throw failure("the run that is cut after write " + std::to_string(write) +
+                          " ends with exit status " + std::to_string(cut.exit_status));
+        cut_point point;
+        point.write = write;
+        for (const auto &[number, content] :
+             read_partitions(options_.folder, reference_.partitions))
+            point.partitions[number] = judge(number, content);
+        options_.faults.clear();
+        point.recovery_status = run_program(options_, {}).exit_status;
+        point.recovered = point.recovery_status == 0;
+        for (const auto &[number, partition] : partitions_)
+            point.recovered = point.recovered && partition.content() == reference_.after.at(number);
+        return point;
+    }
+
+private:
+    partition_state judge(int number, std::string_view content) const
+    {
+        const trailer_state trailer = judge_trailer(content);
+        partition_state state;
+        // Where an upgrade changes nothing, what is there counts as new.
+        if (content == reference_.after.at(number))
+            state.content = content_state::new_content;
+        else if (content != reference_.before.at(number))
+            state.content = content_state::mixed;
+        state.consistent = trailer.consistent;
+        state.matches = trailer.matches;
+        return state;
+    }
+
+    run_options options_;
+    const reference &reference_;
+    std::map<int, mapped_partition> partitions_;
+    int64_t torn_;
+};
+
+/// Hands the cut points out to the workers and collects what they find.
+class sweeper {
+public:
+    sweeper(int64_t writes, const std::function<void(int64_t, int64_t)> &done)
+        : points_(static_cast<size_t>(writes)), done_(done)
+    {
+    }
+
+    void work(worker &worker)
+    {
+        try {
+            for (size_t index = next_++; index < points_.size() && !stopped(); index = next_++) {
+                const cut_point point = worker.try_cut(static_cast<int64_t>(index) + 1);
+                const std::lock_guard<std::mutex> lock(mutex_);
+                if (stopped())
+                    return; // the point's run was ended on the way
+                points_[index] = point;
+                done_(++tried_, static_cast<int64_t>(points_.size()));
+            }
+        } catch (const std::exception &error) {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            error_ = error.what();
+            failed_ = true;
+        }
+    }
+
+    std::vector<cut_point> result()
+    {
+        if (failed_ && !is_interrupted())
+            throw failure(error_);
+        std::erase_if(points_, [](const cut_point &point) { return point.write == 0; });
+        return points_;
+    }
+
+private:
+    bool stopped() const
+    {
+        return failed_ || is_interrupted();
+    }
+
+    std::vector<cut_point> points_;
+    const std::function<void(int64_t, int64_t)> &done_;
+    std::atomic<size_t> next_ = 0;
+    std::atomic<bool> failed_ = false;
+    std::mutex mutex_;
+    int64_t tried_ = 0;
+    std::string error_;
+};
+
+} // namespace
+
+sweep_result sweep(const run_options &options, int jobs, int64_t torn,
+                   const std::function<void(int64_t, int64_t)> &done)
+{
+    const int64_t started_us = now_us();
+    read_folder(options.folder); // says what is wrong before anything is copied
+    const scratch_folder scratch;
+    run_options undisturbed = options;
+    undisturbed.fast = true;
+    undisturbed.folder = copy_device(options.folder, scratch.path() / "undisturbed");
+    reference reference = run_undisturbed(undisturbed);
+    reference.before = read_partitions(options.folder, reference.partitions);
+
+    run_options in_copies = undisturbed;
+    in_copies.folder = options.folder;
+    sweeper sweeper(reference.writes, done);
+    std::vector<std::thread> threads;
+    for (int64_t job = 0; job < std::min<int64_t>(jobs, reference.writes); job++)
+        threads.emplace_back(
+            [&sweeper,
+             worker = worker(in_copies, reference, scratch.path() / ("copy" + std::to_string(job)),
+                             torn)]() mutable { sweeper.work(worker); });
+    for (std::thread &thread : threads)
+        thread.join();
+    sweep_result result;
+    result.points = sweeper.result();
+    result.writes = reference.writes;
+    result.partitions = reference.partitions;
+    result.interrupted = is_interrupted();
+    result.real_us = now_us() - started_us;
+    return result;
+}
+
+} // namespace simdev
