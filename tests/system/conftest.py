@@ -22,12 +22,13 @@ The vocabulary:
     device.flash(2)           the content of a partition; device.fill(2, b"...") changes it
     device.folder             the device folder, to spoil what is in it
 
-Peers: serve_tftp(files) is a plain TFTP server; udp_peer(script) and tcp_peer(script) give a script
+Peers: serve_tftp(files) is a plain TFTP server for one request; udp_peer(script) and tcp_peer(script) give a script
 a socket of its own in a thread and return the port. What a script raises fails the test. Packages:
 package.py. All runs are fast: sleeps are counted, unanswered waits end after
 `grace` real ms (1000; choose less where the test is about waits that nobody answers).
 """
 
+import contextlib
 import json
 import os
 import pathlib
@@ -192,24 +193,42 @@ def send_by_tftp(sock, client, content):
         assert sock.recvfrom(600)[0] == struct.pack(">HH", 4, number & 0xFFFF)
 
 
+def answer_request(files, request, client):
+    """One transfer, from a port of its own; a name that is not there gets an error packet."""
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as transfer:
+        transfer.bind(("127.0.0.1", 0))
+        transfer.settimeout(PEER_SECONDS)
+        name = request[2:].split(b"\0")[0].decode()
+        if name in files:
+            send_by_tftp(transfer, client, files[name])
+        else:
+            transfer.sendto(struct.pack(">HH", 5, 1) + b"no such file\0", client)
+
+
 @pytest.fixture
 def serve_tftp(udp_peer):
-    """serve_tftp({name: bytes}, requests=1): a server that answers so many requests, each from a
-    port of its own, a name that it lacks with an error packet. Returns the port."""
+    """serve_tftp({name: bytes}): a server for one request; returns the port. With many=True it
+    answers all that come, several at a time, and does not mind clients that go away."""
+    sockets = []
 
-    def start(files, requests=1):
-        def script(sock):
-            for _ in range(requests):
-                request, client = sock.recvfrom(600)
-                name = request[2:].split(b"\0")[0].decode()
-                with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as transfer:
-                    transfer.bind(("127.0.0.1", 0))
-                    transfer.settimeout(PEER_SECONDS)
-                    if name in files:
-                        send_by_tftp(transfer, client, files[name])
-                    else:
-                        transfer.sendto(struct.pack(">HH", 5, 1) + b"no such file\0", client)
+    def answer_many(files, sock):
+        def answer(request, client):
+            with contextlib.suppress(OSError):
+                answer_request(files, request, client)
 
-        return udp_peer(script)
+        with contextlib.suppress(OSError):  # closed when the test ends
+            while True:
+                threading.Thread(target=answer, args=sock.recvfrom(600), daemon=True).start()
 
-    return start
+    def start(files, many=False):
+        if not many:
+            return udp_peer(lambda sock: answer_request(files, *sock.recvfrom(600)))
+        sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        sock.bind(("127.0.0.1", 0))
+        sockets.append(sock)
+        threading.Thread(target=answer_many, args=(files, sock), daemon=True).start()
+        return sock.getsockname()[1]
+
+    yield start
+    for sock in sockets:
+        sock.close()

@@ -199,3 +199,75 @@ def test_what_it_refuses(make_device, tmp_path, words, said):
                           capture_output=True, text=True, cwd=tmp_path, timeout=30)
     assert done.returncode == 125
     assert said in done.stderr and done.stderr.count("\n") == 1, done.stderr
+
+
+def sweep(device, serve_tftp, old, new, *options):
+    """Upgrades to `old`, then sweeps the upgrade to `new`; simdev's exit status and its JSON."""
+    upgrade(device, serve_tftp, old)
+    port = serve_tftp({"fw": make_package(new)}, many=True)
+    done = subprocess.run(device.command("sweep", "--json", *options, tftp_port=port)
+                          + ["--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=120)
+    return done.returncode, json.loads(done.stdout)
+
+
+def test_every_power_cut_is_mended_by_the_next_run(make_device, serve_tftp):
+    device = make_device()
+    new = [Part(2, KERNEL), Part(3, KERNEL[::-1] * 3), Part(4, b"app", flags=OPTIONAL)]
+    status, result = sweep(device, serve_tftp, [Part(2, b"old" * 4000), Part(4, b"old app")], new)
+    assert (status, result["writes"], result["swept"], result["recovered"]) == (0, 10, 10, 10)
+    # Until its own trailer is written, each partition that held firmware shows the old trailer.
+    states = [[f"{state['content']} {state['trailer_valid']} {state['content_matches']}"
+               for state in point["partitions"].values()] for point in result["points"]]
+    assert states == (
+        [["mixed True False", "old False False", "old True True"]] * 2
+        + [["new True True", "old False False", "old True True"]]
+        + [["new True True", "mixed False False", "old True True"]] * 4
+        + [["new True True", "new True True", "old True True"]]
+        + [["new True True", "new True True", "mixed True False"]]
+        + [["new True True", "new True True", "new True True"]])
+    assert (result["mixed_under_consistent_trailer"], result["crc_matches"]) == (3, 0)
+    # The folder itself still holds the old firmware.
+    assert device.flash(2).startswith(b"old") and device.flash(4)[-16:] == trailer(b"old app")
+
+
+def test_an_old_image_that_the_new_one_begins_with_is_taken_for_whole(make_device, serve_tftp):
+    new = bytes(range(256)) * 32
+    status, result = sweep(make_device(), serve_tftp, [Part(2, new[:4096])], [Part(2, new)])
+    assert (status, result["recovered"]) == (0, 3)
+    # The first write changes nothing, the second one lies behind what the old trailer covers.
+    assert (result["mixed_under_consistent_trailer"], result["crc_matches"]) == (1, 1)
+
+
+def test_torn_writes_are_mended_too(make_device, serve_tftp):
+    device = make_device()
+    status, result = sweep(device, serve_tftp, [Part(2, b"old")], [Part(2, KERNEL)], "--torn=9")
+    assert (status, result["recovered"]) == (0, 3)
+    # A torn trailer is recognised: crc and length are new, check and magic are old.
+    assert [p["partitions"]["2"]["trailer_valid"] for p in result["points"]] == [True, True, False]
+
+
+def test_an_interrupted_sweep_tells_what_it_has_and_leaves_nothing(make_device, serve_tftp, tmp_path):
+    device = make_device(partitions={2: 1048576})
+    port = serve_tftp({"fw": make_package([Part(2, bytes(900000))])}, many=True)
+    scratch = tmp_path / "scratch"
+    scratch.mkdir()
+    simdev = subprocess.Popen(device.command("sweep", tftp_port=port) + ["--", "tftp://127.0.0.1/fw"],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                              env={**os.environ, "TMPDIR": str(scratch)})
+    assert simdev.stderr.readline().startswith(b"cut and recover")
+    simdev.send_signal(signal.SIGINT)
+    assert b"Interrupted" in simdev.communicate(timeout=60)[0]
+    assert simdev.returncode == 130 and list(scratch.iterdir()) == []
+
+
+def test_the_times_without_a_kick(make_device, serve_tftp):
+    device = make_device(script={"seconds": 3})
+    port = serve_tftp({"fw": make_package([Part(2, KERNEL)])})
+    done = subprocess.run(device.command("watchdog", "--json", tftp_port=port)
+                          + ["--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=60)
+    record = json.loads(done.stdout)
+    assert done.returncode == 0
+    assert [(p["phase"], p["kicks"], p["longest"]["virtual_us"]) for p in record["phases"]] == [
+        ("download (tftp)", 0, 0), ("script", 0, 3000000), ("checks", 0, 0),
+        ("writing", 2, 140000), ("verifying", 2, 0), ("end", 0, 2000000)]
+    assert record["longest_phases"] == "download (tftp) to writing"
