@@ -12,7 +12,9 @@
 namespace fwpkg {
 namespace {
 
-constexpr size_t combination_limit = 20'000; // a fraction of a second
+// Together a fraction of a second, also for conditions that fill the whole table.
+constexpr size_t combination_limit = 20'000;
+constexpr size_t step_limit = 20'000'000; // names looked at
 
 struct candidates {
     std::string name;
@@ -98,8 +100,10 @@ overlap_result find_overlap(std::span<const uint8_t> a, std::span<const uint8_t>
     std::vector<candidates> all = collect(a, b);
     bool complete = std::ranges::none_of(
         all, [](const candidates &name) { return name.as_text && name.as_number; });
+    const size_t steps = (a.size() + b.size()) * all.size() + 1;
+    const size_t limit = std::min(combination_limit, step_limit / steps + 1);
     tried = &all;
-    for (size_t count = 0; count < combination_limit; count++) {
+    for (size_t count = 0; count < limit; count++) {
         if (applies(a) && applies(b)) {
             overlap_result result{overlap::some, {}};
             for (const candidates &name : all)
