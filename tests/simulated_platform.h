@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// simdev's model of the platform under a unit test, which links simdev_wrap: a partition in
+// a folder of its own, every operation recorded, sleeps counted and not slept.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tools/simdev/core/sim.h"
+
+class simulated_platform {
+public:
+    /// A device with the partition `number` of `size` bytes, all FF. `faults` as for simdev run
+    /// --fault, separated by ";".
+    simulated_platform(int number, size_t size, const char *faults = "")
+    {
+        std::string name = std::filesystem::temp_directory_path() / "platform-XXXXXX";
+        folder_ = mkdtemp(name.data());
+        std::filesystem::create_directories(folder_ / "dev");
+        std::ofstream(folder_ / "dev/gpio").flush();
+        std::ofstream(path(number), std::ios::binary) << std::string(size, '\xFF');
+        sim_config config;
+        config.folder = folder_.c_str();
+        config.fast = true;
+        config.faults = faults;
+        config.sink = [](void *self, const sim_operation *operation) {
+            static_cast<simulated_platform *>(self)->record(*operation);
+        };
+        config.sink_argument = this;
+        char error[256];
+        if (sim_start(&config, error, sizeof error) < 0)
+            throw std::runtime_error(error);
+    }
+    simulated_platform(const simulated_platform &) = delete;
+    simulated_platform &operator=(const simulated_platform &) = delete;
+    ~simulated_platform()
+    {
+        sim_stop();
+        std::filesystem::remove_all(folder_);
+    }
+
+    std::string content(int number) const
+    {
+        std::ostringstream text;
+        text << std::ifstream(path(number), std::ios::binary).rdbuf();
+        return text.str();
+    }
+
+    /// What was done so far, each operation as "write 0+4096", "sync", "sleep 40000", "kick 1".
+    std::vector<std::string> operations;
+
+private:
+    std::filesystem::path path(int number) const
+    {
+        return folder_ / "dev" / ("fla" + std::to_string(number));
+    }
+
+    void record(const sim_operation &operation)
+    {
+        std::string text = operation.name;
+        if (text == "read" || text == "write")
+            text += " " + std::to_string(operation.offset) + "+" + std::to_string(operation.length);
+        else if (text == "sleep")
+            text += " " + std::to_string(operation.duration_us);
+        else if (text == "kick")
+            text += " " + std::to_string(operation.level);
+        else if (text == "seek")
+            text += " " + std::to_string(operation.offset);
+        if (operation.result < 0 && operation.error != 0)
+            text += " failed";
+        operations.push_back(text);
+    }
+
+    std::filesystem::path folder_;
+};
