@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """simdev itself: what it keeps apart, what it records, what it refuses."""
 
+import contextlib
 import json
 import os
 import signal
@@ -156,6 +157,37 @@ def test_a_server_fault_on_tftp_and_closed_streams(make_device, serve_tftp):
     # 9216 bytes are 19 packets, the first of which comes at once.
     assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
     assert run.report["stages"][0]["virtual_us"] == 18 * 2000000
+
+
+PACKAGE = make_package([Part(2, KERNEL)])
+HEAD = b"HTTP/1.0 200 OK\r\nContent-Length: %d\r\n\r\n" % len(PACKAGE)
+
+
+def serve_http(sock):
+    connection, _ = sock.accept()
+    with connection:
+        request = b""
+        while not request.endswith(b"\r\n\r\n"):
+            request += connection.recv(4096)
+        connection.sendall(HEAD + PACKAGE)
+        with contextlib.suppress(ConnectionResetError):
+            connection.recv(1)  # until the client has gone
+
+
+@pytest.mark.parametrize("faults, status, ended_by, virtual_us", [
+    (["server-stall@5000"], 1, None, 300000000),
+    (["server-stall@5000", "watchdog:seconds=30"], 101, "reset", 30000000),
+    (["server-cut@5000"], 1, None, 0),
+])
+def test_server_faults_over_http(make_device, tcp_peer, faults, status, ended_by, virtual_us):
+    run = make_device().run("http://127.0.0.1/fw", ports=[(80, tcp_peer(serve_http))],
+                            faults=faults)
+    assert (run.status, run.report["ended_by"]) == (status, ended_by), run.stderr
+    assert sum(o["received"] for o in run.of("network")) == 5000
+    assert [o["target"] for o in run.of("connect")] == ["127.0.0.1:80"]
+    assert run.report["virtual_us"] == virtual_us
+    assert set(run.report["faults"]) == {faults[-1].split("@")[0].split(":")[0]}
+    assert run.report["real_us"] < 5000000
 
 
 def test_the_same_seed_flips_the_same_bit(make_device, serve_tftp):

@@ -35,6 +35,7 @@ struct slot {
     int64_t pending_received; ///< network traffic that is not logged yet
     int64_t pending_sent;
     int64_t pending_calls;
+    const char *pending_fault;
     int64_t drips_at_us; ///< virtual; nothing can be received before
 };
 

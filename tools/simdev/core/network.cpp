@@ -147,6 +147,7 @@ template<typename Call> ssize_t receive(int fd, slot *connection, size_t size, i
         const peer peer = look_at_peer(connection);
         if (peer.ended) {
             count_traffic(fd, connection, 0, 0);
+            connection->pending_fault = peer.fault;
             return 0;
         }
         if (peer.silence_us > 0 && does_not_block(fd, flags)) {
@@ -254,13 +255,20 @@ ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data
     return static_cast<ssize_t>(operation.result);
 }
 
-// How long the descriptors that a wait is for are silent by a server's fault: as long as the first
-// of them.
-peer quietest(const slot *connection, const peer *so_far)
-{
-    const peer found = look_at_peer(connection);
-    return so_far->silence_us == 0 || found.silence_us < so_far->silence_us ? found : *so_far;
-}
+// Of the descriptors that a wait is for, the one that is silent the shortest time by a server's
+// fault.
+struct waited_for {
+    const slot *connection = nullptr; // null: none that is followed
+    peer quiet = {0, never_us, false, nullptr};
+
+    void add(const slot *candidate)
+    {
+        const peer found = look_at_peer(candidate);
+        if (connection == nullptr || found.silence_us < quiet.silence_us)
+            quiet = found;
+        connection = connection == nullptr ? candidate : connection;
+    }
+};
 
 // The real length of a wait of `timeout_us` (-1: without end).
 int64_t real_wait_us(int64_t timeout_us)
@@ -268,17 +276,15 @@ int64_t real_wait_us(int64_t timeout_us)
     return model.fast && timeout_us > model.grace_us ? model.grace_us : timeout_us;
 }
 
-// A wait for the peers whose faults come to `peer`. True when the real wait is to follow, else its
-// time has passed.
-bool wait_for_peer(const peer *peer, int64_t timeout_us)
+// Whether the real wait of `timeout_us` (-1: without end) is to follow; if not, its time has
+// passed.
+bool sit_out_silence(const waited_for *waited, int64_t timeout_us)
 {
-    if (peer->silence_us == 0)
+    if (waited->connection == nullptr || waited->quiet.silence_us == 0)
         return true;
-    if (timeout_us < 0)
-        return outlast(nullptr, peer, 0);
     if (timeout_us == 0) // outlast would take it for a wait without end
         return false;
-    return outlast(nullptr, peer, timeout_us);
+    return outlast(waited->connection, &waited->quiet, timeout_us < 0 ? 0 : timeout_us);
 }
 
 } // namespace
@@ -392,23 +398,16 @@ int sim_select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *
     if (!model.active)
         return real.select(count, read, write, except, timeout);
     const int64_t whole = timeout == nullptr ? -1 : to_us(timeout);
-    peer peer = {0, never_us, false, nullptr};
-    const slot *waited = nullptr; // the first, for the log
-    for (int fd = 0; fd < count && read != nullptr; fd++) {
-        const slot *connection = FD_ISSET(fd, read) ? followed(fd) : nullptr;
-        if (connection == nullptr)
-            continue;
-        waited = waited == nullptr ? connection : waited;
-        peer = quietest(connection, &peer);
-    }
-    if (waited == nullptr || write != nullptr)
-        peer.silence_us = 0; // nobody's silence matters
+    waited_for waited;
+    for (int fd = 0; fd < count && read != nullptr; fd++)
+        if (FD_ISSET(fd, read) && followed(fd) != nullptr)
+            waited.add(followed(fd));
     int ready = 0;
-    if (wait_for_peer(&peer, whole)) {
+    if (write != nullptr || sit_out_silence(&waited, whole)) {
         timeval limit = to_timeval(real_wait_us(whole));
         ready = real.select(count, read, write, except, timeout == nullptr ? nullptr : &limit);
         if (ready == 0 && whole > 0)
-            wait_in_vain(waited, whole, false, nullptr);
+            wait_in_vain(waited.connection, whole, false, nullptr);
     } else {
         for (fd_set *set : {read, write, except})
             if (set != nullptr)
@@ -424,20 +423,15 @@ int sim_poll(pollfd *fds, nfds_t count, int timeout_ms)
     if (!model.active)
         return real.poll(fds, count, timeout_ms);
     const int64_t whole = timeout_ms < 0 ? -1 : timeout_ms * INT64_C(1000);
-    peer peer = {0, never_us, false, nullptr};
-    const slot *waited = nullptr;
+    waited_for waited;
     bool only_reads = true;
     for (nfds_t index = 0; index < count; index++) {
         const slot *connection = followed(fds[index].fd);
         only_reads = only_reads && connection != nullptr && (fds[index].events & POLLOUT) == 0;
-        if (connection == nullptr)
-            continue;
-        waited = waited == nullptr ? connection : waited;
-        peer = quietest(connection, &peer);
+        if (connection != nullptr)
+            waited.add(connection);
     }
-    if (waited == nullptr || !only_reads)
-        peer.silence_us = 0;
-    if (!wait_for_peer(&peer, whole)) {
+    if (only_reads && !sit_out_silence(&waited, whole)) {
         for (nfds_t index = 0; index < count; index++)
             fds[index].revents = 0;
         return 0;
@@ -446,6 +440,6 @@ int sim_poll(pollfd *fds, nfds_t count, int timeout_ms)
     const int ready =
         real.poll(fds, count, limit < 0 ? -1 : static_cast<int>((limit + 999) / 1000));
     if (ready == 0 && whole > 0)
-        wait_in_vain(waited, whole, false, nullptr);
+        wait_in_vain(waited.connection, whole, false, nullptr);
     return ready;
 }

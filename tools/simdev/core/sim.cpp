@@ -181,6 +181,8 @@ void log_pending()
     operation.received = busy->pending_received;
     operation.sent = busy->pending_sent;
     operation.calls = busy->pending_calls;
+    operation.fault = busy->pending_fault;
+    busy->pending_fault = nullptr;
     busy->pending_received = busy->pending_sent = busy->pending_calls = 0;
     const int saved = errno;
     hand_out(&operation);
