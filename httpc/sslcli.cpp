@@ -59,27 +59,45 @@ WOLFSSL_METHOD *client_method()
 #endif
 }
 
-/// Marks the object broken when its result says that a wait has passed: on a blocking socket
-/// nothing else makes the library want more.
-int judged(cyassl_client *self, int result)
+/// The library's answer to what the socket has said; 0 stands for its end.
+int answer(cyassl_client *self, ssize_t result)
 {
-    if (result < 0) {
-        const int error = wolfSSL_get_error(self->connection, result);
-        if (error == WOLFSSL_ERROR_WANT_READ || error == WOLFSSL_ERROR_WANT_WRITE)
-            self->broken = true;
-    }
-    return result;
+    if (result > 0)
+        return static_cast<int>(result);
+    if (result == 0)
+        return WOLFSSL_CBIO_ERR_CONN_CLOSE;
+    if (errno == EINTR)
+        return WOLFSSL_CBIO_ERR_ISR;
+    if (errno == EAGAIN)
+        self->broken = true; // the socket blocks, so its time-out has passed
+    return WOLFSSL_CBIO_ERR_GENERAL;
 }
 
-bool handshake(cyassl_client *self, int socket)
+// In place of the library's own, which would wait eleven times over in a handshake.
+int receive(WOLFSSL * /*connection*/, char *buffer, int size, void *self)
+{
+    auto *client = static_cast<cyassl_client *>(self);
+    return answer(client, recv(client->socket, buffer, static_cast<size_t>(size), 0));
+}
+
+int transmit(WOLFSSL * /*connection*/, char *buffer, int size, void *self)
+{
+    auto *client = static_cast<cyassl_client *>(self);
+    return answer(client, send(client->socket, buffer, static_cast<size_t>(size), 0));
+}
+
+bool handshake(cyassl_client *self)
 {
     if (self->broken)
         return false;
     // Set only now, so that they do not shorten the connect.
     const timeval wait = {.tv_sec = silence_seconds, .tv_usec = 0};
-    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
-    setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
-    wolfSSL_set_fd(self->connection, socket);
+    setsockopt(self->socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
+    setsockopt(self->socket, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
+    wolfSSL_set_fd(self->connection, self->socket);
+    // Behind wolfSSL_set_fd, which names the socket there.
+    wolfSSL_SetIOReadCtx(self->connection, self);
+    wolfSSL_SetIOWriteCtx(self->connection, self);
     self->broken = wolfSSL_connect(self->connection) != WOLFSSL_SUCCESS;
     return !self->broken;
 }
@@ -107,9 +125,9 @@ int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
     }
     fprintf(stderr, "connected\nsock = %d\n", socket);
     // Kept: a failed handshake is only reported, and the request then fails at its first write.
-    if (!handshake(self, socket))
-        function_failed(__func__, connect_no_handshake);
     self->socket = socket;
+    if (!handshake(self))
+        function_failed(__func__, connect_no_handshake);
     return socket;
 }
 
@@ -125,12 +143,12 @@ void cyassl_client_release(cyassl_client *self)
 int cyassl_client_read(cyassl_client *self, void *buffer, int length)
 {
     checkpoint(__func__, read_begin);
-    return self->broken ? -1 : judged(self, wolfSSL_read(self->connection, buffer, length));
+    return self->broken ? -1 : wolfSSL_read(self->connection, buffer, length);
 }
 
 int cyassl_client_write(cyassl_client *self, const void *buffer, int length)
 {
-    return self->broken ? -1 : judged(self, wolfSSL_write(self->connection, buffer, length));
+    return self->broken ? -1 : wolfSSL_write(self->connection, buffer, length);
 }
 
 const cyassl_client_ops client_ops = {
@@ -164,6 +182,8 @@ cyassl_client *create_cyassl_client()
         function_failed(__func__, create_no_ca);
         return nullptr; // cppcheck-suppress memleak ; kept
     }
+    wolfSSL_CTX_SetIORecv(self->context, receive);
+    wolfSSL_CTX_SetIOSend(self->context, transmit);
     self->connection = wolfSSL_new(self->context);
     if (self->connection == nullptr) {
         function_failed(__func__, create_no_connection);

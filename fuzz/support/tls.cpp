@@ -2,8 +2,6 @@
 //
 // In place of the TLS library: what is read and written is the stream itself, and a handshake fails
 // where a caught call is to fail. Not the library is tested here but what is done with its answers.
-#include <cerrno>
-
 #include <wolfssl/options.h>
 // The order counts: the options say how the library was built.
 #include <wolfssl/ssl.h>
@@ -14,15 +12,6 @@ namespace {
 
 char object; // what no function looks into
 int connection_socket = -1;
-int connection_error = 0;
-
-int judged(ssize_t result)
-{
-    connection_error = result >= 0       ? 0
-                       : errno == EAGAIN ? int{WOLFSSL_ERROR_WANT_READ}
-                                         : int{WOLFSSL_ERROR_SYSCALL};
-    return static_cast<int>(result);
-}
 
 } // namespace
 
@@ -51,6 +40,10 @@ REPLACED(WOLFSSL *, wolfSSL_new, WOLFSSL_CTX *)
 }
 
 REPLACED(void, wolfSSL_set_verify, WOLFSSL *, int, VerifyCallback) {}
+REPLACED(void, wolfSSL_CTX_SetIORecv, WOLFSSL_CTX *, CallbackIORecv) {}
+REPLACED(void, wolfSSL_CTX_SetIOSend, WOLFSSL_CTX *, CallbackIOSend) {}
+REPLACED(void, wolfSSL_SetIOReadCtx, WOLFSSL *, void *) {}
+REPLACED(void, wolfSSL_SetIOWriteCtx, WOLFSSL *, void *) {}
 REPLACED(void, wolfSSL_free, WOLFSSL *) {}
 REPLACED(void, wolfSSL_CTX_free, WOLFSSL_CTX *) {}
 
@@ -73,18 +66,15 @@ REPLACED(int, wolfSSL_connect, WOLFSSL *)
 REPLACED(int, wolfSSL_read, WOLFSSL *, void *buffer, int size)
 {
     if (fuzz::fails_now() || !fuzz::is_ours(connection_socket))
-        return judged(-1);
-    return judged(fuzz::read_descriptor(connection_socket, buffer, static_cast<size_t>(size)));
+        return -1;
+    return static_cast<int>(
+        fuzz::read_descriptor(connection_socket, buffer, static_cast<size_t>(size)));
 }
 
 REPLACED(int, wolfSSL_write, WOLFSSL *, const void *buffer, int size)
 {
     if (fuzz::fails_now() || !fuzz::is_ours(connection_socket))
-        return judged(-1);
-    return judged(fuzz::write_descriptor(connection_socket, buffer, static_cast<size_t>(size)));
-}
-
-REPLACED(int, wolfSSL_get_error, WOLFSSL *, int)
-{
-    return connection_error;
+        return -1;
+    return static_cast<int>(
+        fuzz::write_descriptor(connection_socket, buffer, static_cast<size_t>(size)));
 }
