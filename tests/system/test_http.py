@@ -1,0 +1,264 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""HTTP and HTTPS: upgrades from nginx as docs/package-server.md configures it, and peers that do
+what no server should."""
+
+import contextlib
+import shutil
+import socket
+import ssl
+import struct
+import threading
+
+import pytest
+
+from nginx import Nginx
+from package import Part, make_package
+
+CONTENT = bytes(range(251)) * 20
+PACKAGE = make_package([Part(3, CONTENT)])
+LARGEST = make_package([Part(3, bytes(4_096_000 - 4096))])
+FAILED = ["UPGRD_ERROR=DOWNLOAD FAILED"]
+
+
+@pytest.fixture(scope="module")
+def nginx(tmp_path_factory):
+    with Nginx(tmp_path_factory.mktemp("nginx"), {
+            "upgrade/flash.pkg": PACKAGE, "largest.pkg": LARGEST, "larger.pkg": LARGEST + b"x",
+    }) as server:
+        yield server
+
+
+def trust(device, authority):
+    target = device.folder / "usr/etc/ca-cert.pem"
+    target.parent.mkdir(parents=True, exist_ok=True)
+    shutil.copy(authority, target)
+
+
+def failed(run):
+    """Nothing was touched: the script has not run either."""
+    assert run.status == 1
+    assert run.names("execv", "script") == []
+    return run.datagrams[-1:] == FAILED
+
+
+@pytest.mark.parametrize("url", [
+    "http://127.0.0.1/upgrade/flash.pkg",
+    "http://127.0.0.1:{http}/upgrade/latest.pkg",  # redirected
+    "https://127.0.0.2:{https}/upgrade/flash.pkg",  # no host name is checked
+    "https://127.0.0.1/upgrade/flash.pkg",
+])
+def test_nginx_serves_an_upgrade(url, nginx, make_device):
+    device = make_device()
+    trust(device, nginx.authority)
+    run = device.run(url.format(http=nginx.http, https=nginx.https),
+                     ports=[(80, nginx.http), (443, nginx.https)])
+    assert run.status == 0, run.stderr[-2000:]
+    assert device.flash(3).startswith(CONTENT)
+    assert run.datagrams[:2] == ["UPGRD_STAGE=DOWNLOADING", "UPGRD_PERCENTAGE=0"]
+    assert "UPGRD_PERCENTAGE=100" in run.datagrams[:run.datagrams.index("UPGRD_STAGE=WRITING")]
+    assert (b"write buf: GET /upgrade/" in run.stderr) == url.startswith("https")
+
+
+@pytest.mark.parametrize("scheme", ["http", "https"])
+def test_the_buffer_holds_4096000_bytes_and_no_more(scheme, nginx, make_device):
+    device = make_device(partitions={3: 4_096_000})
+    trust(device, nginx.authority)
+    base = f"{scheme}://127.0.0.1:{getattr(nginx, scheme)}/"
+    assert device.run(base + "largest.pkg").status == 0
+    assert failed(device.run(base + "larger.pkg"))
+    assert failed(device.run(base + "none.pkg"))
+
+
+def test_strangers_are_refused(nginx, make_device):
+    device = make_device()
+    url = f"https://127.0.0.1:{nginx.https}/upgrade/flash.pkg"
+    run = device.run(url)  # no CA file
+    assert run.datagrams == ["UPGRD_ERROR=INVALID URL"]
+    assert run.stderr.count(b"FUNCTION FAILED!") == 2
+    trust(device, nginx.stranger)
+    run = device.run(url)
+    assert failed(run)
+    # Each of the six tries gets its socket, reports the handshake, and fails at its first write.
+    assert run.stderr.count(b"sslcli.c:cyassl_client_connect:120: FUNCTION FAILED!") == 6
+    assert run.stderr.count(b"len: 33\n") == 6
+    trust(device, nginx.authority)
+    assert failed(device.run(f"https://127.0.0.1:{nginx.http}/upgrade/flash.pkg"))  # no TLS there
+    run = device.run(url.replace("https", "HTTPS"))  # a host "HTTPS" and port 0
+    assert run.datagrams == ["UPGRD_ERROR=INVALID URL"]
+
+
+@contextlib.contextmanager
+def serving(serve):
+    """Calls serve(connection) for each connection, one after the other; yields the port."""
+    listener = socket.create_server(("127.0.0.1", 0))
+    done = threading.Event()
+
+    def accept():
+        while True:
+            connection = listener.accept()[0]
+            if done.is_set():
+                return connection.close()
+            connection.settimeout(30)
+            with connection, contextlib.suppress(ConnectionError, ssl.SSLError):
+                serve(connection)
+
+    thread = threading.Thread(target=accept, daemon=True)
+    thread.start()
+    try:
+        yield listener.getsockname()[1]
+    finally:
+        done.set()
+        socket.create_connection(listener.getsockname()).close()
+        thread.join()
+        listener.close()
+
+
+def read_request(connection):
+    request = b""
+    while not request.endswith(b"\r\n\r\n"):
+        request += connection.recv(1) or b"\r\n\r\n"
+    return request
+
+
+def reset(connection):
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+
+
+def head(length=len(PACKAGE), status=b"200 OK", more=b""):
+    return b"HTTP/1.0 %s\r\nContent-Length: %d\r\n%s\r\n" % (status, length, more)
+
+
+def moved(location):
+    """A redirect, as long as one must be."""
+    return head(status=b"302 Found", more=b"Location: " + location + b"\r\n") + b"X" * 1100
+
+
+PADDING = b"X" * 1100
+INVALID = ["UPGRD_ERROR=INVALID PACKAGE"]
+
+
+DONE = ["UPGRD_STAGE=DONE"]
+RESPONSES = {
+    "a package": (head() + PACKAGE, DONE),
+    "other capitals": (b"http/9 200 \nCONTENT-LENGTH: %d\n\n" % len(PACKAGE) + PACKAGE, DONE),
+    "a byte less": (head() + PACKAGE[:-1], FAILED),
+    "a length beyond counting": (head(length=2**31) + PACKAGE, FAILED),
+    "no length": (head(length=0) + PACKAGE, INVALID),
+    "a length below 0": (head(length=-2**40) + PACKAGE, INVALID),
+    "no blank": (b"HTTP/1.0 200 OK\r\nContent-Length:5120\r\n\r\n" + PACKAGE, INVALID),
+    "nothing": (b"", FAILED),
+    "under 1024 bytes": (head(length=100) + bytes(100), FAILED),
+    "another success": (head(status=b"206 Partial") + PACKAGE, FAILED),
+    "303": (head(status=b"303 See", more=b"Location: /\r\n") + PADDING, FAILED),
+    "to a long URL": (moved(b"http://" + b"h" * 121), FAILED),
+    "to nowhere": (moved(b""), FAILED),
+    "to a closed port": (moved(b"http://127.0.0.2:1/"), FAILED),
+    "cookies": (b"HTTP/1.0 200 OK\r\n" + b"Cookie: =;a=;=b;;c\r\n:\r\n" * 4000 + PADDING, FAILED),
+    "carriage returns": (b"HTTP/1.0 200 OK\r\n" + b"\r" * 70000 + PADDING, FAILED),
+    "a long line": (b"HTTP/1.0 200 OK\r\n" + b"a" * 70000 + PADDING, FAILED),
+    "no blanks": (b"HTTP/1.0" + b"9" * 2000, FAILED),
+    "every byte": (bytes(range(256)) * 300, FAILED),
+}
+
+
+@pytest.mark.parametrize("name", RESPONSES)
+def test_responses_of_every_shape(name, make_device):
+    response, datagrams = RESPONSES[name]
+
+    def serve(connection):
+        read_request(connection)
+        connection.sendall(response)
+
+    with serving(serve) as port:
+        run = make_device().run(f"http://127.0.0.1:{port}/p", grace=100)
+    assert [text for text in run.datagrams if "PERCENTAGE" not in text][-1:] == datagrams
+    assert run.status == (0 if datagrams == DONE else 1)
+
+
+@pytest.mark.parametrize("stage", ["connection", "request", "head", "body"])
+def test_a_reset_at_any_stage_fails_the_download(stage, make_device):
+    def serve(connection):
+        if stage != "connection":
+            read_request(connection)
+        if stage in ("head", "body"):
+            connection.sendall(head()[:40] if stage == "head" else head() + PACKAGE[:5000])
+        reset(connection)
+
+    with serving(serve) as port:
+        assert failed(make_device().run(f"http://127.0.0.1:{port}/p", grace=100))
+
+
+@pytest.mark.parametrize("dripped, works", [(1025, True), (len(head() + PACKAGE), False)])
+def test_a_drip_hurts_where_it_reaches_the_last_bytes(dripped, works, make_device):
+    response = head() + PACKAGE
+
+    def serve(connection):
+        read_request(connection)
+        connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        for byte in response[:dripped]:
+            connection.sendall(bytes([byte]))
+        connection.sendall(response[dripped:])
+
+    with serving(serve) as port:
+        run = make_device().run(f"http://127.0.0.1:{port}/p")
+    assert run.status == 0 if works else failed(run)
+
+
+def test_silence_is_waited_out_once(make_device):
+    def serve(connection):
+        read_request(connection)
+        connection.recv(1)
+
+    with serving(serve) as port:
+        run = make_device().run(f"http://127.0.0.1:{port}/p", grace=100)
+    assert failed(run)
+    assert run.report["virtual_us"] == 300_000_000
+
+
+def test_a_silent_handshake_is_waited_out_once(nginx, make_device):
+    device = make_device()
+    trust(device, nginx.authority)
+    with serving(lambda connection: connection.recv(5000) and connection.recv(5000)) as port:
+        run = device.run(f"https://127.0.0.1:{port}/p", grace=100)
+    assert failed(run)
+    assert run.stderr.count(b"cyassl_client_connect:120: FUNCTION FAILED!") == 6
+    assert run.report["virtual_us"] == 300_000_000
+
+
+@pytest.mark.parametrize("both_on_one_port", [True, False])
+def test_a_redirect_to_https_goes_to_the_same_port(both_on_one_port, nginx, make_device):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(nginx.folder / "packages.pem", nginx.folder / "packages.key")
+    location = b"https://127.0.0.2:%d/upgrade/flash.pkg" % nginx.https
+
+    def serve(connection):
+        if connection.recv(1, socket.MSG_PEEK) == b"\x16" and both_on_one_port:
+            with context.wrap_socket(connection, server_side=True) as secured:
+                assert b"GET /upgrade/flash.pkg HTTP/1.0\r\n" in read_request(secured)
+                # A head of 4096 bytes, so that the records end between blocks.
+                secured.sendall(head()[:-2].ljust(4095, b"\r") + b"\n" + PACKAGE)
+                secured.unwrap()
+        else:
+            read_request(connection)
+            connection.sendall(moved(location))
+
+    device = make_device()
+    trust(device, nginx.authority)
+    with serving(serve) as port:
+        run = device.run(f"http://127.0.0.1:{port}/p", grace=100)
+    assert run.status == 0 if both_on_one_port else failed(run)
+
+
+def test_a_thousand_redirects_end_where_they_lead(make_device):
+    requests = []
+
+    def serve(connection):
+        requests.append(read_request(connection))
+        connection.sendall(moved(b"http://127.0.0.1/%d" % len(requests)) if len(requests) < 1000
+                           else head() + PACKAGE)
+
+    with serving(serve) as port:
+        run = make_device().run(f"http://127.0.0.1:{port}/p")
+    assert run.status == 0
+    assert requests[-1].startswith(b"GET /999 HTTP/1.0\r\n")
+    assert run.stderr.count(b"client->ssl = (nil)\n") == 2 * 1000
