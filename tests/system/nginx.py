@@ -13,8 +13,10 @@ ordinary user; their files stay in `folder`.
 import pathlib
 import re
 import shutil
+import signal
 import socket
 import subprocess
+import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 KEY = "-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes".split()
@@ -86,3 +88,16 @@ class Nginx:
     def __exit__(self, *_):
         self.process.terminate()
         self.process.wait()
+
+
+def main():
+    """nginx.py FOLDER: serves FOLDER/served, says both ports in one line, and runs until it is
+    terminated. The authority is FOLDER/authority.pem."""
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit())
+    with Nginx(sys.argv[1], {}) as server:
+        print(server.http, server.https, flush=True)
+        server.process.wait()
+
+
+if __name__ == "__main__":
+    main()

@@ -9,11 +9,14 @@
 #include <fcntl.h>
 #include <iterator>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/un.h>
 
 #include "tools/simdev/core/model.h"
 
 namespace {
+
+constexpr int ethernet_segment_size = 1460;
 
 constexpr int receiver_queue_length = 10; // datagrams, as a Linux system has it by default
 constexpr const char *receivers[] = {"/tmp/.upgrd_info", "/tmp/.syscfg-server"};
@@ -312,6 +315,11 @@ int sim_connect(int fd, const sockaddr *address, socklen_t size)
     if (connection == nullptr || !is_ipv4(address, size))
         return real.connect(fd, address, size);
     const sockaddr_in mapped = real_address(connection, address);
+    // Segments as on an Ethernet. With the loopback's of 64 KiB the receiver's window opens and
+    // closes in strides that no device sees, and the end of a transfer waits for it.
+    const int segment = ethernet_segment_size;
+    if (connection->kind == slot_tcp)
+        setsockopt(fd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
     const int result = real.connect(fd, reinterpret_cast<const sockaddr *>(&mapped), sizeof mapped);
     sim_operation operation = make_operation("connect");
     operation.target = connection->target;
