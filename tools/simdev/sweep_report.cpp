@@ -36,6 +36,8 @@ bool any(const cut_point &point, bool (*holds)(const partition_state &))
 std::string state_text(const partition_state &state)
 {
     std::string text = content_name(state.content);
+    if (state.matches && state.content == content_state::mixed)
+        return text + ", TAKEN FOR WHOLE";
     if (state.matches)
         return text + ", valid";
     return text + (state.consistent ? ", TRAILER ONLY" : ", not valid");
@@ -50,7 +52,7 @@ std::string pad(std::string text, size_t width)
 /// One row for each range of cut points that leave the same.
 std::string state_rows(const sweep_result &result)
 {
-    constexpr size_t width = 21;
+    constexpr size_t width = 24;
     std::ostringstream out;
     out << pad("cut after write", 17);
     for (const int number : result.partitions)
@@ -98,7 +100,9 @@ std::string sweep_text(const sweep_result &result)
 {
     const sweep_counts counts = count_points(result);
     std::ostringstream out;
-    out << state_rows(result) << "\n"
+    out << state_rows(result)
+        << "valid: the trailer's check word and the CRC over its length are right\n"
+        << "TRAILER ONLY: the check word is right, the CRC is not\n\n"
         << "cut points swept                                        " << result.points.size()
         << " of " << result.writes << "\n"
         << "recovered by the next run, byte for byte                " << counts.recovered << "\n"
