@@ -1,0 +1,121 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""The servers, and the file server that takes the board's results.
+
+All listen on addresses of a network namespace of their own, so that the ports that clients expect
+are free, and nothing outside can be reached.
+"""
+import os
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+
+ADDRESS = "192.0.2.1"  # the servers
+LAB_ADDRESS = "192.0.2.2"  # the results; the board reaches it over another interface
+
+NGINX = """
+daemon off; master_process off; user root root; pid {work}/nginx.pid; error_log {work}/nginx.log;
+events {{}}
+http {{
+    access_log {work}/nginx.access;
+    client_body_temp_path {work}/nginx.1; proxy_temp_path {work}/nginx.2;
+    fastcgi_temp_path {work}/nginx.3; uwsgi_temp_path {work}/nginx.4; scgi_temp_path {work}/nginx.5;
+    server {{
+        listen {address}:80;
+        listen {address}:443 ssl;
+        ssl_certificate {tls}/server.pem;
+        ssl_certificate_key {tls}/server.key;
+        root {files};
+    }}
+}}
+"""
+
+
+# Slow, and that on purpose: the device takes one read of the control connection for one reply, so
+# when "150" and "226" come together, as they do when the whole file fits the sockets' buffers, it
+# waits 300 s for the second.
+VSFTPD = """
+listen=YES
+listen_address={address}
+background=NO
+run_as_launching_user=YES
+ftp_username=root
+anonymous_enable=YES
+no_anon_password=YES
+anon_root={files}
+anon_max_rate=100000
+seccomp_sandbox=NO
+xferlog_enable=YES
+vsftpd_log_file={work}/vsftpd.log
+"""
+
+
+def replace_file(path, text):
+    """Lays `text` over the file `path` of this machine, for this namespace alone."""
+    with tempfile.NamedTemporaryFile("w") as file:
+        file.write(text)
+        file.flush()
+        os.chmod(file.name, 0o644)
+        subprocess.run(["mount", "--bind", file.name, path], check=True)
+
+
+def in_namespace():
+    return "BOARD_NAMESPACE" in os.environ
+
+
+def enter_namespace():
+    """Starts this program again in user, network and mount namespaces of its own."""
+    if in_namespace():
+        replace_file("/etc/hosts", f"127.0.0.1 localhost\n{ADDRESS} servers\n{LAB_ADDRESS} lab\n")
+        replace_file("/etc/passwd", "root:x:0:0::/:/bin/sh\nlab:x:1000:1000::/:/bin/sh\n")
+        subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+        for address in (ADDRESS, LAB_ADDRESS):
+            subprocess.run(["ip", "address", "add", f"{address}/32", "dev", "lo"], check=True)
+        return
+    os.environ["BOARD_NAMESPACE"] = "yes"
+    command = ["unshare", "--user", "--map-root-user", "--net", "--mount", "--pid", "--fork", "--kill-child"]
+    os.execvp("unshare", command + [sys.executable] + sys.argv)
+
+
+class Servers:
+    """Serves `files`, and `lab` to the board; logs are in `work`. A context manager."""
+
+    def __init__(self, work, files, lab, tls):
+        values = {"work": work, "address": ADDRESS, "tls": tls, "files": files}
+        nginx, vsftpd = work / "nginx.conf", work / "vsftpd.conf"
+        nginx.write_text(NGINX.format(**values))
+        vsftpd.write_text(VSFTPD.format(**values))
+        self.commands = {
+            "nginx": ["nginx", "-c", nginx, "-p", f"{work}/", "-e", "stderr"],
+            "ftp": ["vsftpd", vsftpd],
+            "tftp": ["atftpd", "--daemon", "--no-fork", "--user", "root.root", "--port", "69"]
+            + ["--bind-address", ADDRESS, "--logfile", "-", files],
+            "9p": ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
+            + ["diod", "-f", "-n", "-L", "stderr", "-l", f"{LAB_ADDRESS}:5640", "-e", lab],
+        }
+        self.work = work
+        self.running = {}
+
+    def __enter__(self):
+        for name, command in self.commands.items():
+            with open(self.work / f"{name}.log", "wb") as log:
+                self.running[name] = subprocess.Popen(
+                    [str(word) for word in command], stdin=subprocess.DEVNULL, stdout=log, stderr=log
+                )
+        for address, port in ((ADDRESS, 80), (ADDRESS, 443), (ADDRESS, 21), (LAB_ADDRESS, 5640)):
+            self.wait_for(address, port)
+        return self
+
+    def wait_for(self, address, port):
+        for _ in range(100):
+            with socket.socket() as probe:
+                if probe.connect_ex((address, port)) == 0:
+                    return
+            time.sleep(0.05)
+        raise RuntimeError(f"nothing listens on {address}:{port}; see {self.work}/*.log")
+
+    def __exit__(self, *_):
+        for process in self.running.values():
+            process.terminate()
+            process.wait()
