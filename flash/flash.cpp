@@ -121,9 +121,8 @@ int write_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t len
 {
     uint32_t crc = 0;
     int index = 0;
-    // 64 bits, so that taking a whole block from the last part of one cannot overflow.
-    for (int64_t remaining = length; remaining > 0; remaining -= block_size) {
-        const auto size = static_cast<int32_t>(std::min<int64_t>(remaining, block_size));
+    for (int32_t remaining = length; remaining > 0; remaining -= block_size) {
+        const int32_t size = std::min(remaining, block_size);
         write_block(fd, blocks[index], size, index);
         crc = crc32(crc, blocks[index], static_cast<size_t>(size));
         sync();
