@@ -28,7 +28,8 @@ constexpr int block_rest_microseconds = 40'000;    ///< after each block written
 constexpr int trailer_rest_microseconds = 100'000; ///< after each trailer
 
 /// Writes every part whose size is not 0, in table order. 0, or -1 at the first part that is not of
-/// type 2, 3 or 4 or whose device cannot be opened.
+/// type 2, 3 or 4 or whose device cannot be opened. The buffer has all blocks of the parts of these
+/// types: process_package saw to it.
 int write_package(upgrade_context *context);
 
 /// Reads every part whose size is not 0 back. 0, or -1 as write_package. A difference or a failed
