@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -14,13 +15,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
-
 #include "tools/simdev/clock.h"
 #include "tools/simdev/core/faults.h"
 #include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
 #include "tools/simdev/locate.h"
+#include "tools/simdev/log_reader.h"
 
 namespace simdev {
 
@@ -204,61 +204,6 @@ struct child_setup {
     execve(setup.program, setup.arguments, setup.environment);
     _exit(exit_not_started);
 }
-
-operation parse_operation(std::string_view line)
-{
-    const nlohmann::json json = nlohmann::json::parse(line);
-    operation result;
-    result.n = json.at("n");
-    result.op = json.at("op");
-    result.target = json.value("target", "");
-    result.text = json.value("text", "");
-    result.error = json.value("error", "");
-    result.fault = json.value("fault", "");
-    result.number = json.value("number", INT64_C(0));
-    result.offset = json.value("offset", INT64_C(0));
-    result.length = json.value("length", INT64_C(0));
-    result.result = json.value("result", INT64_C(0));
-    result.duration_us = json.value("duration_us", INT64_C(0));
-    result.virtual_us = json.at("virtual_us");
-    result.real_us = json.at("real_us");
-    return result;
-}
-
-/// Cuts the log into lines and hands them on, checking that none is missing.
-class log_reader {
-public:
-    explicit log_reader(const run_listener &listener) : listener_(listener) {}
-
-    void take(std::string_view bytes)
-    {
-        buffer_ += bytes;
-        size_t start = 0;
-        for (size_t end = 0; (end = buffer_.find('\n', start)) != std::string::npos;
-             start = end + 1)
-            take_line(std::string_view(buffer_).substr(start, end - start));
-        buffer_.erase(0, start);
-    }
-
-    uint64_t count() const
-    {
-        return count_;
-    }
-
-private:
-    void take_line(std::string_view line)
-    {
-        const operation operation = parse_operation(line);
-        if (operation.n != ++count_)
-            throw failure("operation " + std::to_string(count_) + " is missing in the log");
-        if (listener_.on_operation)
-            listener_.on_operation(operation, line);
-    }
-
-    const run_listener &listener_;
-    std::string buffer_;
-    uint64_t count_ = 0;
-};
 
 /// Empty in a quiet run.
 using receivers_of_run = std::array<std::unique_ptr<receiver>, 2>;

@@ -1,25 +1,19 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Sockets: ports both ways, the status receivers, waits, and a server that misbehaves.
+// Sockets: ports both ways, traffic, waits.
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
-#include <fcntl.h>
-#include <iterator>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/un.h>
 
 #include "tools/simdev/core/model.h"
+#include "tools/simdev/core/peer.h"
 
 namespace {
 
 constexpr int ethernet_segment_size = 1460;
-
-constexpr int receiver_queue_length = 10; // datagrams, as a Linux system has it by default
-constexpr const char *receivers[] = {"/tmp/.upgrd_info", "/tmp/.syscfg-server"};
 
 timeval to_timeval(int64_t microseconds)
 {
@@ -66,83 +60,6 @@ void count_traffic(int fd, slot *connection, int64_t received, int64_t sent)
     connection->received += received;
 }
 
-// Lets time pass before, or in place of, an answer.
-void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const char *fault)
-{
-    const int saved = errno;
-    if (really && !model.fast)
-        sleep_really(microseconds);
-    advance(microseconds);
-    sim_operation operation = make_operation("wait");
-    operation.target =
-        connection == nullptr || connection->target[0] == '\0' ? nullptr : connection->target;
-    operation.duration_us = microseconds;
-    operation.fault = fault;
-    log_operation(&operation);
-    errno = saved;
-}
-
-// What a server's fault leaves of a connection.
-struct peer {
-    int64_t bytes;      // that can still be received in one call
-    int64_t silence_us; // until then; never_us: for ever
-    bool ended;
-    const char *fault;
-};
-constexpr int64_t never_us = INT64_MAX;
-
-peer look_at_peer(const slot *connection)
-{
-    peer result = {INT64_MAX, 0, false, nullptr};
-    if (!model.has_server_fault || (connection->kind != slot_tcp && connection->kind != slot_udp))
-        return result;
-    for (size_t index = 0; index < model.fault_count; index++) {
-        const sim_fault *fault = &model.faults[index];
-        if (fault->kind == fault_server_stall || fault->kind == fault_server_cut) {
-            const int64_t left = std::max<int64_t>(fault->at - connection->received, 0);
-            result.bytes = std::min(result.bytes, left);
-            // A datagram has no connection to end, so its server just goes silent.
-            if (left == 0 && fault->kind == fault_server_cut && connection->kind == slot_tcp)
-                result.ended = true;
-            else if (left == 0)
-                result.silence_us = never_us;
-        } else if (fault->kind == fault_server_drip) {
-            result.bytes = std::min(result.bytes, fault->bytes < 0 ? 1 : fault->bytes);
-            result.silence_us =
-                std::max(result.silence_us, connection->drips_at_us - model.virtual_us);
-        } else {
-            continue;
-        }
-        result.fault = fault_descriptions[fault->kind].name;
-    }
-    return result;
-}
-
-void note_drip(slot *connection)
-{
-    for (size_t index = 0; index < model.fault_count; index++)
-        if (model.faults[index].kind == fault_server_drip)
-            connection->drips_at_us = model.virtual_us + model.faults[index].seconds * 1'000'000;
-}
-
-// Sits out the peer's silence in a call that waits `timeout_us` (0: for ever). False when that is
-// not enough; the time is counted then.
-bool outlast(const slot *connection, const peer *peer, int64_t timeout_us)
-{
-    if (peer->silence_us == 0)
-        return true;
-    if (timeout_us == 0 && peer->silence_us == never_us)
-        hang(peer->fault);
-    const bool enough = timeout_us == 0 || peer->silence_us <= timeout_us;
-    wait_in_vain(connection, enough ? peer->silence_us : timeout_us, true, peer->fault);
-    return enough;
-}
-
-bool does_not_block(int fd, int flags)
-{
-    return (flags & MSG_DONTWAIT) != 0 || (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0;
-}
-
 // One receiving call, `call(size)` being the real one.
 template<typename Call> ssize_t receive(int fd, slot *connection, size_t size, int flags, Call call)
 {
@@ -186,110 +103,6 @@ template<typename Call> ssize_t transmit(int fd, slot *connection, int flags, Ca
     return result;
 }
 
-// The receiver that a status datagram is for, or -1.
-int find_receiver(const sockaddr *address, socklen_t size)
-{
-    if (address == nullptr || size <= offsetof(sockaddr_un, sun_path) ||
-        address->sa_family != AF_UNIX)
-        return -1;
-    const char *path = reinterpret_cast<const sockaddr_un *>(address)->sun_path;
-    const size_t capacity = size - offsetof(sockaddr_un, sun_path);
-    for (int index = 0; index < static_cast<int>(std::size(receivers)); index++)
-        if (strncmp(path, receivers[index], capacity) == 0)
-            return index;
-    return -1;
-}
-
-bool receiver_has_fault(fault_kind kind, int receiver)
-{
-    for (size_t index = 0; index < model.fault_count; index++) {
-        const sim_fault *fault = &model.faults[index];
-        if (fault->kind == kind && (fault->receiver < 0 || fault->receiver == receiver))
-            return true;
-    }
-    return false;
-}
-
-// Sends to the socket in the device folder, through the folder's descriptor: however long the
-// folder's path is, the address is short.
-ssize_t send_real_datagram(int fd, int receiver, const void *data, size_t size, int flags)
-{
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s", model.folder_fd,
-             receivers[receiver]);
-    return real.sendto(fd, data, size, flags, reinterpret_cast<const sockaddr *>(&address),
-                       sizeof address);
-}
-
-ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data, size_t size,
-                      int flags)
-{
-    sim_operation operation = make_operation("datagram");
-    operation.target = receivers[receiver];
-    operation.length = static_cast<int64_t>(size);
-    operation.data = data;
-    operation.data_size = size;
-    int &queued = model.receiver_queued[static_cast<size_t>(receiver)];
-    if (receiver_has_fault(fault_receiver_missing, receiver)) {
-        operation.fault = fault_descriptions[fault_receiver_missing].name;
-        errno = ENOENT;
-    } else if (receiver_has_fault(fault_receiver_stuck, receiver)) {
-        operation.fault = fault_descriptions[fault_receiver_stuck].name;
-        if (queued < receiver_queue_length) {
-            queued++;
-            operation.result = static_cast<int64_t>(size);
-        } else if (sender->send_timeout_us == 0 && !does_not_block(fd, flags)) {
-            hang(operation.fault);
-        }
-        errno = EAGAIN;
-    } else {
-        operation.result = send_real_datagram(fd, receiver, data, size, flags);
-    }
-    operation.error = errno;
-    if (operation.result < 0 && errno == EAGAIN && !does_not_block(fd, flags)) {
-        if (operation.fault != nullptr && !model.fast)
-            sleep_really(sender->send_timeout_us);
-        advance(sender->send_timeout_us);
-        operation.duration_us = sender->send_timeout_us;
-    }
-    log_operation(&operation);
-    errno = operation.error;
-    return static_cast<ssize_t>(operation.result);
-}
-
-// Of the descriptors that a wait is for, the one that is silent the shortest time by a server's
-// fault.
-struct waited_for {
-    const slot *connection = nullptr; // null: none that is followed
-    peer quiet = {0, never_us, false, nullptr};
-
-    void add(const slot *candidate)
-    {
-        const peer found = look_at_peer(candidate);
-        if (connection == nullptr || found.silence_us < quiet.silence_us)
-            quiet = found;
-        connection = connection == nullptr ? candidate : connection;
-    }
-};
-
-// The real length of a wait of `timeout_us` (-1: without end).
-int64_t real_wait_us(int64_t timeout_us)
-{
-    return model.fast && timeout_us > model.grace_us ? model.grace_us : timeout_us;
-}
-
-// Whether the real wait of `timeout_us` (-1: without end) is to follow; if not, its time has
-// passed.
-bool sit_out_silence(const waited_for *waited, int64_t timeout_us)
-{
-    if (waited->connection == nullptr || waited->quiet.silence_us == 0)
-        return true;
-    if (timeout_us == 0) // outlast would take it for a wait without end
-        return false;
-    return outlast(waited->connection, &waited->quiet, timeout_us < 0 ? 0 : timeout_us);
-}
-
 } // namespace
 
 int sim_socket(int domain, int type, int protocol)
@@ -319,7 +132,7 @@ int sim_connect(int fd, const sockaddr *address, socklen_t size)
     // closes in strides that no device sees, and the end of a transfer waits for it.
     const int segment = ethernet_segment_size;
     if (connection->kind == slot_tcp)
-        setsockopt(fd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
+        real.setsockopt(fd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
     const int result = real.connect(fd, reinterpret_cast<const sockaddr *>(&mapped), sizeof mapped);
     sim_operation operation = make_operation("connect");
     operation.target = connection->target;

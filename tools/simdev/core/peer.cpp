@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/core/peer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+
+void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const char *fault)
+{
+    const int saved = errno;
+    if (really && !model.fast)
+        sleep_really(microseconds);
+    advance(microseconds);
+    sim_operation operation = make_operation("wait");
+    operation.target =
+        connection == nullptr || connection->target[0] == '\0' ? nullptr : connection->target;
+    operation.duration_us = microseconds;
+    operation.fault = fault;
+    log_operation(&operation);
+    errno = saved;
+}
+
+peer look_at_peer(const slot *connection)
+{
+    peer result = {INT64_MAX, 0, false, nullptr};
+    if (!model.has_server_fault || (connection->kind != slot_tcp && connection->kind != slot_udp))
+        return result;
+    for (size_t index = 0; index < model.fault_count; index++) {
+        const sim_fault *fault = &model.faults[index];
+        if (fault->kind == fault_server_stall || fault->kind == fault_server_cut) {
+            const int64_t left = std::max<int64_t>(fault->at - connection->received, 0);
+            result.bytes = std::min(result.bytes, left);
+            // A datagram has no connection to end, so its server just goes silent.
+            if (left == 0 && fault->kind == fault_server_cut && connection->kind == slot_tcp)
+                result.ended = true;
+            else if (left == 0)
+                result.silence_us = never_us;
+        } else if (fault->kind == fault_server_drip) {
+            result.bytes = std::min(result.bytes, fault->bytes < 0 ? 1 : fault->bytes);
+            result.silence_us =
+                std::max(result.silence_us, connection->drips_at_us - model.virtual_us);
+        } else {
+            continue;
+        }
+        result.fault = fault_descriptions[fault->kind].name;
+    }
+    return result;
+}
+
+void note_drip(slot *connection)
+{
+    for (size_t index = 0; index < model.fault_count; index++)
+        if (model.faults[index].kind == fault_server_drip)
+            connection->drips_at_us = model.virtual_us + model.faults[index].seconds * 1'000'000;
+}
+
+bool outlast(const slot *connection, const peer *peer, int64_t timeout_us)
+{
+    if (peer->silence_us == 0)
+        return true;
+    if (timeout_us == 0 && peer->silence_us == never_us)
+        hang(peer->fault);
+    const bool enough = timeout_us == 0 || peer->silence_us <= timeout_us;
+    wait_in_vain(connection, enough ? peer->silence_us : timeout_us, true, peer->fault);
+    return enough;
+}
+
+void waited_for::add(const slot *candidate)
+{
+    const peer found = look_at_peer(candidate);
+    if (connection == nullptr || found.silence_us < quiet.silence_us)
+        quiet = found;
+    connection = connection == nullptr ? candidate : connection;
+}
+
+int64_t real_wait_us(int64_t timeout_us)
+{
+    return model.fast && timeout_us > model.grace_us ? model.grace_us : timeout_us;
+}
+
+bool sit_out_silence(const waited_for *waited, int64_t timeout_us)
+{
+    if (waited->connection == nullptr || waited->quiet.silence_us == 0)
+        return true;
+    if (timeout_us == 0) // outlast would take it for a wait without end
+        return false;
+    return outlast(waited->connection, &waited->quiet, timeout_us < 0 ? 0 : timeout_us);
+}
+
+bool does_not_block(int fd, int flags)
+{
+    return (flags & MSG_DONTWAIT) != 0 || (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0;
+}
