@@ -193,6 +193,7 @@ int _httpc_read_char(httpc_client *client, char *out)
         return -1;
     }
     if (response->available <= 0) {
+        fflush(stderr); // the trace so far, before a wait
         // Kept: a head needs full refills, even where the last one brought the rest of it.
         if (_httpc_recv(client) != 1) {
             recv_error();
@@ -211,6 +212,9 @@ int _httpc_read_char(httpc_client *client, char *out)
 
 int _httpc_read_line(httpc_client *client, char *buffer, int max)
 {
+    // The trace is written by the line: by the byte, a long head takes longer than a package.
+    char trace[BUFSIZ];
+    setvbuf(stderr, trace, _IOFBF, sizeof(trace));
     int stored = 0;
     int result = 1;
     while (stored < max) { // the limit on the head bounds the carriage returns
@@ -226,6 +230,8 @@ int _httpc_read_line(httpc_client *client, char *buffer, int max)
             buffer[stored++] = byte;
     }
     buffer[stored] = '\0';
+    fflush(stderr);
+    setvbuf(stderr, nullptr, _IONBF, 0);
     return result;
 }
 

@@ -9,6 +9,7 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -94,6 +95,9 @@ bool handshake(cyassl_client *self)
     const timeval wait = {.tv_sec = silence_seconds, .tv_usec = 0};
     setsockopt(self->socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
     setsockopt(self->socket, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
+    // The request goes out in small writes; each would wait for the answer to the one before.
+    const int at_once = 1;
+    setsockopt(self->socket, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof(at_once));
     wolfSSL_set_fd(self->connection, self->socket);
     // Behind wolfSSL_set_fd, which names the socket there.
     wolfSSL_SetIOReadCtx(self->connection, self);
