@@ -6,10 +6,11 @@
         server.authority              the CA file
         server.stranger               the CA file of somebody else
 
-/upgrade/latest.pkg redirects to /upgrade/flash.pkg on 127.0.0.2. The servers are those of an
-ordinary user; their files stay in `folder`.
+With fill=False heads have their usual length. /upgrade/latest.pkg redirects to /upgrade/flash.pkg on
+127.0.0.2. The server is an ordinary user's; its files stay in `folder`.
 """
 
+import os
 import pathlib
 import re
 import shutil
@@ -19,7 +20,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-KEY = "-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes".split()
+KEY = "-newkey rsa:2048 -nodes".split()
 
 
 def free_ports(count):
@@ -32,7 +33,8 @@ def free_ports(count):
 
 
 class Nginx:
-    def __init__(self, folder, files):
+    def __init__(self, folder, files, fill=True):
+        self.fill = fill
         self.folder = pathlib.Path(folder)
         served = self.folder / "served"
         for name, content in files.items():
@@ -71,7 +73,10 @@ class Nginx:
         for old, new in changes.items():
             assert old in text, old
             text = text.replace(old, new)
-        return (f"daemon off; master_process off; pid {self.folder}/pid;"
+        if not self.fill:
+            text = re.sub(r"\n *add_header X-Fill.*", "", text)
+        user = "user root root;" if os.getuid() == 0 else ""  # no other in a user namespace
+        return (f"{user} daemon off; master_process off; pid {self.folder}/pid;"
                 f"error_log {self.folder}/error.log;\n{text}")
 
     def __enter__(self):
