@@ -33,6 +33,25 @@ void free_node(httpc_var *node)
     free(node);
 }
 
+void flush_trace(httpc_response *response)
+{
+    fwrite(response->trace, 1, static_cast<size_t>(response->trace_size), stderr);
+    response->trace_size = 0;
+}
+
+/// Traces a byte of the head. The lines are written together, once the head's line or what was
+/// received of it ends: one by one, those of a long head take longer than a package.
+void trace_byte(httpc_response *response, int byte, const char *function, int line)
+{
+    constexpr int longest = 64; // bytes of a line of the trace, and more
+    const int room = static_cast<int>(sizeof(response->trace)) - response->trace_size;
+    response->trace_size +=
+        snprintf(response->trace + response->trace_size, static_cast<size_t>(room),
+                 "%s:%d: %c-%d\n", function, line, byte, byte);
+    if (byte == '\n' || response->available == 0 || room < 2 * longest)
+        flush_trace(response);
+}
+
 /// The text behind the colon at `colon` and the blank that follows it; empty when there is less.
 const char *behind_colon(const char *colon)
 {
@@ -189,11 +208,11 @@ int _httpc_read_char(httpc_client *client, char *out)
 {
     httpc_response *response = &client->response;
     if (response->head_size >= httpc_head_limit) {
+        flush_trace(response);
         recv_error();
         return -1;
     }
     if (response->available <= 0) {
-        fflush(stderr); // the trace so far, before a wait
         // Kept: a head needs full refills, even where the last one brought the rest of it.
         if (_httpc_recv(client) != 1) {
             recv_error();
@@ -202,19 +221,15 @@ int _httpc_read_char(httpc_client *client, char *out)
         response->buffer[response->available] = '\0';
     }
     *out = response->buffer[response->read_position];
-    const int byte = static_cast<uint8_t>(*out);
-    fprintf(stderr, "%s:%d: %c-%d\n", __func__, __LINE__, byte, byte);
     response->read_position++;
     response->available--;
     response->head_size++;
+    trace_byte(response, static_cast<uint8_t>(*out), __func__, __LINE__);
     return 1;
 }
 
 int _httpc_read_line(httpc_client *client, char *buffer, int max)
 {
-    // The trace is written by the line: by the byte, a long head takes longer than a package.
-    char trace[BUFSIZ];
-    setvbuf(stderr, trace, _IOFBF, sizeof(trace));
     int stored = 0;
     int result = 1;
     while (stored < max) { // the limit on the head bounds the carriage returns
@@ -230,8 +245,7 @@ int _httpc_read_line(httpc_client *client, char *buffer, int max)
             buffer[stored++] = byte;
     }
     buffer[stored] = '\0';
-    fflush(stderr);
-    setvbuf(stderr, nullptr, _IONBF, 0);
+    flush_trace(&client->response);
     return result;
 }
 

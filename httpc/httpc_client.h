@@ -48,6 +48,8 @@ struct httpc_response {
     char content_type[64];
     char buffer[httpc_refill_size + 2]; ///< a refill takes up to one byte more; then the terminator
     int32_t head_size;                  ///< bytes of the head so far, see `httpc_head_limit`
+    int32_t trace_size;                 ///< bytes in `trace`
+    char trace[1024];                   ///< what the head's trace has yet to write
 };
 
 struct httpc_client {
