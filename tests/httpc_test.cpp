@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "httpc/httpc.h"
 
+#include <arpa/inet.h>
 #include <csignal>
 #include <cstring>
 #include <gtest/gtest.h>
@@ -9,7 +10,6 @@
 #include <string>
 #include <sys/select.h>
 #include <sys/socket.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -28,12 +28,39 @@ int slept_seconds = 0;
 bool expire = false; // the next select comes back empty
 long waited_seconds = 0;
 struct fake_connect {
-    bool active;
-    int result;
-    int error;
-    int poll_result;
+    int result, error, poll_result;
     short events;
-} connecting = {};
+};
+constexpr fake_connect refused = {-1, ECONNREFUSED, 0, 0};
+fake_connect connecting = refused;
+// Servers that a connect reaches when there are any: what each answers, then what became of it.
+struct server {
+    string answer;
+    string address = "";
+    int socket = -1;
+};
+std::vector<server> servers;
+size_t servers_reached = 0;
+
+/// A connected socket; the other end goes to `peer`.
+int pair_with(int *peer)
+{
+    int ends[2];
+    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+    *peer = ends[1];
+    return ends[0];
+}
+void send_last(int socket, const string &bytes)
+{
+    EXPECT_EQ(write(socket, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    shutdown(socket, SHUT_WR);
+}
+string read_at_once(int socket)
+{
+    string bytes(4096, '\0');
+    const ssize_t count = recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    return count < 0 ? "" : bytes.substr(0, static_cast<size_t>(count));
+}
 } // namespace
 
 #pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps, by the linker's names
@@ -51,11 +78,18 @@ unsigned __wrap_sleep(unsigned seconds)
     slept_seconds += static_cast<int>(seconds);
     return 0;
 }
-int __real_connect(int, const sockaddr *, socklen_t);
-int __wrap_connect(int socket, const sockaddr *address, socklen_t length)
+int __wrap_connect(int socket, const sockaddr *address, socklen_t)
 {
-    if (!connecting.active)
-        return __real_connect(socket, address, length);
+    if (servers_reached < servers.size()) {
+        server &reached = servers[servers_reached++];
+        const auto *to = reinterpret_cast<const sockaddr_in *>(address);
+        reached.address = inet_ntoa(to->sin_addr) + (":" + std::to_string(ntohs(to->sin_port)));
+        const int end = pair_with(&reached.socket);
+        dup2(end, socket);
+        close(end);
+        send_last(reached.socket, reached.answer);
+        return 0;
+    }
     errno = connecting.error;
     return connecting.result;
 }
@@ -77,34 +111,30 @@ struct Httpc : testing::Test {
     {
         signal(SIGPIPE, SIG_IGN);
         expire = false;
+        servers.clear();
+        servers_reached = 0;
         client = httpcOpenClient("host.example", 8080, 0);
         httpcInitRequest(client, 1, "/a");
         attach();
     }
     void attach()
     {
-        int ends[2];
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-        client->socket = ends[0];
         if (peer >= 0)
             close(peer);
-        peer = ends[1];
+        client->response = {};
+        client->socket = pair_with(&peer);
     }
     void TearDown() override
     {
         httpcCloseClient(client);
         close(peer);
     }
-    void answer(const string &bytes) const
+    /// The status of the response `bytes`, which nothing follows.
+    int status_of(const string &bytes, int keep_headers = 1)
     {
-        ASSERT_EQ(write(peer, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        shutdown(peer, SHUT_WR);
-    }
-    string sent() const
-    {
-        string bytes(4096, '\0');
-        const ssize_t count = recv(peer, bytes.data(), bytes.size(), MSG_DONTWAIT);
-        return count < 0 ? "" : bytes.substr(0, static_cast<size_t>(count));
+        attach();
+        send_last(peer, bytes);
+        return httpcGetResponse(client, keep_headers);
     }
 };
 
@@ -127,32 +157,24 @@ size_t count_of(const string &text, const string &word)
 TEST(HttpUrl, SplitsAsTheDevicesDo)
 {
     const struct {
-        string url, scheme, host;
-        int port;
-        string path;
+        string url, parts; ///< "-" is a field that stays as it was
     } rows[] = {
-        {"http://h/a/b", "HTTP", "h", 80, "/a/b"},
-        {"https://h/a", "HTTPS", "h", 443, "/a"},
-        {"http://h", "HTTP", "h", 80, "/"},
-        {"http://h:8080", "HTTP", "h", 8080, "-"},
-        {"https://h:70000/p", "HTTPS", "h", 70000 - 65536, "/p"},
-        {"http://h:99999999999999999999/p", "HTTP", "h", 65535, "/p"},
-        {"http://h/x:y", "HTTP", "h/x", 0, "-"},
-        {"HTTP://h/p", "-", "HTTP", 0, "//h/p"},
-        {"/upgrade/flash.pkg", "-", "127.0.0.1", 80, "/upgrade/flash.pkg"},
-        {"", "-", "", 80, "/"},
-        {"http://" + string(120, 'h'), "HTTP", string(120, 'h'), 80, "/"},
+        {"http://h/a/b", "HTTP h 80 /a/b"},
+        {"https://h/a", "HTTPS h 443 /a"},
+        {"http://h:8080", "HTTP h 8080 -"},
+        {"https://h:70000/p", "HTTPS h 4464 /p"}, // 70000 - 65536
+        {"http://h:99999999999999999999/p", "HTTP h 65535 /p"},
+        {"http://h/x:y", "HTTP h/x 0 -"},
+        {"HTTP://h/p", "- HTTP 0 //h/p"},
+        {"/upgrade/flash.pkg", "- 127.0.0.1 80 /upgrade/flash.pkg"},
+        {"", "-  80 /"},
+        {"http://" + string(120, 'h'), "HTTP " + string(120, 'h') + " 80 /"},
     };
     for (const auto &row : rows) {
-        char scheme[8] = "-";
-        char host[128] = "-";
-        char path[128] = "-";
+        char scheme[8] = "-", host[128] = "-", path[128] = "-";
         uint16_t port = 7;
         EXPECT_EQ(httpcParseURL(row.url.c_str(), scheme, host, &port, path), 0) << row.url;
-        EXPECT_EQ(scheme, row.scheme) << row.url;
-        EXPECT_EQ(host, row.host) << row.url;
-        EXPECT_EQ(port, row.port) << row.url;
-        EXPECT_EQ(path, row.path) << row.url;
+        EXPECT_EQ(string(scheme) + " " + host + " " + std::to_string(port) + " " + path, row.parts);
     }
     EXPECT_EQ(httpcParseURL(nullptr, nullptr, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(httpcParseURL(string(128, 'h').c_str(), nullptr, nullptr, nullptr, nullptr), -1);
@@ -162,14 +184,12 @@ TEST(HttpEscape, EscapesWithinItsLimits)
 {
     const struct {
         const char *source;
-        int size;
-        int result;
+        int size, result;
         const char *text;
     } rows[] = {
         {"a b/c", 32, 7, "a+b%2Fc"},
         {"~\xE9", 32, 6, "%7E%E9"},
         {"", 1, 0, ""},
-        {"a", 1, -1, ""},
         {"ab", 3, 2, "ab"},
         {"abc", 3, -1, "ab"},
         {"/", 4, 3, "%2F"},
@@ -209,23 +229,20 @@ TEST(HttpEscape, DecodesFormsAndHeaderBlocks)
 
 TEST_F(Httpc, SendsRequestsByteForByte)
 {
-    const string common = "Accept-Language: zh-cn\r\n";
-    const string host = "Host: host.example\r\n";
+    const string line = "Accept-Language: zh-cn\r\n", host = "Host: host.example\r\n";
+    const string common = " HTTP/1.0\r\n" + line + "Content-Length: 0\r\n" + host;
     const struct {
         int method;
         const char *path, *type, *value;
         string bytes;
     } rows[] = {
-        {1, "/a", "text/html", nullptr,
-         "GET /a HTTP/1.0\r\n" + common + "Content-type: text/html\r\nContent-Length: 0\r\n" +
-             host + "\r\n"},
-        {1, "/a", nullptr, "v w",
-         "GET /a?n=v+w HTTP/1.0\r\n" + common + "Content-Length: 0\r\n" + host + "\r\n"},
-        {1, "/a?x=1", nullptr, "v",
-         "GET /a?x=1&n=v HTTP/1.0\r\n" + common + "Content-Length: 0\r\n" + host + "\r\n"},
-        {2, "", nullptr, "/",
-         "POST  HTTP/1.0\r\n" + common + "Content-Length: 5\r\n" + host + "\r\nn=%2F"},
-        {3, "/a", nullptr, "v", common + "Content-Length: 3\r\n" + host + "\r\nn=v"},
+        {1, "/a", nullptr, "v w", "GET /a?n=v+w" + common + "\r\n"},
+        {1, "/a?x=1", nullptr, "v", "GET /a?x=1&n=v" + common + "\r\n"},
+        {2, "", "text/html", "/",
+         "POST  HTTP/1.0\r\n" + line + "Content-type: text/html\r\nContent-Length: 5\r\n" + host +
+             "\r\nn=%2F"},
+        {3, "/a", nullptr, "v", line + "Content-Length: 3\r\n" + host + "\r\nn=v"},
+        {1, "/a", nullptr, nullptr, "GET /a" + common + "\r\n"},
     };
     for (const auto &row : rows) {
         httpcFreeVars(client);
@@ -235,7 +252,7 @@ TEST_F(Httpc, SendsRequestsByteForByte)
         httpcPushVar(client, "n", "second");
         EXPECT_STREQ(httpcGetVar(client, "n"), row.value);
         EXPECT_EQ(httpcSendRequest(client), static_cast<int>(row.bytes.size()) + 13);
-        EXPECT_EQ(sent(), row.bytes);
+        EXPECT_EQ(read_at_once(peer), row.bytes);
     }
     httpcFreeVars(client);
     httpcInitRequest(client, 1, string(200, 'p').c_str());
@@ -244,10 +261,9 @@ TEST_F(Httpc, SendsRequestsByteForByte)
     httpcAddHeader(client, "Null", nullptr);
     httpcAddHeader(client, "X", "1");
     httpcAddHeader(client, "X", "2");
-    const string bytes = "GET " + string(127, 'p') + " HTTP/1.0\r\n" + common +
-                         "Content-Length: 0\r\n" + host + "X: 1\r\n\r\n";
+    const string bytes = "GET " + string(127, 'p') + common + "X: 1\r\n\r\n";
     EXPECT_EQ(httpcSendRequest(client), static_cast<int>(bytes.size()) + 13);
-    EXPECT_EQ(sent(), bytes);
+    EXPECT_EQ(read_at_once(peer), bytes);
     httpcPushVar(client, "n", string(254, 'v').c_str()); // with its terminator 257 bytes
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
@@ -259,7 +275,7 @@ TEST_F(Httpc, FailsASendToAClosedPeerAndCountsAFullOne)
     EXPECT_GT(httpcSendRequest(client), 0); // never writable: each write is 0, which is no failure
     EXPECT_EQ(waited_seconds, 2);
     expire = false;
-    EXPECT_EQ(sent(), "");
+    EXPECT_EQ(read_at_once(peer), "");
     shutdown(peer, SHUT_RDWR);
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
@@ -271,63 +287,51 @@ TEST_F(Httpc, ReadsHeadsOfEveryShape)
     const string nul(1, '\0');
     const struct {
         string head;
-        int status;
-        int length;
-        const char *name, *value; ///< a header expected, "" the content type, "reason" the reason
+        int status, length;
+        string name, value; ///< a header expected, "" the content type, "reason" the reason
     } rows[] = {
         {"HTTP/1.0 200 OK\r\nContent-length: 1234\r\n", 200, 1234, "reason", "OK"},
         {"http/1.1 404 Not Found\n", 404, 0, "reason", "Not Found"},
-        {"HTTP/1.0 200 \r\nCONTENT-TYPE: a/b\r\nContent-Length:5\r\n", 200, 0, "", "a/b"},
+        {"HTTP/1.0 200 \r\nCONTENT-TYPE: a/b\r\nContent-Length:55\r\n", 200, 0, "", "a/b"},
         {"HTTP/1.0 200 OK\nCookie: a=1; b=2\nX:\nno colon\nY:1\n", 200, 0, "b", "2"},
         {"HTTP/1.0 200 OK\nX: \nY:1\nZ:\n", 200, 0, "Y", ""},
-        {"HTTP/1.0 200 OK\nCookie:;=;x\nCookie:\nContent-Length: -7\n", 200, -7, "x", nullptr},
-        {"HTTP/1.0 200 OK\nContent-Length: 99999999999\n", 200, INT32_MAX, "x", nullptr},
-        {"HTTP/1.0 200 " + string(200, 'r') + "\n", 200, 0, "reason",
-         "rrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr"
-         "rrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrrr"},
+        {"HTTP/1.0 200 OK\nCookie:;=;x\nCookie:\nContent-Length: -7\n", 200, -7, "x", "none"},
+        {"HTTP/1.0 200 " + string(200, 'r') + "\n", 200, 0, "reason", string(127, 'r')},
         {"HTTP/1.0 200 O\r\r\rK\nContent-Type: " + string(80, 't') + "\n", 200, 0, "",
-         "ttttttttttttttttttttttttttttttttttttttttttttttttttttttttttttttt"},
-        {"HTTP/1.0 200 OK\n" + nul + "\nContent-Length: 5\n", 200, 0, "x", nullptr},
-        {"HTTP/1.0 200 OK\nX: " + string(509, 'v') + "\nContent-Length: 5\n", 200, 0, "x", nullptr},
-        {"HTTP/1.0 200\r\n", -1, 0, "x", nullptr},
-        {"ICY 200 OK\r\n", -1, 0, "x", nullptr},
-        {"\r\nHTTP/1.0 200 OK\r\n", -1, 0, "x", nullptr},
+         string(63, 't')},
+        {"HTTP/1.0 200 OK\n" + nul + "\nContent-Length: 5\n", 200, 0, "x", "none"},
+        {"HTTP/1.0 200 OK\nX: " + string(509, 'v') + "\nContent-Length: 5\n", 200, 0, "x", "none"},
+        {"HTTP/1.0 200\r\n", -1, 0, "x", "none"},
+        {"ICY 200 OK\r\n", -1, 0, "x", "none"},
     };
     for (const auto &row : rows) {
-        client->response = {};
-        attach();
-        answer(padded(row.head));
-        EXPECT_EQ(httpcGetResponse(client, 1), row.status) << row.head;
+        EXPECT_EQ(status_of(padded(row.head)), row.status) << row.head;
         EXPECT_EQ(httpcGetContentLength(client), row.length) << row.head;
-        const string name = row.name;
-        const char *value = name.empty()       ? httpcGetContentType(client)
-                            : name == "reason" ? client->response.reason
-                                               : httpcGetHeader(client, row.name);
-        EXPECT_STREQ(value, row.value) << row.head;
+        const char *value = row.name.empty()       ? httpcGetContentType(client)
+                            : row.name == "reason" ? client->response.reason
+                                                   : httpcGetHeader(client, row.name.c_str());
+        EXPECT_EQ(value == nullptr ? "none" : value, row.value) << row.head;
         EXPECT_EQ(client->socket < 0, row.status < 0) << row.head;
     }
 }
 
 TEST_F(Httpc, NeedsFullRefillsForTheHeadAndBoundsIt)
 {
+    const string ok = "HTTP/1.0 200 OK\n", wide = ok + "X: " + string(1021, 'v') + "\r\n";
     const struct {
         string response;
         int status;
     } rows[] = {
-        {padded("HTTP/1.0 200 OK\r\n", 1023), -1},
-        {padded("HTTP/1.0 200 OK\r\n", 1024), 200},
-        {padded("HTTP/1.0 200 OK\r\nX: " + string(1020, 'v') + "\r\n", 1025 + 1023), -1},
-        {padded("HTTP/1.0 200 OK\r\nX: " + string(1020, 'v') + "\r\n", 1025 + 1024), 200},
-        {padded("HTTP/1.0 200 OK\n" + string(65536 - 17, '\r') + "\n", 67000), 200},
-        {padded("HTTP/1.0 200 OK\n" + string(65536 - 16, '\r') + "\n", 67000), -1},
-        {"", -1},
+        {padded(ok, 1023), -1},
+        {padded(ok, 1024), 200},
+        {padded(wide, 1025 + 1023), -1},
+        {padded(wide, 1025 + 1024), 200},
+        {padded(ok + string(65536 - 17, '\r') + "\n", 67000), 200},
+        {padded(ok + string(65536 - 16, '\r') + "\n", 67000), -1},
     };
     for (const auto &row : rows) {
-        client->response = {};
-        attach();
-        answer(row.response);
         CaptureStderr();
-        EXPECT_EQ(httpcGetResponse(client, 1), row.status) << row.response.size();
+        EXPECT_EQ(status_of(row.response), row.status) << row.response.size();
         const string trace = GetCapturedStderr();
         if (row.status == 200) {
             EXPECT_NE(trace.find(": H-72\n"), string::npos);
@@ -340,8 +344,7 @@ TEST_F(Httpc, NeedsFullRefillsForTheHeadAndBoundsIt)
 
 TEST_F(Httpc, HandsOutTheBodyByCopy)
 {
-    answer(padded("HTTP/1.0 200 OK\r\n\r\nABCD", 1040));
-    ASSERT_EQ(httpcGetResponse(client, 0), 200);
+    ASSERT_EQ(status_of(padded("HTTP/1.0 200 OK\r\n\r\nABCD", 1040), 0), 200);
     char body[2000];
     EXPECT_EQ(httpcReadResponse(client, body, 0), 0);
     EXPECT_EQ(httpcReadResponse(client, body, 3), 3);
@@ -357,7 +360,6 @@ TEST_F(Httpc, HandsOutTheBodyByCopy)
     EXPECT_EQ(httpcReadResponse(client, body, -1), -1);
     EXPECT_EQ(client->socket, -1);
     attach();
-    client->response.available = 0;
     expire = true; // 300 seconds of silence
     EXPECT_EQ(httpcReadResponse(client, body, 1), 0);
     EXPECT_EQ(client->socket, -1);
@@ -365,8 +367,7 @@ TEST_F(Httpc, HandsOutTheBodyByCopy)
 
 TEST_F(Httpc, HandsOutTheBodyInPlace)
 {
-    answer(padded("HTTP/1.0 200 OK\r\n\r\nABCD", 1025) + "EFG");
-    ASSERT_EQ(httpcGetResponse(client, 0), 200);
+    ASSERT_EQ(status_of(padded("HTTP/1.0 200 OK\r\n\r\nABCD", 1025) + "EFG", 0), 200);
     char *out = nullptr;
     EXPECT_EQ(httpcRecvResponse(client, &out, 0), -1);
     EXPECT_EQ(httpcRecvResponse(client, &out, 2), 2);
@@ -387,14 +388,14 @@ TEST_F(Httpc, ConnectsWithinATimeout)
         bool connected;
         const char *said;
     } rows[] = {
-        {0, {true, 0, 0, 0, 0}, true, ""},
-        {0, {true, -1, ECONNREFUSED, 0, 0}, false, ""},
-        {5, {true, -1, EINPROGRESS, 1, POLLOUT}, true, "timed_connect(): 1\n"},
-        {5, {true, -1, EINPROGRESS, 1, POLLOUT | POLLIN}, false, "timed_connect(): -1\n"},
-        {5, {true, -1, EINPROGRESS, 1, POLLOUT | POLLERR}, false, "timed_connect(): -1\n"},
-        {5, {true, -1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n"},
-        {5, {true, -1, EINPROGRESS, -1, 0}, false, ""},
-        {INT32_MAX, {true, 0, 0, 0, 0}, false, "timed_connect(): 0\n"}, // at once: no success
+        {0, {0, 0, 0, 0}, true, ""},
+        {0, refused, false, ""},
+        {5, {-1, EINPROGRESS, 1, POLLOUT}, true, "timed_connect(): 1\n"},
+        {5, {-1, EINPROGRESS, 1, POLLOUT | POLLIN}, false, "timed_connect(): -1\n"},
+        {5, {-1, EINPROGRESS, 1, POLLOUT | POLLERR}, false, "timed_connect(): -1\n"},
+        {5, {-1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n"},
+        {5, {-1, EINPROGRESS, -1, 0}, false, ""},
+        {INT32_MAX, {0, 0, 0, 0}, false, "timed_connect(): 0\n"}, // at once: no success
     };
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -403,7 +404,7 @@ TEST_F(Httpc, ConnectsWithinATimeout)
         CaptureStderr();
         const int socket =
             _tcp_connect2(-1, reinterpret_cast<sockaddr *>(&address), sizeof(address), row.timeout);
-        connecting = {};
+        connecting = refused;
         const string said = GetCapturedStderr();
         EXPECT_EQ(socket >= 0, row.connected) << said;
         EXPECT_EQ(said.find(row.said), 0U) << said;
@@ -419,97 +420,49 @@ TEST_F(Httpc, ConnectsWithinATimeout)
     EXPECT_EQ(slept_seconds, 1);
 }
 
-namespace {
-
-/// A server that answers one connection after the other and keeps what it was asked.
-struct Peer {
-    int listener = socket(AF_INET, SOCK_STREAM, 0);
-    uint16_t port = 0;
-    std::vector<string> asked;
-    std::thread thread;
-
-    explicit Peer(const std::vector<string> &answers)
-    {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        socklen_t length = sizeof(address);
-        auto *generic = reinterpret_cast<sockaddr *>(&address);
-        bind(listener, generic, length);
-        listen(listener, 8);
-        getsockname(listener, generic, &length);
-        port = ntohs(address.sin_port);
-        thread = std::thread([this, answers] {
-            for (string answer : answers) {
-                const int socket = accept(listener, nullptr, nullptr);
-                string request;
-                char byte = 0;
-                while (request.find("\r\n\r\n") == string::npos && read(socket, &byte, 1) == 1)
-                    request += byte;
-                asked.push_back(request);
-                if (const size_t at = answer.find("PORT"); at != string::npos)
-                    answer.replace(at, 4, std::to_string(port));
-                send(socket, answer.data(), answer.size(), MSG_NOSIGNAL);
-                close(socket);
-            }
-        });
-    }
-    void join()
-    {
-        thread.join();
-        close(listener);
-    }
-};
-
-} // namespace
-
 TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
 {
-    const string final = padded("HTTP/1.0 200 OK\r\nLast: 1\r\n");
-    Peer peer_server({padded("HTTP/1.0 304 X\r\nLocation: http://127.0.0.1:1/b\r\n"),
-                      padded("HTTP/1.0 301 X\r\nLocation: http://127.0.0.2:PORT\r\n"), final});
+    const string own = "Location: http://127.0.0.1:1/b\r\n";
+    const string other = "Location: http://127.0.0.2:99\r\n";
+    servers = {{padded("HTTP/1.0 304 X\r\n" + own)},
+               {padded("HTTP/1.0 301 X\r\n" + other)},
+               {padded("HTTP/1.0 200 OK\r\nLast: 1\r\n")}};
     close(client->socket);
     client->socket = -1;
     strcpy(client->host, "127.0.0.1");
-    client->port = peer_server.port;
     httpcInitRequest(client, 1, "/a");
     ASSERT_GT(httpcSendRequest(client), 0);
     CaptureStderr();
     EXPECT_EQ(httpcGetResponse(client, 1), 200);
-    const string said = GetCapturedStderr();
-    peer_server.join();
     // Two lines for each of the three responses: those that redirect say theirs on the way back.
-    EXPECT_EQ(count_of(said, "client->ssl = (nil)"), 6U);
+    EXPECT_EQ(count_of(GetCapturedStderr(), "client->ssl = (nil)"), 6U);
     EXPECT_STREQ(httpcGetHeader(client, "Last"), "1");
-    const string port = std::to_string(peer_server.port);
     const string lines = " HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-Length: 0\r\n"
                          "Host: 127.0.0.1\r\n";
-    EXPECT_EQ(
-        peer_server.asked,
-        (std::vector<string>{"GET /a" + lines + "\r\n",
-                             "GET /b" + lines + "Location: http://127.0.0.1:1/b\r\n\r\n",
-                             "GET " + lines + "Location: http://127.0.0.2:" + port + "\r\n\r\n"}));
+    string asked;
+    for (const server &each : servers) {
+        asked += each.address + " " + read_at_once(each.socket);
+        close(each.socket);
+    }
+    EXPECT_EQ(asked, "127.0.0.1:8080 GET /a" + lines + "\r\n127.0.0.1:8080 GET /b" + lines + own +
+                         "\r\n127.0.0.2:99 GET " + lines + other + "\r\n");
 }
 
 TEST_F(Httpc, KeepsOrFailsTheRedirectsItCannotFollow)
 {
-    const string away = "Location: http://127.0.0.2:1/\r\n"; // nothing listens there
+    const string away = "Location: http://127.0.0.2:1/\r\n"; // refused
     const struct {
-        const char *status;
-        string header;
-        int keep;
-        int result;
+        string status, header;
+        int keep, result;
     } rows[] = {
         {"300", away, 1, 300}, {"303", away, 1, 303},
-        {"307", away, 1, 307}, {"302", away, 0, 302},
-        {"302", "", 1, 302},   {"302", "location: /\r\n", 1, 302},
+        {"302", away, 0, 302}, {"302", "location: /\r\n", 1, 302},
         {"301", away, 1, -1},  {"302", "Location: http://h/" + string(120, 'p') + "\r\n", 1, -1},
     };
-    for (const auto &row : rows) {
-        client->response = {};
-        attach();
-        answer(padded(string("HTTP/1.0 ") + row.status + " X\r\n" + row.header));
-        EXPECT_EQ(httpcGetResponse(client, row.keep), row.result) << row.status << row.header;
-    }
+    for (const auto &row : rows)
+        EXPECT_EQ(status_of(padded("HTTP/1.0 " + row.status + " X\r\n" + row.header), row.keep),
+                  row.result)
+            << row.status << row.header;
 }
 
 namespace {
@@ -545,7 +498,7 @@ TEST_F(Httpc, GoesThroughTheTlsObjectAndLeavesItOnARedirect)
     ASSERT_GT(httpcSendRequest(client), 0);
     EXPECT_EQ(tls_calls, (std::vector<string>{"write 17", "write 24", "write 19", "write 20",
                                               "write 2", "write 0"}));
-    answer(padded("HTTP/1.0 302 X\r\nLocation: http://127.0.0.2:1/\r\n"));
+    send_last(peer, padded("HTTP/1.0 302 X\r\nLocation: http://127.0.0.2:1/\r\n"));
     CaptureStderr();
     EXPECT_EQ(httpcGetResponse(client, 1), -1);
     EXPECT_NE(GetCapturedStderr().find("len: 1025, rlen=1024\n"), string::npos);
@@ -563,16 +516,13 @@ TEST(HttpcClient, RefusesWhatItCannotHoldAndSaysFarewell)
     EXPECT_EQ(httpcOpenClient(string(128, 'h').c_str(), 80, 0), nullptr);
     httpc_client *client = httpcOpenClient(string(127, 'h').c_str(), 80, 0);
     ASSERT_NE(client, nullptr);
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    client->socket = ends[0];
+    int peer = -1;
+    client->socket = pair_with(&peer);
     cyassl_client tls = {&fake_ops, -1, nullptr, nullptr, false};
     client->tls = &tls;
     tls_calls.clear();
     EXPECT_EQ(httpcCloseClient(client), 0);
     EXPECT_EQ(tls_calls, (std::vector<string>{"release"})); // the farewell is not encrypted
-    char last[2];
-    EXPECT_EQ(read(ends[1], last, 2), 1);
-    EXPECT_EQ(last[0], '0');
-    close(ends[1]);
+    EXPECT_EQ(read_at_once(peer), "0");
+    close(peer);
 }
