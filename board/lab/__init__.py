@@ -1,2 +1,2 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""The laboratory around the emulated board: servers, emulator, flash, and what is expected of them."""
+"""The laboratory around the emulated board: servers, emulator, flash, what is expected of them."""

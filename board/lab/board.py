@@ -75,6 +75,7 @@ class Run:
         return SimpleNamespace(
             finished=(self.lab / "finished").exists(),
             seconds=time.monotonic() - self.started,
+            returncode=self.process.returncode,  # the emulator's
             exit=int(values.get("exit", -1)),
             program_seconds=float(values.get("seconds", 0)),
             peak_kib=int(values.get("peak_kib", 0)),

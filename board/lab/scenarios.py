@@ -10,8 +10,8 @@ from .servers import ADDRESS
 
 BLOCK = 4096
 WATCHDOG_SECONDS = 20
-# The last part makes both packages end 5000 bytes beyond a multiple of 16 KiB: the device cannot read
-# a TLS record that ends unaligned in the last block's worth of bytes, and nginx's are of 16 KiB.
+# The last part makes both packages end 5000 bytes beyond a multiple of 16 KiB: the device cannot
+# take a TLS record that ends unaligned in the last 4096 bytes, and nginx's have 16 KiB.
 SIZES = (300_000, 200_001, 65_536, 5_000)
 LARGEST_SIZE = 4_080_520  # 4 MB less than 16 KiB, for the same reason
 SMALL_SIZES = (154_000, 100_001, 65_536, 5_000)
@@ -96,7 +96,8 @@ class Laboratory:
         if reboot:
             run = self.start(task="inspect").finish()
             slices = {n: before[at : at + size] for n, (at, size) in layout().items()}
-            self.check_raw(package, slices, f"so the board reads them after a reboot ({run.seconds:.1f} s)")
+            text = f"so the board reads them after a reboot ({run.seconds:.1f} s)"
+            self.check_raw(package, slices, text)
 
     def memory(self, scheme, program):
         """The largest package, which asks for another board: refused once all memory is in use."""
@@ -114,7 +115,9 @@ class Laboratory:
             task="upgrade", url=url_of("tftp"), watchdog=5, stop="network.hang"
         ).finish()
         self.check("tftp download packet length" in run.log, "the package was downloaded")
-        self.check(not run.finished and run.exit == -1, "the watchdog reset the board")
+        panic = "panic" in (self.work / "console").read_text(errors="replace")
+        reset = not run.finished and run.returncode == 0 and not panic
+        self.check(reset, "the watchdog reset the board")
         self.check_chip(before, "the chip is untouched")
 
     def nand(self):
@@ -139,7 +142,8 @@ class Laboratory:
         erased = b"\xff" * (8 << 20)
         raw = (self.lab / "raw.3").read_bytes()
         expected = self.package.partition(3, erased)
-        bad = [at for at in range(0, len(raw), BLOCK) if raw[at : at + BLOCK] != expected[at:][:BLOCK]]
+        starts = range(0, len(raw), BLOCK)
+        bad = [at for at in starts if raw[at : at + BLOCK] != expected[at : at + BLOCK]]
         last = len(self.package.data[3]) // BLOCK
         lost = [block * BLOCK for block in range(32, last + 1)] + [len(raw) - BLOCK]
         self.check(bad == lost, "raw, everything from the bad block on is missing, the trailer too")

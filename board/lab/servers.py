@@ -67,6 +67,7 @@ def in_namespace():
 def enter_namespace():
     """Starts this program again in user, network and mount namespaces of its own."""
     if in_namespace():
+        # diod turns away peers without a name and users without an entry.
         replace_file("/etc/hosts", f"127.0.0.1 localhost\n{ADDRESS} servers\n{LAB_ADDRESS} lab\n")
         replace_file("/etc/passwd", "root:x:0:0::/:/bin/sh\nlab:x:1000:1000::/:/bin/sh\n")
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
@@ -74,7 +75,8 @@ def enter_namespace():
             subprocess.run(["ip", "address", "add", f"{address}/32", "dev", "lo"], check=True)
         return
     os.environ["BOARD_NAMESPACE"] = "yes"
-    command = ["unshare", "--user", "--map-root-user", "--net", "--mount", "--pid", "--fork", "--kill-child"]
+    command = ["unshare", "--user", "--map-root-user", "--net", "--mount", "--pid", "--fork"]
+    command.append("--kill-child")
     os.execvp("unshare", command + [sys.executable] + sys.argv)
 
 
@@ -91,6 +93,7 @@ class Servers:
             "ftp": ["vsftpd", vsftpd],
             "tftp": ["atftpd", "--daemon", "--no-fork", "--user", "root.root", "--port", "69"]
             + ["--bind-address", ADDRESS, "--logfile", "-", files],
+            # As anybody but root: then it does not change its user, which it may not here.
             "9p": ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
             + ["diod", "-f", "-n", "-L", "stderr", "-l", f"{LAB_ADDRESS}:5640", "-e", lab],
         }
@@ -100,9 +103,8 @@ class Servers:
     def __enter__(self):
         for name, command in self.commands.items():
             with open(self.work / f"{name}.log", "wb") as log:
-                self.running[name] = subprocess.Popen(
-                    [str(word) for word in command], stdin=subprocess.DEVNULL, stdout=log, stderr=log
-                )
+                streams = {"stdin": subprocess.DEVNULL, "stdout": log, "stderr": log}
+                self.running[name] = subprocess.Popen(command, **streams)
         for address, port in ((ADDRESS, 80), (ADDRESS, 443), (ADDRESS, 21), (LAB_ADDRESS, 5640)):
             self.wait_for(address, port)
         return self
