@@ -51,8 +51,9 @@ int eval_conditions(const uint8_t *code, int length, condition_lookup lookup);
 int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup);
 
 /// The feature set that get_feature looks in: `_feature_set_size` bytes of NUL-terminated names and
-/// values in turn, null outside an evaluation. A look-up function takes a name alone, so the set
-/// has to be found elsewhere.
+/// values in turn. A look-up function takes a name alone, so the set has to be found elsewhere.
+/// Null outside an evaluation, but for a requirement that did not compile: it leaves its set to the
+/// next.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the established names
 extern const uint8_t *_feature_set;
 extern int _feature_set_size;

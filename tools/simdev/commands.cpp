@@ -69,7 +69,7 @@ int init_command(const command_options &options)
     for (const auto &[number, file] : partition_files(options.run.folder))
         printf("/dev/fla%d  %ju bytes\n", number,
                static_cast<uintmax_t>(std::filesystem::file_size(file)));
-    printf("%s is a device\n", options.run.folder.c_str());
+    printf("made the device %s\n", options.run.folder.c_str());
     return 0;
 }
 
