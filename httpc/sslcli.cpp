@@ -101,7 +101,7 @@ bool handshake(cyassl_client *self)
     const int at_once = 1;
     setsockopt(self->socket, IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof(at_once));
     wolfSSL_set_fd(self->connection, self->socket);
-    // Behind wolfSSL_set_fd, which names the socket there.
+    // Once more, behind wolfSSL_set_fd, which names the socket there.
     wolfSSL_SetIOReadCtx(self->connection, self);
     wolfSSL_SetIOWriteCtx(self->connection, self);
     self->broken = wolfSSL_connect(self->connection) != WOLFSSL_SUCCESS;
@@ -201,6 +201,10 @@ cyassl_client *create_cyassl_client()
         return nullptr; // cppcheck-suppress memleak ; kept
     }
     // NOLINTEND(clang-analyzer-unix.Malloc)
+    // Already here, so that a release without a connect writes to no descriptor.
+    self->socket = -1;
+    wolfSSL_SetIOReadCtx(self->connection, self);
+    wolfSSL_SetIOWriteCtx(self->connection, self);
     // Said aloud, since some builds of the library verify nothing unless they are told to.
     wolfSSL_set_verify(self->connection, WOLFSSL_VERIFY_PEER, nullptr);
     self->ops = &client_ops;

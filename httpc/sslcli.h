@@ -30,7 +30,7 @@ struct cyassl_client_ops {
 
 struct cyassl_client {
     const cyassl_client_ops *ops;
-    int socket; ///< set by `connect`
+    int socket; ///< set by `connect`, -1 before
     WOLFSSL *connection;
     WOLFSSL_CTX *context;
     bool broken; ///< the handshake failed or a wait has passed: nothing more is tried
