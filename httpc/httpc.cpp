@@ -158,6 +158,7 @@ httpc_client *httpcOpenClient(const char *host, uint16_t port, int use_tls)
 
 int httpcInitRequest(httpc_client *client, int method, const char *path)
 {
+    // Kept: the response stays, and so does its flag that it was parsed.
     client->request = {};
     client->content_length = 0;
     _http_copy(client->request.host, sizeof(client->request.host), client->host);
