@@ -63,7 +63,8 @@ struct transfer {
     iobuf_writer writer;
 };
 
-// The line numbers of the messages are fixed texts: tools that read the log know them.
+// The line numbers of the messages are fixed texts: they stay comparable from one version to the
+// next.
 void report(const char *function, int line, const char *text)
 {
     fprintf(stderr, "%s:%s:%d: %s\n", "tftp.c", function, line, text);

@@ -245,7 +245,7 @@ void httpcFreeHeaders(httpc_client *client)
 int httpcCloseClient(httpc_client *client)
 {
     if (client->socket > 0) {
-        // Kept, under TLS too: the devices' own servers take it as the client's farewell.
+        // Kept: the farewell goes out raw, under TLS too, before the socket is closed.
         const ssize_t ignored = write(client->socket, "0", 1);
         (void)ignored;
         close(client->socket);

@@ -23,7 +23,8 @@ namespace {
 
 constexpr int silence_seconds = 300; // the longest wait for a response, see cprotocol.h
 
-// The line numbers of this unit are fixed texts: what reads the logs knows them.
+// The line numbers of this unit's messages are fixed texts: the messages stay comparable from one
+// version to the next.
 enum line : int {
     create_begin = 66,
     create_no_memory = 68,
