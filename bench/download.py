@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""Downloads 3 MiB with the program's downloader and with curl, in turn, over HTTP and HTTPS.
+"""Downloads 3 MiB with the program's downloaders and with curl, in turn, over HTTP,
+HTTPS, TFTP and FTP.
 
     cmake --preset release -D UPGRADE_BENCH=ON && cmake --build --preset release
     bench/download.py [RUNS]
@@ -32,30 +33,62 @@ def seconds(command, folder):
         return time.perf_counter() - start
 
 
+def compare(scheme, fetch, curl, runs, folder):
+    """Both commands in turn, and one line of their medians."""
+    times = {"fetch": [], "curl": []}
+    for _ in range(runs):
+        times["fetch"].append(seconds(fetch, folder))
+        times["curl"].append(seconds(curl, folder))
+    medians = {program: statistics.median(taken) for program, taken in times.items()}
+    print(f"{scheme:5}  fetch {medians['fetch'] * 1000:6.1f} ms  "
+          f"curl -o {medians['curl'] * 1000:6.1f} ms  "
+          f"ratio {medians['fetch'] / medians['curl']:.2f}  ({runs} runs each)", flush=True)
+
+
+def web(runs, folder):
+    with Nginx(folder, {"3m.pkg": os.urandom(SIZE)}) as server:
+        for scheme in ("http", "https"):
+            port = getattr(server, scheme)
+            # curl checks names; the certificate's leads to the loopback.
+            compare(scheme, [FETCH, f"{scheme}://127.0.0.1:{port}/3m.pkg", server.authority],
+                    ["curl", "--cacert", server.authority, "--resolve",
+                     f"packages.example:{port}:127.0.0.1", "-s", "-o", folder / "copy",
+                     f"{scheme}://packages.example:{port}/3m.pkg"], runs, folder)
+
+
+def files(runs, folder):
+    """TFTP and FTP, in a network of our own for the sake of TFTP's fixed port."""
+    subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+    (folder / "3m.pkg").write_bytes(os.urandom(SIZE))
+    folder.chmod(0o755)
+    servers = [
+        subprocess.Popen(["/usr/sbin/atftpd", "--daemon", "--no-fork", "--user", "root.root",
+                          "--bind-address", "127.0.0.1", "--logfile", "-", folder],
+                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL),
+        subprocess.Popen(["/usr/bin/python3", "-m", "pyftpdlib", "-i", "127.0.0.1", "-p", "2121",
+                          "-d", folder], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)]
+    try:
+        for options, port in (("-Hlun", 69), ("-Hltn", 2121)):
+            while f":{port} " not in subprocess.check_output(["ss", options], text=True):
+                assert all(server.poll() is None for server in servers)
+        for url in ("tftp://127.0.0.1/3m.pkg", "ftp://127.0.0.1:2121/3m.pkg"):
+            compare(url.partition(":")[0], [FETCH, url],
+                    ["curl", "-s", "-o", folder / "copy", url], runs, folder)
+    finally:
+        for server in servers:
+            server.terminate()
+            server.wait()
+
+
 def main():
     runs = int(sys.argv[1]) if len(sys.argv) > 1 else 51
+    own_network = len(sys.argv) > 2
     with tempfile.TemporaryDirectory() as name:
-        folder = pathlib.Path(name)
-        with Nginx(folder, {"3m.pkg": os.urandom(SIZE)}) as server:
-            for scheme in ("http", "https"):
-                url = f"{scheme}://127.0.0.1:{getattr(server, scheme)}/3m.pkg"
-                # curl checks names; the certificate's leads to the loopback.
-                port = getattr(server, scheme)
-                named = f"{scheme}://packages.example:{port}/3m.pkg"
-                commands = {
-                    "fetch": [FETCH, url, server.authority],
-                    "curl": ["curl", "--cacert", server.authority, "--resolve",
-                             f"packages.example:{port}:127.0.0.1", "-s", "-o",
-                             folder / "copy", named],
-                }
-                times = {program: [] for program in commands}
-                for _ in range(runs):
-                    for program, command in commands.items():
-                        times[program].append(seconds(command, folder))
-                medians = {program: statistics.median(taken) for program, taken in times.items()}
-                print(f"{scheme:5}  fetch {medians['fetch'] * 1000:6.1f} ms  "
-                      f"curl -o {medians['curl'] * 1000:6.1f} ms  "
-                      f"ratio {medians['fetch'] / medians['curl']:.2f}  ({runs} runs each)")
+        (files if own_network else web)(runs, pathlib.Path(name))
+    if not own_network:
+        # One system call a byte: FTP takes seconds.
+        subprocess.run(["unshare", "--user", "--map-root-user", "--net", sys.executable, __file__,
+                        str(max(3, runs // 10)), "files"], check=True)
 
 
 main()
