@@ -295,7 +295,7 @@ bool take_answer(transfer *transfer, int size)
             return !idle_answer_ends(transfer);
         }
     }
-    // Anything else is sent back as it came: servers in the field get to see it so.
+    // Kept: anything else is answered by its own opcode, alone.
     transfer->opcode = opcode;
     return !idle_answer_ends(transfer);
 }

@@ -91,7 +91,7 @@ void write_trailer(int fd, uint32_t crc, uint32_t length)
 bool verify_last_block(int fd, const uint8_t *block, uint8_t *scratch, int32_t block_size,
                        int32_t size, int index)
 {
-    // A whole block is asked for: flash drivers serve those fastest.
+    // Kept: a whole block is asked for, also where less is compared.
     if (read(fd, scratch, static_cast<size_t>(block_size)) < size) {
         fprintf(stderr, "read last block #%d failed: %s\n", index, strerror(errno));
         return false;

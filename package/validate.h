@@ -19,7 +19,7 @@ int decrypt_package(void *context, const package *package, iobuf *buffer);
 /// Deciphers with the text of "VENDOR_KEY", else of "VENID"; a key that is set but empty is used. 0
 /// when done, and also when the package's length is wrong: it is then left as it is, and the check
 /// that follows refuses it. -1 without a key, or when blocks cannot be made writable and sealed
-/// again. Names the key on standard error, as device makers' service tools expect. `context` is
+/// again. Names the key on standard error, see docs/security.md. `context` is
 /// not used.
 int decrypt_venid_rc4(void *context, const package *package, iobuf *buffer);
 

@@ -23,7 +23,7 @@ ssize_t send_to(int fd, const char *path, const char *text)
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     safe_strncpy(address.sun_path, path, sizeof address.sun_path);
-    // The whole structure, not just the path's length: receivers see the address they are used to.
+    // Kept: the address has the length of the whole structure, not just of the path.
     return sendto(fd, text, strlen(text), 0, reinterpret_cast<const sockaddr *>(&address),
                   sizeof address);
 }
