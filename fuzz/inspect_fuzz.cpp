@@ -2,30 +2,30 @@
 //
 // A package that somebody else made, as fwpkg shows it, and its conditions as text.
 #include "fuzz/support/fuzz.h"
+#include "tools/common/printable.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/report.h"
-#include "tools/fwpkg/text.h"
 
 namespace {
 
 bool is_text(std::string text)
 {
     std::erase(text, '\n');
-    return fwpkg::is_printable(text);
+    return is_printable(text);
 }
 
 void explain(const std::vector<uint8_t> &code)
 {
     const fwpkg::condition_text condition = fwpkg::decompile_condition(code);
-    fuzz::require(fwpkg::is_printable(condition.text), "a condition can be shown");
+    fuzz::require(is_printable(condition.text), "a condition can be shown");
     if (condition.exact && !code.empty())
         fuzz::require(fwpkg::compile_condition(condition.text, "") == code,
                       "an exact text compiles to the same code");
     const auto items = fwpkg::list_condition(code);
     fuzz::require(fwpkg::reached_items(items) <= items.size(), "no more is reached than is there");
     for (const fwpkg::condition_item &item : items) {
-        fuzz::require(fwpkg::is_printable(fwpkg::item_text(item)), "an item can be shown");
+        fuzz::require(is_printable(fwpkg::item_text(item)), "an item can be shown");
         if (item.comparison && item.complete)
             fwpkg::comparison_holds(item, item.value);
     }

@@ -5,10 +5,10 @@
 #include <unistd.h>
 
 #include "fuzz/support/fuzz.h"
+#include "tools/common/printable.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/failure.h"
 #include "tools/fwpkg/manifest.h"
-#include "tools/fwpkg/text.h"
 
 namespace {
 
@@ -23,7 +23,7 @@ void read(const std::string &path)
                 fwpkg::compile_condition(*part.conditions, part.place);
         }
     } catch (const fwpkg::failure &failure) {
-        fuzz::require(fwpkg::is_printable(failure.what()), "a failure is one line of text");
+        fuzz::require(is_printable(failure.what()), "a failure is one line of text");
     }
 }
 

@@ -174,6 +174,7 @@ TEST(Maker, SaysWhereAndHowMany)
         {"[package]\nencript=true\n" + part, "2: unknown key \"encript\" in [package]"},
         {"[packages]\n" + part, "1: unknown key \"packages\" in the manifest"},
         {part + "files='x'\n", "4: unknown key \"files\" in part 0"},
+        {part + "\"\\u001b[1m\"=1\n", "4: unknown key \"\\x1b[1m\" in part 0"},
         {part + part + "optional=1\n", "7: \"optional\" must be true or false"},
         {part + "actual_size=4294967296\n",
          "4: \"actual_size\" is 4294967296, must be a number from 0 to 4294967295"},

@@ -10,6 +10,7 @@
 
 #include "flash/flash.h"
 #include "package/package.h"
+#include "tools/common/printable.h"
 
 namespace {
 
@@ -39,7 +40,7 @@ public:
 
     [[noreturn]] void fail(const toml::source_region &where, const std::string &what) const
     {
-        throw device_error(name_ + ":" + std::to_string(where.begin.line) + ": " + what);
+        throw device_error(name_ + ":" + std::to_string(where.begin.line) + ": " + printable(what));
     }
 
 private:

@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// How fwpkg's units report what ends a command: one line, thrown, printed once by main.
+// How fwpkg's units report what ends a command: one line, thrown, printed once for the program.
 #pragma once
 
-#include <stdexcept>
 #include <string>
+
+#include "tools/common/command_line.h"
 
 namespace fwpkg {
 
@@ -15,13 +16,9 @@ enum exit_status : int {
     exit_unreadable = 2, ///< wrong usage, or a file that cannot be read or written
 };
 
-/// One line that names the file and the place, without the program's name and a newline.
-struct failure : std::runtime_error {
-    explicit failure(const std::string &line, exit_status exit = exit_bad)
-        : std::runtime_error(line), status(exit)
-    {
-    }
-    exit_status status;
+/// A line that names the file and the place.
+struct failure : command_failure {
+    explicit failure(const std::string &line, int exit = exit_bad) : command_failure(line, exit) {}
 };
 
 } // namespace fwpkg

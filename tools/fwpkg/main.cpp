@@ -3,12 +3,9 @@
 // The command line of fwpkg.
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
-#include <exception>
-
+#include "tools/common/command_line.h"
 #include "tools/fwpkg/commands.h"
 #include "tools/fwpkg/failure.h"
-#include "tools/fwpkg/text.h"
 
 namespace {
 
@@ -81,35 +78,13 @@ void describe(CLI::App &app, command_options &options, command &chosen)
     add_key(extract);
 }
 
-int run(int argc, char **argv)
+} // namespace
+
+int main(int argc, char **argv)
 {
     CLI::App app("Makes, shows and checks firmware packages.", "fwpkg");
     command_options options;
     command chosen = nullptr;
     describe(app, options, chosen);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? exit_sound : exit_unreadable;
-    }
-    int status = chosen(options);
-    if (fflush(stdout) != 0)
-        throw failure("cannot write the output", exit_unreadable);
-    return status;
-}
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    try {
-        return run(argc, argv);
-    } catch (const failure &error) {
-        fflush(stdout);
-        fprintf(stderr, "fwpkg: %s\n", printable(error.what()).c_str());
-        return error.status;
-    } catch (const std::exception &error) {
-        fprintf(stderr, "fwpkg: %s\n", printable(error.what()).c_str());
-        return exit_unreadable;
-    }
+    return run_command_line(app, argc, argv, exit_unreadable, [&] { return chosen(options); });
 }

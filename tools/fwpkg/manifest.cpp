@@ -41,13 +41,14 @@ public:
 
     [[noreturn]] void fail(const toml::source_region &where, const std::string &what) const
     {
-        throw failure(result_.name + ":" + std::to_string(where.begin.line) + ": " + what);
+        throw failure(result_.name + ":" + std::to_string(where.begin.line) + ": " +
+                      printable(what));
     }
 
 private:
     [[noreturn]] void unknown(const toml::key &key, const std::string &where) const
     {
-        fail(key.source(), "unknown key \"" + printable(key.str()) + "\" in " + where);
+        fail(key.source(), "unknown key \"" + std::string(key.str()) + "\" in " + where);
     }
 
     template<typename type>
@@ -55,7 +56,7 @@ private:
     {
         const auto found = node.value_exact<type>();
         if (!found)
-            fail(node.source(), "\"" + printable(key.str()) + "\" must be " + expected);
+            fail(node.source(), "\"" + std::string(key.str()) + "\" must be " + expected);
         return *found;
     }
 
@@ -64,7 +65,7 @@ private:
         const std::string expected = "a number from 0 to " + std::to_string(maximum);
         const auto found = value<int64_t>(key, node, expected.c_str());
         if (found < 0 || found > maximum)
-            fail(node.source(), "\"" + printable(key.str()) + "\" is " + std::to_string(found) +
+            fail(node.source(), "\"" + std::string(key.str()) + "\" is " + std::to_string(found) +
                                     ", must be " + expected);
         return found;
     }
@@ -73,7 +74,7 @@ private:
     {
         auto found = value<std::string>(key, node, "a text");
         if (found.find('\0') != std::string::npos)
-            fail(node.source(), "\"" + printable(key.str()) + "\" has a NUL");
+            fail(node.source(), "\"" + std::string(key.str()) + "\" has a NUL");
         return found;
     }
 
@@ -139,14 +140,14 @@ private:
         const auto *const found =
             std::find(std::begin(part_type_names), std::end(part_type_names), name);
         if (found == std::end(part_type_names))
-            fail(node.source(), "\"" + printable(name) + "\" is not the name of a part type");
+            fail(node.source(), "\"" + name + "\" is not the name of a part type");
         return static_cast<int>(found - std::begin(part_type_names));
     }
 
     std::map<std::string, std::string> features(const toml::key &key, const toml::node &node) const
     {
         if (!node.is_table())
-            fail(node.source(), "\"" + printable(key.str()) + "\" must be a table");
+            fail(node.source(), "\"" + std::string(key.str()) + "\" must be a table");
         std::map<std::string, std::string> result;
         for (auto &&[name, feature] : *node.as_table()) {
             const std::string plain(name.str());
@@ -171,7 +172,7 @@ manifest read_manifest(const std::filesystem::path &path)
         const std::string text(bytes.begin(), bytes.end());
         return reader.read(toml::parse(text));
     } catch (const toml::parse_error &error) {
-        reader.fail(error.source(), printable(error.description()));
+        reader.fail(error.source(), std::string(error.description()));
     }
 }
 

@@ -8,15 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "tools/common/printable.h"
+
 namespace fwpkg {
-
-/// True when `text` can be shown on a terminal as it stands: UTF-8 without control characters and
-/// without the marks that turn the direction of writing.
-bool is_printable(std::string_view text);
-
-/// `text` as it stands when it is printable, else with `\xNN` for each byte outside printable ASCII
-/// and for the backslash.
-std::string printable(std::string_view text);
 
 /// "0b 72 61": the bytes in hexadecimal, blanks between.
 std::string hex(std::span<const uint8_t> bytes);

@@ -3,9 +3,7 @@
 // The command line of simdev.
 #include <CLI/CLI.hpp>
 
-#include <cstdio>
-#include <exception>
-
+#include "tools/common/command_line.h"
 #include "tools/simdev/commands.h"
 #include "tools/simdev/core/faults.h"
 #include "tools/simdev/failure.h"
@@ -93,28 +91,13 @@ void describe(CLI::App &app, command_options &options, command &chosen)
     add_run_options(watchdog, options);
 }
 
-int run(int argc, char **argv)
+} // namespace
+
+int main(int argc, char **argv)
 {
     CLI::App app("Runs upgrade on a simulated device that lives in a folder.", "simdev");
     command_options options;
     command chosen = nullptr;
     describe(app, options, chosen);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : exit_own_failure;
-    }
-    return chosen(options);
-}
-
-} // namespace
-
-int main(int argc, char **argv)
-{
-    try {
-        return run(argc, argv);
-    } catch (const std::exception &error) {
-        fprintf(stderr, "simdev: %s\n", error.what());
-        return simdev::exit_own_failure;
-    }
+    return run_command_line(app, argc, argv, exit_own_failure, [&] { return chosen(options); });
 }

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/common/command_line.h"
+
+#include <cstdio>
+#include <exception>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/common/printable.h"
+
+namespace {
+
+int report(const CLI::App &app, const std::exception &error, int status)
+{
+    fflush(stdout); // before the line that says why there is no more
+    fprintf(stderr, "%s: %s\n", app.get_name().c_str(), printable(error.what()).c_str());
+    return status;
+}
+
+} // namespace
+
+int run_command_line(CLI::App &app, int argc, char **argv, int failure_status,
+                     const std::function<int()> &command)
+{
+    try {
+        app.parse(argc, argv);
+        const int status = command();
+        if (fflush(stdout) != 0 || ferror(stdout) != 0)
+            throw command_failure("cannot write the output", failure_status);
+        return status;
+    } catch (const CLI::ParseError &error) {
+        return app.exit(error) == 0 ? 0 : failure_status;
+    } catch (const command_failure &error) {
+        return report(app, error, error.status);
+    } catch (const std::exception &error) {
+        return report(app, error, failure_status);
+    }
+}
