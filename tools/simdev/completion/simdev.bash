@@ -1,0 +1,36 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+# bash completion for simdev
+
+_simdev() {
+    local word=$2 before=$3 command=${COMP_WORDS[1]}
+    COMPREPLY=()
+    if [ "$COMP_CWORD" -eq 1 ]; then
+        mapfile -t COMPREPLY < <(compgen -W "init run sweep watchdog --help" -- "$word")
+        return
+    fi
+    if [[ $word == -* ]]; then
+        local options="--program --tftp-port --map-port --grace --json --help"
+        case $command in
+        init) options="--device --help" ;;
+        run) options+=" --fast --fault --seed --log --stdout --stderr" ;;
+        sweep) options+=" --jobs --torn" ;;
+        esac
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
+        return
+    fi
+    case $before in
+    --fault)
+        mapfile -t COMPREPLY < <(compgen -W "cut@ write-error@ short-write@ bit-flip@ read-error@
+            open-error gpio-refuse receiver-missing receiver-stuck script-hang closed:fd=
+            watchdog:seconds= server-stall@ server-drip server-cut@" -- "$word")
+        compopt -o nospace 2>/dev/null # a number follows, or may
+        return
+        ;;
+    --tftp-port | --map-port | --grace | --seed | --jobs | --torn | --) return ;;
+    --device) mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word") ;;
+    --program | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    *) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;; # a device is a folder
+    esac
+    compopt -o filenames 2>/dev/null
+}
+complete -F _simdev simdev
