@@ -83,7 +83,7 @@ bool planner::prepare()
     init_package_struct(&record);
     const uint8_t *block = buffer->blocks[0];
     if (buffer->total == 0)
-        return end(1, "the package is empty");
+        return end(1, "error reading package: it is empty");
     device_words words;
     if (read_package_head(&record, block, block_size) < 0)
         return end(1, "error reading package: " + words.lines());
