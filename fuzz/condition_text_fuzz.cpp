@@ -15,9 +15,9 @@ const char *look_up(const char *name)
 
 void compile(const std::string &text, int capacity)
 {
-    fuzz::exact_text copy(text);
+    std::vector<char> copy = fuzz::exact_text(text);
     std::vector<uint8_t> code(static_cast<size_t>(capacity));
-    const int length = build_conditions(copy.get(), code.data(), capacity);
+    const int length = build_conditions(copy.data(), code.data(), capacity);
     fuzz::require(length == -1 || (length >= 1 && length <= capacity),
                   "the code fits its capacity, or there is none");
     if (length < 0)
@@ -30,8 +30,8 @@ void compile(const std::string &text, int capacity)
 // Twice, since the first evaluation uses the text up.
 void require_of_features(const std::string &text, unsigned type, std::vector<uint8_t> features)
 {
-    fuzz::exact_text variable("kernel_features=" + text);
-    char *variables[] = {variable.get(), nullptr};
+    std::vector<char> variable = fuzz::exact_text("kernel_features=" + text);
+    char *variables[] = {variable.data(), nullptr};
     char **before = environ;
     environ = variables;
     for (int time = 0; time < 2; time++) {

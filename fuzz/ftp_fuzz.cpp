@@ -15,10 +15,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int callbacks = input.byte() + 1;
     fuzz::world world;
     world.fault = input.word();
-    fuzz::exact_text url("ftp://" + input.text());
+    std::vector<char> url = fuzz::exact_text("ftp://" + input.text());
     world.streams = input.rest();
     const fuzz::run run(&world);
-    const int result = fuzz::transfer(ftp_downloader_open, url.get(), geometry, callbacks);
+    const int result = fuzz::transfer(ftp_downloader_open, url.data(), geometry, callbacks);
     fuzz::require(result == 0 || result == -1, "a transfer is done or failed");
     fuzz::require(result != 0 || fuzz::run::open_descriptors() == 0 || world.fault != 0,
                   "a transfer that was done leaves no connection");

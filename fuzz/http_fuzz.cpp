@@ -15,10 +15,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const int callbacks = input.byte() + 1;
     fuzz::world world;
     world.fault = input.word();
-    fuzz::exact_text url(input.text());
+    std::vector<char> url = fuzz::exact_text(input.text());
     world.streams = input.rest();
     const fuzz::run run(&world);
-    const int result = fuzz::transfer(http_downloader_open, url.get(), geometry, callbacks);
+    const int result = fuzz::transfer(http_downloader_open, url.data(), geometry, callbacks);
     fuzz::require(result >= -1 && result <= 1, "a transfer is done, failed or stopped");
     fuzz::require(fuzz::run::open_descriptors() <= 1 || world.fault != 0,
                   "a redirect closes the connection that it leaves");

@@ -113,9 +113,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     world.devices["/dev/gpio"].resize(4096);
     const unsigned fault = input.word();
     const std::string requirement = input.text();
-    fuzz::exact_text kernel("kernel_features=" + requirement);
-    fuzz::exact_text base("base_features=" + requirement);
-    char *variables[] = {kernel.get(), base.get(), nullptr};
+    std::vector<char> kernel = fuzz::exact_text("kernel_features=" + requirement);
+    std::vector<char> base = fuzz::exact_text("base_features=" + requirement);
+    char *variables[] = {kernel.data(), base.data(), nullptr};
     char *none[] = {nullptr};
     char **before = environ;
     environ = (choices & choice_requirement) != 0 ? variables : none;

@@ -13,10 +13,10 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const uint8_t geometry = input.byte();
     fuzz::world world;
     world.fault = input.word();
-    fuzz::exact_text url("tftp://host/" + input.text());
+    std::vector<char> url = fuzz::exact_text("tftp://host/" + input.text());
     world.datagrams = input.rest();
     const fuzz::run run(&world);
-    const int result = fuzz::transfer(tftp_downloader_open, url.get(), geometry, 1);
+    const int result = fuzz::transfer(tftp_downloader_open, url.data(), geometry, 1);
     fuzz::require(result >= -1 && result <= 1, "a transfer is done, failed or has no socket");
     fuzz::require(fuzz::run::open_descriptors() == 0, "the socket is closed");
     return 0;

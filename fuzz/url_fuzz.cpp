@@ -11,9 +11,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     fuzz::input input(data, size);
     fuzz::world world;
     world.fault = input.byte();
-    fuzz::exact_text url(input.text());
+    std::vector<char> url = fuzz::exact_text(input.text());
     const fuzz::run run(&world);
     // Nobody answers: only the URL and the request that is made from it count.
-    fuzz::transfer(downloader_open, url.get(), 1, 1);
+    fuzz::transfer(downloader_open, url.data(), 1, 1);
     return 0;
 }

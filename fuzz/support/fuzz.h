@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -69,24 +70,9 @@ private:
 
 /// A writable copy of exactly the size of a text and its NUL, so that the address sanitizer sees
 /// every step beyond it. An embedded NUL ends it.
-class exact_text {
-public:
-    explicit exact_text(const std::string &text) : bytes_(text.c_str(), text.c_str() + length(text))
-    {
-        bytes_.push_back('\0');
-        bytes_.shrink_to_fit();
-    }
-    char *get()
-    {
-        return bytes_.data();
-    }
-
-private:
-    static size_t length(const std::string &text)
-    {
-        return std::min(text.find('\0'), text.size());
-    }
-    std::vector<char> bytes_;
-};
+inline std::vector<char> exact_text(const std::string &text)
+{
+    return {text.c_str(), text.c_str() + strlen(text.c_str()) + 1};
+}
 
 } // namespace fuzz

@@ -13,68 +13,44 @@ namespace {
 char object; // what no function looks into
 int connection_socket = -1;
 
+template<typename bytes>
+int on_connection(ssize_t (*transfer)(int, bytes *, size_t), bytes *buffer, int size)
+{
+    if (fuzz::fails_now() || !fuzz::is_ours(connection_socket))
+        return -1;
+    return static_cast<int>(transfer(connection_socket, buffer, static_cast<size_t>(size)));
+}
+
 } // namespace
 
-#define REPLACED(result, name, ...)                                                                \
+// A function of the library that gives `answer`.
+#define REPLACED(result, name, answer, ...)                                                        \
     extern "C" result __wrap_##name(__VA_ARGS__);                                                  \
-    extern "C" result __wrap_##name(__VA_ARGS__)
+    extern "C" result __wrap_##name(__VA_ARGS__)                                                   \
+    {                                                                                              \
+        return answer;                                                                             \
+    }
 
-REPLACED(WOLFSSL_METHOD *, wolfSSLv23_client_method, void)
-{
-    return reinterpret_cast<WOLFSSL_METHOD *>(&object);
-}
-
-REPLACED(WOLFSSL_CTX *, wolfSSL_CTX_new, WOLFSSL_METHOD *)
-{
-    return fuzz::fails_now() ? nullptr : reinterpret_cast<WOLFSSL_CTX *>(&object);
-}
-
-REPLACED(int, wolfSSL_CTX_load_verify_locations, WOLFSSL_CTX *, const char *, const char *)
-{
-    return fuzz::fails_now() ? WOLFSSL_FAILURE : WOLFSSL_SUCCESS;
-}
-
-REPLACED(WOLFSSL *, wolfSSL_new, WOLFSSL_CTX *)
-{
-    return fuzz::fails_now() ? nullptr : reinterpret_cast<WOLFSSL *>(&object);
-}
-
-REPLACED(void, wolfSSL_set_verify, WOLFSSL *, int, VerifyCallback) {}
-REPLACED(void, wolfSSL_CTX_SetIORecv, WOLFSSL_CTX *, CallbackIORecv) {}
-REPLACED(void, wolfSSL_CTX_SetIOSend, WOLFSSL_CTX *, CallbackIOSend) {}
-REPLACED(void, wolfSSL_SetIOReadCtx, WOLFSSL *, void *) {}
-REPLACED(void, wolfSSL_SetIOWriteCtx, WOLFSSL *, void *) {}
-REPLACED(void, wolfSSL_free, WOLFSSL *) {}
-REPLACED(void, wolfSSL_CTX_free, WOLFSSL_CTX *) {}
-
-REPLACED(int, wolfSSL_shutdown, WOLFSSL *)
-{
-    return WOLFSSL_SUCCESS;
-}
-
-REPLACED(int, wolfSSL_set_fd, WOLFSSL *, int fd)
-{
-    connection_socket = fd;
-    return WOLFSSL_SUCCESS;
-}
-
-REPLACED(int, wolfSSL_connect, WOLFSSL *)
-{
-    return fuzz::fails_now() ? WOLFSSL_FATAL_ERROR : WOLFSSL_SUCCESS;
-}
-
-REPLACED(int, wolfSSL_read, WOLFSSL *, void *buffer, int size)
-{
-    if (fuzz::fails_now() || !fuzz::is_ours(connection_socket))
-        return -1;
-    return static_cast<int>(
-        fuzz::read_descriptor(connection_socket, buffer, static_cast<size_t>(size)));
-}
-
-REPLACED(int, wolfSSL_write, WOLFSSL *, const void *buffer, int size)
-{
-    if (fuzz::fails_now() || !fuzz::is_ours(connection_socket))
-        return -1;
-    return static_cast<int>(
-        fuzz::write_descriptor(connection_socket, buffer, static_cast<size_t>(size)));
-}
+REPLACED(WOLFSSL_METHOD *, wolfSSLv23_client_method, reinterpret_cast<WOLFSSL_METHOD *>(&object),
+         void)
+REPLACED(WOLFSSL_CTX *, wolfSSL_CTX_new,
+         fuzz::fails_now() ? nullptr : reinterpret_cast<WOLFSSL_CTX *>(&object), WOLFSSL_METHOD *)
+REPLACED(int, wolfSSL_CTX_load_verify_locations,
+         fuzz::fails_now() ? WOLFSSL_FAILURE : WOLFSSL_SUCCESS, WOLFSSL_CTX *, const char *,
+         const char *)
+REPLACED(WOLFSSL *, wolfSSL_new, fuzz::fails_now() ? nullptr : reinterpret_cast<WOLFSSL *>(&object),
+         WOLFSSL_CTX *)
+REPLACED(void, wolfSSL_set_verify, void(), WOLFSSL *, int, VerifyCallback)
+REPLACED(void, wolfSSL_CTX_SetIORecv, void(), WOLFSSL_CTX *, CallbackIORecv)
+REPLACED(void, wolfSSL_CTX_SetIOSend, void(), WOLFSSL_CTX *, CallbackIOSend)
+REPLACED(void, wolfSSL_SetIOReadCtx, void(), WOLFSSL *, void *)
+REPLACED(void, wolfSSL_SetIOWriteCtx, void(), WOLFSSL *, void *)
+REPLACED(void, wolfSSL_free, void(), WOLFSSL *)
+REPLACED(void, wolfSSL_CTX_free, void(), WOLFSSL_CTX *)
+REPLACED(int, wolfSSL_shutdown, WOLFSSL_SUCCESS, WOLFSSL *)
+REPLACED(int, wolfSSL_set_fd, (connection_socket = fd, WOLFSSL_SUCCESS), WOLFSSL *, int fd)
+REPLACED(int, wolfSSL_connect, fuzz::fails_now() ? WOLFSSL_FATAL_ERROR : WOLFSSL_SUCCESS, WOLFSSL *)
+REPLACED(int, wolfSSL_read, on_connection(fuzz::read_descriptor, buffer, size), WOLFSSL *,
+         void *buffer, int size)
+REPLACED(int, wolfSSL_write, on_connection(fuzz::write_descriptor, buffer, size), WOLFSSL *,
+         const void *buffer, int size)

@@ -264,10 +264,8 @@ ssize_t write_descriptor(int fd, const void *buffer, size_t size)
 {
     descriptor &to = at(fd);
     const auto *bytes = static_cast<const uint8_t *>(buffer);
-    if (to.kind != device_descriptor) {
-        current->world->sent.insert(current->world->sent.end(), bytes, bytes + size);
+    if (to.kind != device_descriptor)
         return static_cast<ssize_t>(size);
-    }
     if (to.device->size() < to.position + size)
         to.device->resize(to.position + size);
     std::copy_n(bytes, size, to.device->begin() + static_cast<std::ptrdiff_t>(to.position));
@@ -288,12 +286,13 @@ ssize_t receive_datagram(void *buffer, size_t size, uint16_t *port)
     return static_cast<ssize_t>(count);
 }
 
-void send_datagram(const uint8_t *packet, size_t size)
+ssize_t send_datagram(const uint8_t *packet, size_t size)
 {
     if (size >= 2 && packet[1] == 1)
         current->awaited = 1;
     if (size >= 4 && packet[1] == 4)
         current->awaited = static_cast<uint16_t>((packet[2] << 8 | packet[3]) + 1);
+    return static_cast<ssize_t>(size);
 }
 
 off_t seek_device(int fd, off_t offset, int whence)
@@ -310,10 +309,11 @@ off_t seek_device(int fd, off_t offset, int whence)
     return base + offset;
 }
 
-void keep(void *memory)
+void *keep(void *memory)
 {
     if (memory != nullptr)
         current->memory.insert(memory);
+    return memory;
 }
 
 void forget(void *memory)

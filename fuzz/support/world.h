@@ -49,8 +49,6 @@ struct world {
     unsigned fault = 0;
     /// Block devices that can be opened, by path, and what they hold; they grow when written.
     std::map<std::string, std::vector<uint8_t>> devices;
-    /// Every byte that was written to a stream.
-    std::vector<uint8_t> sent;
 };
 
 /// Catches the calls of this thread as long as it lives, and then releases what the program would

@@ -25,32 +25,35 @@ using fuzz::is_ours;
     extern "C" result __wrap_##name(__VA_ARGS__);                                                  \
     extern "C" result __wrap_##name(__VA_ARGS__)
 
-REDIRECTED(void *, malloc, size_t size)
-{
-    if (!caught())
-        return __real_malloc(size);
-    void *memory = fails_now() ? nullptr : __real_malloc(size);
-    fuzz::keep(memory);
-    return memory;
-}
+// A call that gives `answer` while it is caught, or `failure` where it is the one to fail.
+#define ANSWERED(result, name, parameters, arguments, failure, answer)                             \
+    REDIRECTED(result, name, EXPANDED parameters)                                                  \
+    {                                                                                              \
+        if (!caught())                                                                             \
+            return __real_##name arguments;                                                        \
+        return fails_now() ? failure : (answer);                                                   \
+    }
+#define EXPANDED(...) __VA_ARGS__
 
-REDIRECTED(void *, calloc, size_t count, size_t size)
-{
-    if (!caught())
-        return __real_calloc(count, size);
-    void *memory = fails_now() ? nullptr : __real_calloc(count, size);
-    fuzz::keep(memory);
-    return memory;
-}
+// As ANSWERED, for a call on a descriptor `fd`, which fails for one that is not the world's.
+#define ANSWERED_FOR_OURS(name, parameters, arguments)                                             \
+    ANSWERED(int, name, parameters, arguments, -1, is_ours(fd) ? 0 : -1)
 
-REDIRECTED(char *, strdup, const char *text)
-{
-    if (!caught())
-        return __real_strdup(text);
-    char *copy = fails_now() ? nullptr : __real_strdup(text);
-    fuzz::keep(copy);
-    return copy;
-}
+// A call on a descriptor `fd` that the function `answer` serves; while calls are caught it fails
+// for one that is not the world's, without counting.
+#define TRANSFERRED(result, name, parameters, arguments, answer)                                   \
+    REDIRECTED(result, name, EXPANDED parameters)                                                  \
+    {                                                                                              \
+        if (!is_ours(fd))                                                                          \
+            return __real_##name(caught() ? -1 : fd, EXPANDED arguments);                          \
+        return fails_now() ? -1 : fuzz::answer(fd, EXPANDED arguments);                            \
+    }
+
+ANSWERED(void *, malloc, (size_t size), (size), nullptr, fuzz::keep(__real_malloc(size)))
+ANSWERED(void *, calloc, (size_t count, size_t size), (count, size), nullptr,
+         fuzz::keep(__real_calloc(count, size)))
+ANSWERED(char *, strdup, (const char *text), (text), nullptr,
+         static_cast<char *>(fuzz::keep(__real_strdup(text))))
 
 REDIRECTED(void, free, void *memory)
 {
@@ -65,8 +68,7 @@ REDIRECTED(void *, mmap64, void *address, size_t size, int protection, int flags
 {
     if (!caught())
         return __real_mmap64(address, size, protection, flags, fd, offset);
-    void *memory = fails_now() ? nullptr : __real_calloc(1, size);
-    fuzz::keep(memory);
+    void *memory = fails_now() ? nullptr : fuzz::keep(__real_calloc(1, size));
     return memory == nullptr ? MAP_FAILED : memory;
 }
 
@@ -79,19 +81,10 @@ REDIRECTED(int, munmap, void *address, size_t size)
     return 0;
 }
 
-REDIRECTED(int, mprotect, void *address, size_t size, int protection)
-{
-    if (!caught())
-        return __real_mprotect(address, size, protection);
-    return fails_now() ? -1 : 0;
-}
-
-REDIRECTED(int, open64, const char *path, int flags, mode_t mode)
-{
-    if (!caught())
-        return __real_open64(path, flags, mode);
-    return fails_now() ? -1 : fuzz::open_device(path);
-}
+ANSWERED(int, mprotect, (void *address, size_t size, int protection), (address, size, protection),
+         -1, 0)
+ANSWERED(int, open64, (const char *path, int flags, mode_t mode), (path, flags, mode), -1,
+         fuzz::open_device(path))
 
 REDIRECTED(int, close, int fd)
 {
@@ -103,40 +96,12 @@ REDIRECTED(int, close, int fd)
     return -1;
 }
 
-REDIRECTED(ssize_t, read, int fd, void *buffer, size_t size)
-{
-    if (!is_ours(fd))
-        return __real_read(caught() ? -1 : fd, buffer, size);
-    return fails_now() ? -1 : fuzz::read_descriptor(fd, buffer, size);
-}
-
-REDIRECTED(ssize_t, write, int fd, const void *buffer, size_t size)
-{
-    if (!is_ours(fd))
-        return __real_write(caught() ? -1 : fd, buffer, size);
-    return fails_now() ? -1 : fuzz::write_descriptor(fd, buffer, size);
-}
-
-REDIRECTED(off_t, lseek64, int fd, off_t offset, int whence)
-{
-    if (!is_ours(fd))
-        return __real_lseek64(caught() ? -1 : fd, offset, whence);
-    return fails_now() ? -1 : fuzz::seek_device(fd, offset, whence);
-}
-
-REDIRECTED(int, ioctl, int fd, unsigned long request, void *argument)
-{
-    if (!caught())
-        return __real_ioctl(fd, request, argument);
-    return fails_now() || !is_ours(fd) ? -1 : 0;
-}
-
-REDIRECTED(int, fcntl64, int fd, int command, long argument)
-{
-    if (!caught())
-        return __real_fcntl64(fd, command, argument);
-    return fails_now() || !is_ours(fd) ? -1 : 0;
-}
+TRANSFERRED(ssize_t, read, (int fd, void *buffer, size_t size), (buffer, size), read_descriptor)
+TRANSFERRED(ssize_t, write, (int fd, const void *buffer, size_t size), (buffer, size),
+            write_descriptor)
+TRANSFERRED(off_t, lseek64, (int fd, off_t offset, int whence), (offset, whence), seek_device)
+ANSWERED_FOR_OURS(ioctl, (int fd, unsigned long request, void *argument), (fd, request, argument))
+ANSWERED_FOR_OURS(fcntl64, (int fd, int command, long argument), (fd, command, argument))
 
 REDIRECTED(void, sync, void)
 {
@@ -144,33 +109,13 @@ REDIRECTED(void, sync, void)
         __real_sync();
 }
 
-REDIRECTED(int, socket, int domain, int type, int protocol)
-{
-    if (!caught())
-        return __real_socket(domain, type, protocol);
-    return fails_now() ? -1 : fuzz::open_socket(type);
-}
-
-REDIRECTED(int, bind, int fd, const sockaddr *address, socklen_t size)
-{
-    if (!caught())
-        return __real_bind(fd, address, size);
-    return fails_now() || !is_ours(fd) ? -1 : 0;
-}
-
-REDIRECTED(int, connect, int fd, const sockaddr *address, socklen_t size)
-{
-    if (!caught())
-        return __real_connect(fd, address, size);
-    return fails_now() || !is_ours(fd) ? -1 : fuzz::connect_stream(fd);
-}
-
-REDIRECTED(int, setsockopt, int fd, int level, int name, const void *value, socklen_t size)
-{
-    if (!caught())
-        return __real_setsockopt(fd, level, name, value, size);
-    return fails_now() || !is_ours(fd) ? -1 : 0;
-}
+ANSWERED(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1,
+         fuzz::open_socket(type))
+ANSWERED_FOR_OURS(bind, (int fd, const sockaddr *address, socklen_t size), (fd, address, size))
+ANSWERED(int, connect, (int fd, const sockaddr *address, socklen_t size), (fd, address, size), -1,
+         is_ours(fd) ? fuzz::connect_stream(fd) : -1)
+ANSWERED_FOR_OURS(setsockopt, (int fd, int level, int name, const void *value, socklen_t size),
+                  (fd, level, name, value, size))
 
 REDIRECTED(int, getsockopt, int fd, int level, int name, void *value, socklen_t *size)
 {
@@ -182,16 +127,11 @@ REDIRECTED(int, getsockopt, int fd, int level, int name, void *value, socklen_t 
     return 0;
 }
 
-REDIRECTED(ssize_t, sendto, int fd, const void *packet, size_t size, int flags,
-           const sockaddr *address, socklen_t address_size)
-{
-    if (!caught())
-        return __real_sendto(fd, packet, size, flags, address, address_size);
-    if (fails_now() || !is_ours(fd))
-        return -1;
-    fuzz::send_datagram(static_cast<const uint8_t *>(packet), size);
-    return static_cast<ssize_t>(size);
-}
+ANSWERED(ssize_t, sendto,
+         (int fd, const void *packet, size_t size, int flags, const sockaddr *address,
+          socklen_t address_size),
+         (fd, packet, size, flags, address, address_size), -1,
+         is_ours(fd) ? fuzz::send_datagram(static_cast<const uint8_t *>(packet), size) : -1)
 
 REDIRECTED(ssize_t, recvfrom, int fd, void *buffer, size_t size, int flags, sockaddr *address,
            socklen_t *address_size)

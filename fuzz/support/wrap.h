@@ -26,11 +26,11 @@ bool readable(int fd);
 ssize_t read_descriptor(int fd, void *buffer, size_t size);
 ssize_t write_descriptor(int fd, const void *buffer, size_t size);
 ssize_t receive_datagram(void *buffer, size_t size, uint16_t *port);
-void send_datagram(const uint8_t *packet, size_t size);
+ssize_t send_datagram(const uint8_t *packet, size_t size);
 off_t seek_device(int fd, off_t offset, int whence);
 
-/// Memory that is released at the end of the run.
-void keep(void *memory);
+/// Memory that is released at the end of the run, unless it is null; returns it.
+void *keep(void *memory);
 void forget(void *memory);
 
 } // namespace fuzz
