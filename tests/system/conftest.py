@@ -232,3 +232,26 @@ def serve_tftp(udp_peer):
     yield start
     for sock in sockets:
         sock.close()
+
+
+@pytest.fixture
+def start_server():
+    """start_server(command, kind): runs a real server, command(port), until the test ends; returns
+    the port, once it listens there, of the kind socket.SOCK_STREAM or socket.SOCK_DGRAM."""
+    servers = []
+
+    def start(command, kind):
+        with socket.socket(socket.AF_INET, kind) as probe:
+            probe.bind(("127.0.0.1", 0))
+            port = probe.getsockname()[1]
+        servers.append(subprocess.Popen(command(port), stdin=subprocess.DEVNULL,
+                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
+        listing = ["ss", "-Hltn" if kind == socket.SOCK_STREAM else "-Hlun"]
+        while f":{port} " not in subprocess.check_output(listing, text=True):
+            assert servers[-1].poll() is None
+        return port
+
+    yield start
+    for server in servers:
+        server.terminate()
+        server.wait()

@@ -6,7 +6,6 @@ Unusual replies have their unit tests (ftp_test.cpp).
 
 import shutil
 import socket
-import subprocess
 import sys
 
 import pytest
@@ -29,53 +28,41 @@ no_anon_password=YES
 """
 
 
-def vsftpd(tmp_path, folder, port):
-    configuration = tmp_path / "vsftpd.conf"
+def vsftpd(folder, port):
+    configuration = folder.parent / "vsftpd.conf"
     configuration.write_text(VSFTPD.format(port=port, folder=folder))
     return [shutil.which("vsftpd", path="/usr/sbin:/usr/bin"), configuration]
 
 
-def pyftpdlib(_, folder, port, *options):
+def pyftpdlib(folder, port):
     return [sys.executable, "-m", "pyftpdlib", "-i", "127.0.0.1", "-p", str(port), "-d", folder,
-            *options]
+            "-u", "me", "-P", "secret"]
 
 
 @pytest.fixture
-def serve_ftp(tmp_path):
-    """serve_ftp(command, options...): serves pub/fw.pkg; returns its size and the port."""
-    servers = []
+def serve_ftp(tmp_path, start_server):
+    """serve_ftp(command): serves pub/fw.pkg; returns its size and the port."""
 
-    def start(command, *options):
+    def start(command):
         folder = tmp_path / "served"
         (folder / "pub").mkdir(parents=True)
         package = make_package([Part(3, CONTENT)])
         (folder / "pub/fw.pkg").write_bytes(package)
-        with socket.create_server(("127.0.0.1", 0)) as probe:
-            port = probe.getsockname()[1]
-        server = subprocess.Popen(command(tmp_path, folder, port, *options),
-                                  stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                  stderr=subprocess.DEVNULL)
-        servers.append(server)
-        while f":{port} " not in subprocess.check_output(["ss", "-Hltn"], text=True):
-            assert server.poll() is None
-        return len(package), port
+        return len(package), start_server(lambda port: command(folder, port), socket.SOCK_STREAM)
 
-    yield start
-    for server in servers:
-        server.terminate()
-        server.wait()
+    return start
 
 
 def ftp_messages(run):
     return [line for line in run.stderr.decode().splitlines() if line.startswith(("ftp", "iobuf"))]
 
 
-@pytest.mark.parametrize("user, command, options", [
-    ("", vsftpd, []),  # USER is answered 230
-    ("me:secret@", pyftpdlib, ["-u", "me", "-P", "secret"]),  # RETR is answered 125
+@pytest.mark.parametrize("user, command", [
+    ("", vsftpd),  # USER is answered 230
+    ("me:secret@", pyftpdlib),  # RETR is answered 125
 ])
-def test_a_real_server_serves_an_upgrade(user, command, options, make_device, serve_ftp):
-    size, port = serve_ftp(command, *options)
+def test_a_real_server_serves_an_upgrade(user, command, make_device, serve_ftp):
+    size, port = serve_ftp(command)
     device = make_device(partitions={3: 4_000_000})
     run = device.run(f"ftp://{user}127.0.0.1/pub/fw.pkg", ports=[(21, port)])
     assert ftp_messages(run) == [f"ftp->total = {size}", f"iobuf->total = {size}"]

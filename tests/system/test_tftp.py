@@ -11,7 +11,6 @@ import pwd
 import grp
 import shutil
 import socket
-import subprocess
 
 import pytest
 
@@ -170,29 +169,20 @@ def test_an_unknown_host_fails_the_download(host, make_device):
         f"UPGRD_ERROR=DOWNLOAD FAILED\ncannot download url: tftp://{host}/f\n")
 
 
-def test_a_real_server_serves_an_upgrade(make_device, tmp_path):
+def test_a_real_server_serves_an_upgrade(make_device, start_server, tmp_path):
     served = tmp_path / "served"
     served.mkdir()
     content = bytes(range(251)) * 300
     (served / "flash.pkg").write_bytes(make_package([Part(3, content)]))
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as probe:
-        probe.bind(("127.0.0.1", 0))
-        port = probe.getsockname()[1]
     user = f"{pwd.getpwuid(os.getuid()).pw_name}.{grp.getgrgid(os.getgid()).gr_name}"
-    server = subprocess.Popen(
-        [shutil.which("atftpd", path="/usr/sbin:/usr/bin"), "--daemon", "--no-fork", "--user", user,
-         "--bind-address", "127.0.0.1", "--port", str(port), "--logfile", "-", served],
-        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    try:
-        while f":{port} " not in subprocess.check_output(["ss", "-Hlun"], text=True):
-            assert server.poll() is None
-        device = make_device(partitions={3: 131072})
-        run = device.run("tftp://127.0.0.1/flash.pkg", tftp_port=port)
-        assert run.status == 0
-        assert device.flash(3).startswith(content)
-        run = device.run("tftp://127.0.0.1/missing", tftp_port=port)
-        assert "tftp.c:do_tftp:378: File not found\n" in run.stderr.decode()
-        assert run.datagrams == ["UPGRD_ERROR=DOWNLOAD FAILED"]
-    finally:
-        server.terminate()
-        server.wait()
+    port = start_server(lambda port: [
+        shutil.which("atftpd", path="/usr/sbin:/usr/bin"), "--daemon", "--no-fork", "--user", user,
+        "--bind-address", "127.0.0.1", "--port", str(port), "--logfile", "-", served],
+        socket.SOCK_DGRAM)
+    device = make_device(partitions={3: 131072})
+    run = device.run("tftp://127.0.0.1/flash.pkg", tftp_port=port)
+    assert run.status == 0
+    assert device.flash(3).startswith(content)
+    run = device.run("tftp://127.0.0.1/missing", tftp_port=port)
+    assert "tftp.c:do_tftp:378: File not found\n" in run.stderr.decode()
+    assert run.datagrams == ["UPGRD_ERROR=DOWNLOAD FAILED"]
