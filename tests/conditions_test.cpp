@@ -75,37 +75,20 @@ TEST(BuildConditions, CompilesToTheBytesOfTheFormat)
     } rows[] = {
         {"", "\xFF"},
         {" \t\n", "\xFF"},
-        {"ram:>=64 & board=rev2", "\x0Bram\0"s
-                                  "64\0\x12\0board\0rev2\0\xFF"s},
-        {"a=1", "\0a\0"s
-                "1\0\xFF"s},
-        {"a>1 a<1 a>=1", "\1a\0"s
-                         "1\0\2a\0"s
-                         "1\0\3a\0"s
-                         "1\0\xFF"s},
-        {"a<=1 a!=1", "\4a\0"s
-                      "1\0\5a\0"s
-                      "1\0\xFF"s},
-        {"a:=1 a:!=1", "\x08"s
-                       "a\0"s
-                       "1\0\x0D"s
-                       "a\0"s
-                       "1\0\xFF"s},
+        {"ram:>=64 & board=rev2", "\x0Bram\00064\0\x12\0board\0rev2\0\xFF"s},
+        {"a=1", "\0a\0001\0\xFF"s},
+        {"a>1 a<1 a>=1", "\1a\0001\0\2a\0001\0\3a\0001\0\xFF"s},
+        {"a<=1 a!=1", "\4a\0001\0\5a\0001\0\xFF"s},
+        {"a:=1 a:!=1", "\10a\0001\0\15a\0001\0\xFF"s},
         {"a==1", "\0a\0=1\0\xFF"s},
-        {"(a=1)", "\x13\0a\0"s
-                  "1)\0\xFF"s},
-        {"( a=1 )", "\x13\0a\0"s
-                    "1\0\xFF\xFF"s},
+        {"(a=1)", "\x13\0a\0001)\0\xFF"s},
+        {"( a=1 )", "\x13\0a\0001\0\xFF\xFF"s},
         {"!|&()", "\x10\x11\x12\x13\xFF\xFF"},
         {"a = \"x y\"", "\0a\0\"x y\0\xFF"s},
-        {"a='it' b=2", "\0a\0'it\0\0b\0"s
-                       "2\0\xFF"s},
-        {"a :>1", "\x09"s
-                  "a\0"s
-                  "1\0\xFF"s},
+        {"a='it' b=2", "\0a\0'it\0\0b\0002\0\xFF"s},
+        {"a :>1", "\11a\0001\0\xFF"s},
         {"a=", "\0a\0\0\xFF"s},
-        {"_a-b=1", "\0_a-b\0"s
-                   "1\0\xFF"s},
+        {"_a-b=1", "\0_a-b\0001\0\xFF"s},
         {"a", "malformed"},
         {"a:", "malformed"},
         {"a!1", "malformed"},
@@ -175,32 +158,16 @@ TEST(EvalConditions, TakesAnyBytesAsCode)
     } rows[] = {
         {"no code", "", 1},
         {"codes that are skipped", "\6\7\x0E\x0F\x14\xFE", 1},
-        {"no end",
-         "\0a\0"s
-         "2\0"s,
-         0},
+        {"no end", "\0a\0002\0"s, 0},
         {"cut inside a name", "\0a"s, -1},
-        {"cut inside a value",
-         "\0a\0"s
-         "1"s,
-         -1},
+        {"cut inside a value", "\0a\0001"s, -1},
         {"malformed inside a group", "\x13\0a"s, -1},
         {"malformed behind the end", "\xFF\0a"s, 1},
         // Without its closing byte the group is evaluated, and then its bytes again: not (a=2),
         // then a=2.
-        {"open group",
-         "\x10\x13\0a\0"s
-         "2\0"s,
-         0},
-        {"open group of what holds",
-         "\x10\x13\0a\0"s
-         "1\0"s,
-         0},
-        {"open group, or",
-         "\0a\0"s
-         "2\0\x11\x13\0a\0"s
-         "1\0"s,
-         1},
+        {"open group", "\x10\x13\0a\0002\0"s, 0},
+        {"open group of what holds", "\x10\x13\0a\0001\0"s, 0},
+        {"open group, or", "\0a\0002\0\x11\x13\0a\0001\0"s, 1},
     };
     for (const auto &row : rows)
         EXPECT_EQ(evaluated(row.code), row.result) << row.what;
@@ -228,13 +195,9 @@ TEST(EvalConditions, EndsSoonWhateverIsLeftOpen)
     EXPECT_EQ(evaluated(std::string(65535, '\x13')), 1);
     std::string mixed;
     for (int i = 0; i < 500; i++)
-        mixed += "\x13\0a\0"s
-                 "1\0"s;
+        mixed += "\x13\0a\0001\0"s;
     EXPECT_EQ(evaluated(mixed), 1);
-    EXPECT_EQ(evaluated(std::string(20000, '\x13') +
-                        "\0a\0"s
-                        "2\0"s +
-                        std::string(20000, '\xFF')),
+    EXPECT_EQ(evaluated(std::string(20000, '\x13') + "\0a\0002\0"s + std::string(20000, '\xFF')),
               0);
 }
 
@@ -251,9 +214,7 @@ TEST(EvalConds, TellsWhereTheGroupEnds)
 
 TEST(Features, AreLookedUpInThePublishedSetAlone)
 {
-    const auto set = "ram\0"s
-                     "64\0board\0rev2\0ram\0"s
-                     "65\0cut"s;
+    const auto set = "ram\00064\0board\0rev2\0ram\00065\0cut"s;
     _feature_set = reinterpret_cast<const uint8_t *>(set.data());
     _feature_set_size = static_cast<int>(set.size());
     EXPECT_STREQ(get_feature("ram"), "64");
@@ -271,8 +232,7 @@ TEST(Features, AreLookedUpInThePublishedSetAlone)
 
 TEST(EvalFeatures, UsesUpTheRequirementOfAType)
 {
-    const auto set = "ram\0"s
-                     "64\0"s;
+    const auto set = "ram\00064\0"s;
     const auto *bytes = reinterpret_cast<const uint8_t *>(set.data());
     const int length = static_cast<int>(set.size());
     unsetenv("kernel_features");

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include "download/downloaders.h"
-
 TEST(Iobuf, MapsBlocksOnRequestAndSealsThemOnCommit)
 {
     EXPECT_EQ(iobuf_create(4096, 0), nullptr);
@@ -26,17 +24,4 @@ TEST(Iobuf, MapsBlocksOnRequestAndSealsThemOnCommit)
     EXPECT_EQ(iobuf_commit(buffer), 0);
     EXPECT_EQ(buffer->current, 2);
     free(buffer);
-}
-
-TEST(DownloaderOpen, ChoosesByTheBeginningOfTheUrl)
-{
-    // The file-name check is the TFTP downloader's, so its message shows which row was taken.
-    char tftp[] = "TfTpx";
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(downloader_open(tftp), nullptr);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "url = TfTpx\ntftp.c:tftp_downloader_open:505: FUNCTION_FAILED\n");
-    EXPECT_STREQ(downloaders[0].word, "http");
-    EXPECT_STREQ(downloaders[2].word, "ftp");
-    EXPECT_EQ(downloaders[3].open, nullptr);
 }

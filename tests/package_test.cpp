@@ -31,35 +31,7 @@ const std::string head = "\xDB\xAD\x47\x5E\0\1\0\1\0\0\x20\x05"
 
 } // namespace
 
-TEST(PackageHead, IsReadBigEndian)
-{
-    package package;
-    init_package_struct(&package);
-    const auto block = block_of(head);
-    ASSERT_EQ(read_package_head(&package, block.data(), 0), 0);
-    EXPECT_EQ(package.encryp, 1);
-    EXPECT_EQ(package.size, 0x2005U);
-    EXPECT_EQ(package.checksum, block.data() + 12);
-    EXPECT_EQ(package.parts[7].type, -1);
-}
-
-TEST(PackageHead, KeepsWhatItRefuses)
-{
-    package package;
-    init_package_struct(&package);
-    auto block = block_of(head);
-    block[3] = 0x5F;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(read_package_head(&package, block.data(), block_size), -1);
-    block[3] = 0x5E;
-    block[5] = 2;
-    EXPECT_EQ(read_package_head(&package, block.data(), block_size), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Bad magic: dbad475f\nBad version: 2\n");
-    EXPECT_EQ(package.magic, package_magic);
-    EXPECT_EQ(package.version, 2);
-    EXPECT_EQ(package.checksum, nullptr);
-}
-
+// The header and the dump are compared on whole runs.
 TEST(PackageParts, AreReadUpToTheEndMarkOrTheEighth)
 {
     const auto entry = entry_of(26, "\0\0"s, "\0\0\0\0"s);
@@ -142,25 +114,4 @@ TEST(PackageParts, RefuseWhatDoesNotLieInTheBlock)
     testing::internal::CaptureStderr();
     EXPECT_EQ(read_package_parts(&package, block.data(), block_size), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), invalid + "error while reading part info\n");
-}
-
-TEST(DumpPackage, PrintsFlagsBeforeSizeAndOffset)
-{
-    package package;
-    init_package_struct(&package);
-    const auto block = block_of(head + entry_of(26, "\0\0"s, "\0\0\0\0"s));
-    ASSERT_EQ(read_package_head(&package, block.data(), block_size), 0);
-    ASSERT_EQ(read_package_parts(&package, block.data(), block_size), 1);
-    package.parts[1] = package.parts[0];
-    package.parts[1].type = 9;
-    testing::internal::CaptureStdout();
-    dump_package(&package);
-    const std::string fields = "    compress: 7\n    actual size: 258\n    flags: 00000001\n"
-                               "    size: 257\n    offset: 4096\n";
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "magic: dbad475e\n"
-              "checksum: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 \n"
-              "version: 1\nencryp: 1\nsize: 8197\n"
-              "  part #0:\n    type: kernel\n" +
-                  fields + "  part #1:\n    type: unknown<9>\n" + fields);
 }

@@ -9,6 +9,7 @@ import pytest
 
 from conftest import BUILD
 from package import OPTIONAL, Part, make_package
+from test_upgrade import REFUSED, SELECTED
 
 FWPKG = BUILD / "tools/fwpkg/fwpkg"
 REV2 = b"\0board\0rev2\0\xff"
@@ -25,58 +26,47 @@ def fwpkg(*arguments, folder=None, status=0):
     return done
 
 
-# Each row: name, parts, device, package key. Data differs in length, so that parts are told apart.
+# Name, package, device: what the tests of the program have, and what only a plan tells apart. Data
+# differs in length, so that parts are told apart.
 ROWS = [
-    ("plain", [Part(2, DATA), Part(3, DATA[:100]), Part(4, DATA[:4096])], {}, None),
-    ("alternatives", [Part(2, DATA, flags=OPTIONAL, conditions=REV2),
-                      Part(2, DATA[1:], flags=OPTIONAL, conditions=RAM64), Part(3, b"base")],
-     {"configuration": {"board": "rev1", "ram": "0x40"}}, None),
-    ("both alternatives", [Part(2, DATA, conditions=REV2), Part(2, DATA[1:], conditions=RAM64)],
-     {"configuration": {"board": "rev2", "ram": "64"}}, None),
-    ("mandatory refused", [Part(2, DATA), Part(3, b"x", conditions=NEVER)], {}, None),
-    ("malformed counts as met", [Part(2, DATA, conditions=MALFORMED)], {}, None),
-    ("requirement met", [Part(2, DATA, features={"ram": "64"})],
-     {"requirements": {"kernel": "ram:<=64"}}, None),
-    ("requirement not met", [Part(2, DATA, features={"ram": "65"}, flags=OPTIONAL), Part(3, b"x")],
-     {"requirements": {"kernel": "ram:<=64"}}, None),
-    ("requirement used up", [Part(2, DATA, features={"a": "1"}), Part(3, b"x"),
-                             Part(2, DATA[2:], features={"a": "1"}, flags=OPTIONAL)],
-     {"requirements": {"kernel": "! b=1 & a=1"}}, None),
-    ("used up by a dropped part", [Part(2, DATA, conditions=NEVER, flags=OPTIONAL),
-                                   Part(2, DATA[2:], features={"a": "1"})],
-     {"requirements": {"kernel": "a=1"}}, None),
-    ("requirement without comparison", [Part(4, DATA), Part(4, DATA[3:])],
-     {"requirements": {"app": "( )"}}, None),
-    ("requirement that does not compile", [Part(4, DATA, flags=OPTIONAL), Part(3, b"x")],
-     {"requirements": {"app": "a.b=1"}}, None),
-    ("missing and small partitions", [Part(2, DATA, flags=OPTIONAL), Part(3, DATA, flags=OPTIONAL),
-                                      Part(4, b"app")],
-     {"partitions": {3: 5119, 4: 4096}}, None),
-    ("too small", [Part(2, DATA)], {"partitions": {2: 5119}}, None),
-    ("trailer over the data", [Part(2, DATA)], {"partitions": {2: 5120}}, None),
-    ("unchecked and missing", [Part(3, b"x"), Part(2, DATA, actual_size=0)],
-     {"partitions": {3: 65536}}, None),
-    ("never ends", [Part(3, b"x"), Part(2, DATA, actual_size=1)],
-     {"partitions": {2: 4096, 3: 4096}}, None),
-    ("no data", [Part(2, b"", actual_size=10), Part(3, b"", actual_size=0)],
-     {"partitions": {2: 65536}}, None),
-    ("type that is not written", [Part(2, DATA), Part(8, b"x"), Part(3, b"x")],
-     {"partitions": {2: 65536, 3: 65536, 8: 65536}}, None),
-    ("type without data that is not written", [Part(8, b"", actual_size=1), Part(3, b"x")],
-     {"partitions": {3: 65536, 8: 65536}}, None),
-    ("type above 8", [Part(9, b"x", flags=OPTIONAL), Part(3, b"x")], {}, None),
-    ("data not there", [Part(2, DATA, offset=1 << 20)], {}, None),
-    ("negative size", [Part(2, DATA, size=0x80000000, actual_size=1)], {}, None),
-    ("eight parts", [Part(2, bytes([n]) * 10) for n in range(8)], {}, None),
-    ("enciphered", [Part(2, DATA)], {"configuration": {"VENID": "secret"}}, b"secret"),
-    ("another key", [Part(2, DATA)], {"configuration": {"VENDOR_KEY": "other"}}, b"secret"),
-    ("no key", [Part(2, DATA)], {}, b"secret"),
-    ("in clear", [Part(2, DATA)], {"configuration": {"VENDOR_KEY": "secret"}}, None),
+    *((name, package, device) for name, (package, device, _) in REFUSED.items()),
+    *((name, make_package(parts), device) for name, (parts, device, _) in SELECTED.items()),
+    *((name, make_package(parts), device) for name, parts, device in [
+        ("plain", [Part(2, DATA), Part(3, DATA[:100]), Part(4, DATA[:4096])], {}),
+        ("alternatives", [Part(2, DATA, flags=OPTIONAL, conditions=REV2),
+                          Part(2, DATA[1:], flags=OPTIONAL, conditions=RAM64), Part(3, b"base")],
+         {"configuration": {"board": "rev1", "ram": "0x40"}}),
+        ("both alternatives", [Part(2, DATA, conditions=REV2), Part(2, DATA[1:], conditions=RAM64)],
+         {"configuration": {"board": "rev2", "ram": "64"}}),
+        ("requirement met", [Part(2, DATA, features={"ram": "64"})],
+         {"requirements": {"kernel": "ram:<=64"}}),
+        ("requirement used up", [Part(2, DATA, features={"a": "1"}), Part(3, b"x"),
+                                 Part(2, DATA[2:], features={"a": "1"}, flags=OPTIONAL)],
+         {"requirements": {"kernel": "! b=1 & a=1"}}),
+        ("requirement without comparison", [Part(4, DATA), Part(4, DATA[3:])],
+         {"requirements": {"app": "( )"}}),
+        ("requirement that does not compile", [Part(4, DATA, flags=OPTIONAL), Part(3, b"x")],
+         {"requirements": {"app": "a.b=1"}}),
+        ("missing and small partitions", [Part(2, DATA, flags=OPTIONAL), Part(3, DATA, flags=OPTIONAL),
+                                          Part(4, b"app")],
+         {"partitions": {3: 5119, 4: 4096}}),
+        ("unchecked and missing", [Part(3, b"x"), Part(2, DATA, actual_size=0)],
+         {"partitions": {3: 65536}}),
+        ("never ends", [Part(3, b"x"), Part(2, DATA, actual_size=1)],
+         {"partitions": {2: 4096, 3: 4096}}),
+        ("type that is not written", [Part(2, DATA), Part(8, b"x"), Part(3, b"x")],
+         {"partitions": {2: 65536, 3: 65536, 8: 65536}}),
+        ("negative size", [Part(2, DATA, size=0x80000000, actual_size=1)], {}),
+        ("eight parts", [Part(2, bytes([n]) * 10) for n in range(8)], {}),
+    ]),
+    ("enciphered", make_package([Part(2, DATA)], key=b"secret"),
+     {"configuration": {"VENID": "secret"}}),
 ]
 
 
 # What the program says of a failure, and the plan's words for it.
 REASONS = [
+    (b"error reading package", "error reading package"),
     (b"decrypt package failed", "decrypt package failed"),
     (b"invalid package", "invalid package"),
     (b"cannot open target device", "cannot open target device"),
@@ -102,10 +92,9 @@ def written_by(run):
     return parts
 
 
-@pytest.mark.parametrize("name, parts, device, key", ROWS, ids=[row[0] for row in ROWS])
-def test_the_plan_is_what_the_program_does(name, parts, device, key, tmp_path, make_device,
+@pytest.mark.parametrize("name, package, device", ROWS, ids=[row[0] for row in ROWS])
+def test_the_plan_is_what_the_program_does(name, package, device, tmp_path, make_device,
                                            serve_tftp):
-    package = make_package(parts, key=key)
     (tmp_path / "fw").write_bytes(package)
     simulated = make_device(**device)
     plan = json.loads(fwpkg("plan", tmp_path / "fw", "--device", tmp_path / "device0.toml",

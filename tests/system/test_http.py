@@ -135,27 +135,16 @@ def moved(location):
 
 
 PADDING = b"X" * 1100
-INVALID = ["UPGRD_ERROR=INVALID PACKAGE"]
-
-
 DONE = ["UPGRD_STAGE=DONE"]
 RESPONSES = {
     "a package": (head() + PACKAGE, DONE),
-    "other capitals": (b"http/9 200 \nCONTENT-LENGTH: %d\n\n" % len(PACKAGE) + PACKAGE, DONE),
     "a byte less": (head() + PACKAGE[:-1], FAILED),
     "a length beyond counting": (head(length=2**31) + PACKAGE, FAILED),
-    "no length": (head(length=0) + PACKAGE, INVALID),
-    "a length below 0": (head(length=-2**40) + PACKAGE, INVALID),
-    "no blank": (b"HTTP/1.0 200 OK\r\nContent-Length:5120\r\n\r\n" + PACKAGE, INVALID),
     "nothing": (b"", FAILED),
     "under 1024 bytes": (head(length=100) + bytes(100), FAILED),
     "another success": (head(status=b"206 Partial") + PACKAGE, FAILED),
-    "303": (head(status=b"303 See", more=b"Location: /\r\n") + PADDING, FAILED),
-    "to a long URL": (moved(b"http://" + b"h" * 121), FAILED),
     "to nowhere": (moved(b""), FAILED),
-    "to a closed port": (moved(b"http://127.0.0.2:1/"), FAILED),
     "cookies": (b"HTTP/1.0 200 OK\r\n" + b"Cookie: =;a=;=b;;c\r\n:\r\n" * 4000 + PADDING, FAILED),
-    "carriage returns": (b"HTTP/1.0 200 OK\r\n" + b"\r" * 70000 + PADDING, FAILED),
     "a long line": (b"HTTP/1.0 200 OK\r\n" + b"a" * 70000 + PADDING, FAILED),
     "no blanks": (b"HTTP/1.0" + b"9" * 2000, FAILED),
     "every byte": (bytes(range(256)) * 300, FAILED),
