@@ -29,23 +29,18 @@ bool is_optional(const part_entry &entry)
     return (entry.part.flags & part_flag_optional) != 0;
 }
 
-std::string size_text(uint64_t size)
-{
-    return std::to_string(size);
-}
-
 void advise_sizes(const part_entry &entry, std::vector<finding> &findings)
 {
     const package_part &part = entry.part;
     if (part.size > 0 && part.actual_size == 0)
         warn(findings, entry.place(),
-             "actual size 0: its " + size_text(part.size) +
+             "actual size 0: its " + std::to_string(part.size) +
                  " bytes are written without a look at the partition, and do not count as progress",
              {{"size", part.size}});
     else if (part.actual_size < part.size)
         warn(findings, entry.place(),
-             "actual size " + size_text(part.actual_size) + " is less than its " +
-                 size_text(part.size) + " bytes: the room is not checked for all of them",
+             "actual size " + std::to_string(part.actual_size) + " is less than its " +
+                 std::to_string(part.size) + " bytes: the room is not checked for all of them",
              {{"actual_size", part.actual_size}, {"size", part.size}});
 }
 
@@ -74,9 +69,9 @@ void advise_trailer(const part_entry &entry, const named_device &device,
     const uint64_t needed = uint64_t{entry.part.size} + sizeof(partition_trailer);
     if (needed > partition->second)
         warn(findings, entry.place(),
-             device.name + ": its " + size_text(entry.part.size) + " bytes and the trailer's " +
-                 size_text(sizeof(partition_trailer)) + " do not fit the partition of " +
-                 size_text(partition->second) + " bytes",
+             device.name + ": its " + std::to_string(entry.part.size) +
+                 " bytes and the trailer's " + std::to_string(sizeof(partition_trailer)) +
+                 " do not fit the partition of " + std::to_string(partition->second) + " bytes",
              {{"size", entry.part.size}, {"partition", partition->second}});
 }
 
@@ -144,7 +139,7 @@ std::vector<finding> advise(const package_file &file, const std::vector<named_de
     std::vector<finding> findings;
     if (file.size < http_minimum)
         warn(findings, "package",
-             size_text(file.size) + " bytes: below " + size_text(http_minimum) +
+             std::to_string(file.size) + " bytes: below " + std::to_string(http_minimum) +
                  " it cannot be fetched over HTTP",
              {{"size", file.size}, {"minimum", http_minimum}});
     if (file.parts.empty())

@@ -26,11 +26,6 @@ struct report {
     }
 };
 
-std::string text(uint64_t number)
-{
-    return std::to_string(number);
-}
-
 void check_header(const package_file &file, report &to)
 {
     if (file.stage == read_stage::nothing) {
@@ -39,7 +34,8 @@ void check_header(const package_file &file, report &to)
     }
     if (!file.length_right)
         to.error("header",
-                 "says " + text(file.record.size) + " bytes, the file has " + text(file.size),
+                 "says " + std::to_string(file.record.size) + " bytes, the file has " +
+                     std::to_string(file.size),
                  {{"header_size", file.record.size}, {"file_size", file.size}});
     if (file.stage == read_stage::head)
         to.error("header", file.problem);
@@ -55,17 +51,17 @@ void check_entry(const part_entry &entry, report &to)
     const uint32_t end = entry.position + entry.header_size;
     if (entry.features_end() > end)
         to.error(entry.place(),
-                 "its fields end at byte " + text(entry.features_end()) + ", its entry at byte " +
-                     text(end),
+                 "its fields end at byte " + std::to_string(entry.features_end()) +
+                     ", its entry at byte " + std::to_string(end),
                  {{"fields_end", entry.features_end()}, {"entry_end", end}});
     if (end > block_size)
         to.error(entry.place(),
-                 "its entry ends at byte " + text(end) + ", behind the first block of " +
-                     text(block_size),
+                 "its entry ends at byte " + std::to_string(end) + ", behind the first block of " +
+                     std::to_string(block_size),
                  {{"entry_end", end}, {"block_size", block_size}});
     const uint32_t unknown = entry.part.flags & ~part_flag_optional;
     if (unknown != 0)
-        to.warning(entry.place(), "flags that no device knows: " + text(unknown),
+        to.warning(entry.place(), "flags that no device knows: " + std::to_string(unknown),
                    {{"flags", unknown}});
 }
 
@@ -80,13 +76,13 @@ void check_conditions(const part_entry &entry, report &to)
     for (const condition_item &item : items) {
         if (!item.complete)
             to.error(place,
-                     "the comparison at byte " + text(at(item)) +
+                     "the comparison at byte " + std::to_string(at(item)) +
                          " does not end inside the code: the device takes it all as met",
                      {{"position", at(item)}});
         else if (!item.comparison && item.code < condition_close && item.code != condition_open &&
                  (item.code < condition_and_not || item.code > condition_and))
             to.warning(place,
-                       "byte " + text(at(item)) + " is " + text(item.code) +
+                       "byte " + std::to_string(at(item)) + " is " + std::to_string(item.code) +
                            ", which means nothing and is skipped",
                        {{"position", at(item)}, {"code", item.code}});
     }
@@ -100,7 +96,7 @@ void check_features(const part_entry &entry, report &to)
         if (!feature.complete)
             to.error(entry.place() + " features",
                      "\"" + printable(feature.name) + "\" has no value that ends before byte " +
-                         text(entry.features_end()) + ": the device does not find it",
+                         std::to_string(entry.features_end()) + ": the device does not find it",
                      {{"features_end", entry.features_end()}});
     }
 }
@@ -114,17 +110,19 @@ void check_data(const part_entry &entry, const package_file &file, report &to)
     const uint64_t end = uint64_t{offset} + size;
     if (offset % block_size != 0)
         to.error(entry.place(),
-                 "its data begins at byte " + text(offset) + ", the device writes from byte " +
-                     text(offset - offset % block_size),
+                 "its data begins at byte " + std::to_string(offset) +
+                     ", the device writes from byte " +
+                     std::to_string(offset - offset % block_size),
                  {{"offset", offset}, {"written_from", offset - offset % block_size}});
     if (offset < block_size)
         to.error(entry.place(),
-                 "its data begins at byte " + text(offset) +
+                 "its data begins at byte " + std::to_string(offset) +
                      ", in the block of the header and the part table",
                  {{"offset", offset}});
     if (end > file.size)
         to.error(entry.place(),
-                 "its data ends at byte " + text(end) + ", the package at byte " + text(file.size),
+                 "its data ends at byte " + std::to_string(end) + ", the package at byte " +
+                     std::to_string(file.size),
                  {{"data_end", end}, {"file_size", file.size}});
 }
 
@@ -138,7 +136,8 @@ void check_overlaps(const std::vector<part_entry> &parts, report &to)
             const uint64_t end = std::min(uint64_t{a.offset} + a.size, uint64_t{b.offset} + b.size);
             if (begin < end)
                 to.error(parts[first].place() + " and " + parts[second].place(),
-                         "share the bytes " + text(begin) + " to " + text(end - 1),
+                         "share the bytes " + std::to_string(begin) + " to " +
+                             std::to_string(end - 1),
                          {{"begin", begin}, {"end", end}});
         }
     }
@@ -151,8 +150,8 @@ void check_behind_table(const package_file &file, report &to)
     const uint8_t *next = file.blocks->blocks[0] + file.table_end;
     if (next[0] != 0 || next[1] != 0)
         to.warning("part table",
-                   "something like a further entry at byte " + text(file.table_end) + ": only " +
-                       text(package_part_count) + " are read",
+                   "something like a further entry at byte " + std::to_string(file.table_end) +
+                       ": only " + std::to_string(package_part_count) + " are read",
                    {{"position", file.table_end}});
 }
 

@@ -98,7 +98,7 @@ bool advance(std::vector<candidates> &all)
 overlap_result find_overlap(std::span<const uint8_t> a, std::span<const uint8_t> b)
 {
     std::vector<candidates> all = collect(a, b);
-    bool complete = std::ranges::none_of(
+    const bool complete = std::ranges::none_of(
         all, [](const candidates &name) { return name.as_text && name.as_number; });
     const size_t steps = (a.size() + b.size()) * all.size() + 1;
     const size_t limit = std::min(combination_limit, step_limit / steps + 1);

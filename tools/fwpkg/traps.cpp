@@ -84,7 +84,7 @@ void add_comparison_traps(const condition_item &item, sentences &traps)
 /// One level of groups while the items are walked.
 struct level {
     bool any_operand = false; ///< something was combined already
-    bool or_before = false;   ///< an "or" was applied already
+    bool or_before = false;   ///< the last one applied was an "or"
     const condition_item *pending = nullptr;
 };
 
@@ -108,7 +108,7 @@ void combine(level &now, sentences &traps)
         traps.emplace_back(
             "there is no precedence: \"and\" behind \"or\" applies to the whole left "
             "side; only parentheses change that");
-    now.or_before = code == condition_or || (now.or_before && code == condition_or);
+    now.or_before = code == condition_or;
     now.any_operand = true;
     now.pending = nullptr;
 }
