@@ -185,7 +185,7 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["init", "new", "--device=wrong.toml"], 'wrong.toml:2: partition "12" is not one of 0 to 9'),
     (["init", "new", "--device=odd.toml"], 'odd.toml:1: unknown key "\\x1b[1m\\x0a"'),
     (["init", "new", "--device=torn.toml"], "torn.toml:2: "),
-    (["init", "new", "--device=nothing"], "nothing: cannot be read"),
+    (["init", "new", "--device=."], ".: cannot be read: Is a directory"),
 ])
 def test_what_it_refuses(make_device, tmp_path, words, said):
     device = make_device()

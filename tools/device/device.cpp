@@ -2,14 +2,13 @@
 #include "tools/device/device.h"
 
 #include <algorithm>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 
 #include <toml++/toml.h>
 
 #include "flash/flash.h"
 #include "package/package.h"
+#include "tools/common/files.h"
 #include "tools/common/printable.h"
 
 namespace {
@@ -141,14 +140,7 @@ device parse_device(std::string_view text, const std::string &name)
 
 device read_device(const std::filesystem::path &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    // A folder opens too; an empty file sets failbit on the copy and is a fine description of
-    // nothing.
-    if (std::filesystem::is_directory(path) || !file ||
-        (file.peek() != std::ifstream::traits_type::eof() && !(text << file.rdbuf())))
-        throw device_error(path.string() + ": cannot be read");
-    return parse_device(text.str(), path.string());
+    return parse_device(read_whole_file(path), path.string());
 }
 
 std::string requirement_variable(const std::string &type_name)

@@ -41,12 +41,12 @@ struct device {
     device_script script;
 };
 
-/// One line for the user: "FILE:LINE: what is wrong", or "FILE: why" when it cannot be read.
+/// One line for the user: "FILE:LINE: what is wrong".
 struct device_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The description in the file `path`. Throws device_error.
+/// The description in the file `path`. Throws device_error, or file_error (tools/common/files.h).
 device read_device(const std::filesystem::path &path);
 
 /// The description in `text`; `name` stands for the file in errors. Throws device_error.

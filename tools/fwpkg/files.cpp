@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tools/common/files.h"
 #include "tools/fwpkg/failure.h"
 
 namespace fwpkg {
@@ -20,18 +21,6 @@ constexpr size_t key_limit = 64 * 1024;
 {
     throw failure(path.string() + ": " + what + ": " + strerror(error), exit_unreadable);
 }
-
-struct descriptor {
-    int fd;
-    explicit descriptor(int number) : fd(number) {}
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    ~descriptor()
-    {
-        if (fd >= 0)
-            close(fd);
-    }
-};
 
 /// Removes the temporary file unless it was renamed.
 struct temporary_file {
@@ -70,17 +59,17 @@ mode_t usual_mode()
 std::vector<uint8_t> read_file(const std::filesystem::path &path, size_t limit)
 {
     const descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.fd < 0)
+    if (file.get() < 0)
         fail(path, "cannot open", errno);
     struct stat status;
-    if (fstat(file.fd, &status) == 0 && S_ISREG(status.st_mode) &&
+    if (fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
         static_cast<uint64_t>(status.st_size) > limit)
         throw failure(path.string() + ": " + std::to_string(status.st_size) + " bytes, at most " +
                       std::to_string(limit) + " can be used");
     std::vector<uint8_t> bytes;
     std::vector<uint8_t> piece(64 * 1024);
     for (;;) { // until the end of the file or the limit
-        const ssize_t got = read(file.fd, piece.data(), piece.size());
+        const ssize_t got = read(file.get(), piece.data(), piece.size());
         if (got < 0 && errno == EINTR)
             continue;
         if (got < 0)
@@ -120,20 +109,20 @@ void write_file(const std::filesystem::path &path, std::span<const uint8_t> byte
         folder = ".";
     temporary_file temporary((folder / ("." + target.filename().string() + ".XXXXXX")).string());
     const descriptor file(mkostemp(temporary.name.data(), O_CLOEXEC));
-    if (file.fd < 0) {
+    if (file.get() < 0) {
         temporary.renamed = true; // there is none
         fail(path, "cannot create", errno);
     }
-    write_all(file.fd, bytes, path);
-    if (fchmod(file.fd, usual_mode()) != 0 || fsync(file.fd) != 0)
+    write_all(file.get(), bytes, path);
+    if (fchmod(file.get(), usual_mode()) != 0 || fsync(file.get()) != 0)
         fail(path, "cannot write", errno);
     if (rename(temporary.name.c_str(), target.c_str()) != 0)
         fail(path, "cannot create", errno);
     temporary.renamed = true;
     // The new name lasts only once its folder is on the disk too; not every file system can say so.
     const descriptor parent(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (parent.fd >= 0)
-        fsync(parent.fd);
+    if (parent.get() >= 0)
+        fsync(parent.get());
 }
 
 } // namespace fwpkg

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <thread>
 
+#include "tools/common/files.h"
 #include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
 #include "tools/simdev/phases.h"
@@ -63,7 +64,7 @@ private:
 int init_command(const command_options &options)
 {
     const std::string text = options.device_file.empty() ? std::string(default_device_text)
-                                                         : read_file(options.device_file);
+                                                         : read_whole_file(options.device_file);
     make_folder(options.run.folder, text,
                 options.device_file.empty() ? "the default device" : options.device_file);
     for (const auto &[number, file] : partition_files(options.run.folder))

@@ -74,21 +74,6 @@ std::map<int, fs::path> partition_files(const fs::path &folder)
     return files;
 }
 
-std::string read_file(const fs::path &path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::string content;
-    if (file) {
-        file.seekg(0, std::ios::end);
-        content.resize(static_cast<size_t>(std::max<std::streamoff>(file.tellg(), 0)));
-        file.seekg(0);
-        file.read(content.data(), static_cast<std::streamsize>(content.size()));
-    }
-    if (!file)
-        throw failure(path.string() + ": cannot be read");
-    return content;
-}
-
 void write_file(const fs::path &path, std::string_view content)
 {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);

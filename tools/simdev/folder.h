@@ -26,15 +26,12 @@ namespace simdev {
 void make_folder(const std::filesystem::path &folder, const std::string &text,
                  const std::string &name);
 
-/// The description of the device in `folder`. Throws failure when it is no device folder, and
-/// device_error.
+/// The description of the device in `folder`. Throws failure when it is no device folder, and what
+/// read_device throws.
 device read_folder(const std::filesystem::path &folder);
 
 /// The partitions there are: number -> file.
 std::map<int, std::filesystem::path> partition_files(const std::filesystem::path &folder);
-
-/// The whole content of a file. Throws failure.
-std::string read_file(const std::filesystem::path &path);
 
 /// Replaces the content of a file. Throws failure.
 void write_file(const std::filesystem::path &path, std::string_view content);

@@ -3,8 +3,8 @@
 
 #include <initializer_list>
 
+#include "tools/common/files.h"
 #include "tools/simdev/failure.h"
-#include "tools/simdev/folder.h"
 
 namespace simdev {
 
@@ -41,8 +41,7 @@ fs::path find_preload()
 
 bool is_wrapped(const fs::path &program)
 {
-    return read_file(program).find("simdev: the platform is "
-                                   "wrapped") != std::string::npos;
+    return read_whole_file(program).find("simdev: the platform is wrapped") != std::string::npos;
 }
 
 } // namespace simdev

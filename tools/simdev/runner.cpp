@@ -15,6 +15,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tools/common/files.h"
 #include "tools/simdev/clock.h"
 #include "tools/simdev/core/faults.h"
 #include "tools/simdev/failure.h"
@@ -33,30 +34,6 @@ constexpr int exit_not_started = 126;
 constexpr std::array receivers = {"tmp/.upgrd_info", "tmp/.syscfg-server"};
 
 volatile sig_atomic_t interrupted = 0;
-
-class descriptor {
-public:
-    explicit descriptor(int fd) : fd_(fd) {}
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    ~descriptor()
-    {
-        close();
-    }
-    void close()
-    {
-        if (fd_ >= 0)
-            ::close(fd_);
-        fd_ = -1;
-    }
-    int get() const
-    {
-        return fd_;
-    }
-
-private:
-    int fd_;
-};
 
 [[noreturn]] void fail_with_errno(const std::string &what)
 {
@@ -281,7 +258,7 @@ private:
         throw failure(program.string() + ": cannot be started");
     std::string said;
     if (exit_status == exit_own_failure && stderr_path(options) != "-")
-        said = read_file(stderr_path(options)); // the model has refused its settings
+        said = read_whole_file(stderr_path(options)); // the model has refused its settings
     if (!said.empty() && said.back() == '\n')
         said.pop_back();
     throw failure(

@@ -63,7 +63,7 @@ struct run_outcome {
 };
 
 /// Runs the program to its end. Throws failure when it cannot be started, does not run in the
-/// simulation, or the log is not complete; device_error for a device.toml that is wrong.
+/// simulation, or the log is not complete; what read_device throws for a device.toml that is wrong.
 run_outcome run_program(const run_options &options, const run_listener &listener);
 
 /// Where the program's output of a run is kept.

@@ -7,6 +7,7 @@
 
 #include "flash/crc32.h"
 #include "flash/flash.h"
+#include "tools/common/files.h"
 #include "tools/simdev/core/sim.h"
 #include "tools/simdev/folder.h"
 
@@ -84,7 +85,8 @@ std::string trailer_text(const trailer_state &trailer)
 
 trailer_state trailer_of(const run_options &options, int number)
 {
-    return judge_trailer(read_file(options.folder / "dev" / ("fla" + std::to_string(number))));
+    return judge_trailer(
+        read_whole_file(options.folder / "dev" / ("fla" + std::to_string(number))));
 }
 
 /// Real time beyond the virtual time, in percent of it.
@@ -99,7 +101,7 @@ std::optional<double> overhead_percent(const run_summary &summary, const run_opt
 
 std::string last_lines(const fs::path &file, int count)
 {
-    const std::string text = read_file(file);
+    const std::string text = read_whole_file(file);
     size_t start = text.size();
     for (; count >= 0 && start > 0; count--)
         start = text.rfind('\n', start - 1) == std::string::npos ? 0 : text.rfind('\n', start - 1);

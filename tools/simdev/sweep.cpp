@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "tools/common/files.h"
 #include "tools/simdev/clock.h"
 #include "tools/simdev/core/sim.h"
 #include "tools/simdev/failure.h"
@@ -111,7 +112,7 @@ contents read_partitions(const fs::path &folder, const std::vector<int> &numbers
 {
     contents result;
     for (const int number : numbers)
-        result[number] = read_file(folder / "dev" / ("fla" + std::to_string(number)));
+        result[number] = read_whole_file(folder / "dev" / ("fla" + std::to_string(number)));
     return result;
 }
 
@@ -138,7 +139,7 @@ reference run_undisturbed(const run_options &options)
     if (outcome.exit_status != 0 && !outcome.interrupted)
         throw failure("the undisturbed run ends with exit status " +
                       std::to_string(outcome.exit_status) +
-                      ": there is nothing to sweep (look at " + "it with simdev run)");
+                      ": there is nothing to sweep (look at it with simdev run)");
     result.partitions.assign(written.begin(), written.end());
     result.after = read_partitions(options.folder, result.partitions);
     return result;
