@@ -163,7 +163,7 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         ("check gone", 2, "fwpkg: gone: cannot open: No such file or directory"),
         ("plan fw --device d.toml", 0, ""),
         ("plan fw --device gone", 2, "fwpkg: gone: "),
-        ("plan fw", 2, "--device is required"),
+        ("plan fw", 2, "fwpkg: --device is required"),
         ("extract fw out --key-file key", 0, ""),
         ("extract cut out2 --key-file key", 1, "fwpkg: cut: not deciphered, since the length"),
         ("extract fw key --key-file key", 2, "fwpkg: key: "),
@@ -173,8 +173,8 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         ("condition a==1 a=1", 0, "warning: condition: a==1: the value"),
         ("condition 1a=2", 1, "fwpkg: condition: \"1a=2\" cannot be read from column 1 on"),
         ("condition a=1 =1", 2, "fwpkg: \"=1\" is not NAME=VALUE"),
-        ("", 2, "A subcommand is required"),
-        ("show fw --key=secret", 2, "The following argument was not expected: --key=secret"),
+        ("", 2, "fwpkg: A subcommand is required"),
+        ("show fw --key=secret", 2, "fwpkg: The following argument was not expected: --key=secret"),
     ]
     for arguments, status, line in rows:
         done = fwpkg(*arguments.split(), folder=folder, status=status)

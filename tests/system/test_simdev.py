@@ -186,6 +186,7 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["init", "new", "--device=odd.toml"], 'odd.toml:1: unknown key "\\x1b[1m\\x0a"'),
     (["init", "new", "--device=torn.toml"], "torn.toml:2: "),
     (["init", "new", "--device=."], ".: cannot be read: Is a directory"),
+    (["run", "{device}", "--grace=0"], "--grace: Value 0 not in range"),
 ])
 def test_what_it_refuses(make_device, tmp_path, words, said):
     device = make_device()

@@ -28,8 +28,11 @@ int run_command_line(CLI::App &app, int argc, char **argv, int failure_status,
         if (fflush(stdout) != 0 || ferror(stdout) != 0)
             throw command_failure("cannot write the output", failure_status);
         return status;
+    } catch (const CLI::Success &help) {
+        return app.exit(help);
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : failure_status;
+        return report(app, std::runtime_error(std::string(error.what()) + " (see --help)"),
+                      failure_status);
     } catch (const command_failure &error) {
         return report(app, error, error.status);
     } catch (const std::exception &error) {
