@@ -165,9 +165,11 @@ def test_the_same_seed_flips_the_same_bit(make_device, serve_tftp):
 def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     device = make_device()
     port = udp_peer(lambda sock: (sock.recvfrom(600), os.kill(simdev.pid, signal.SIGINT)))
-    simdev = subprocess.Popen(device.command("run", tftp_port=port) + ["--", "tftp://127.0.0.1/f"],
+    simdev = subprocess.Popen(device.command("run", tftp_port=port) + ["--", "tftp://127.0.0.1/\33[1m"],
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-    assert b"ended by signal 15" in simdev.communicate(timeout=30)[0]
+    report = simdev.communicate(timeout=30)[0]
+    assert b"ended by signal 15" in report
+    assert b"url = tftp://127.0.0.1/\\x1b[1m\n" in report
     assert simdev.returncode == 128 + 15
 
 
@@ -178,7 +180,7 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["run", "{device}", "--fault=closed"], "a key is missing"),
     (["run", "{device}", "--fault=cut@1:bytes=3"], "unknown key"),
     (["run", "{device}", "--fault=watchdog:seconds=x"], "is no number"),
-    (["run", "{device}", "--map-port=80"], 'not a list of ports: "tcp:80,"'),
+    (["run", "{device}", "--map-port=80"], 'simdev: not a list of ports: "tcp:80,"'),
     (["run", "{device}", "--program=/bin/nothing"], "/bin/nothing: cannot be read"),
     (["run", "{device}", "--program={device}/device.toml"], "cannot be started"),
     (["init", "{device}"], "is there already and not empty"),

@@ -256,14 +256,14 @@ private:
 {
     if (exit_status == exit_not_started)
         throw failure(program.string() + ": cannot be started");
-    std::string said;
-    if (exit_status == exit_own_failure && stderr_path(options) != "-")
-        said = read_whole_file(stderr_path(options)); // the model has refused its settings
-    if (!said.empty() && said.back() == '\n')
-        said.pop_back();
-    throw failure(
-        program.string() + ": " +
-        (said.empty() ? "does not run in the simulation (is it linked statically?)" : said));
+    if (exit_status == exit_own_failure && stderr_path(options) != "-") {
+        std::string said = read_whole_file(stderr_path(options));
+        if (!said.empty() && said.back() == '\n')
+            said.pop_back();
+        if (!said.empty())
+            throw failure(said); // the model has refused its settings
+    }
+    throw failure(program.string() + ": does not run in the simulation (is it linked statically?)");
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include "flash/crc32.h"
 #include "flash/flash.h"
 #include "tools/common/files.h"
+#include "tools/common/printable.h"
 #include "tools/simdev/core/sim.h"
 #include "tools/simdev/folder.h"
 
@@ -109,7 +110,7 @@ std::string last_lines(const fs::path &file, int count)
     std::istringstream lines(text.substr(start));
     for (std::string line; std::getline(lines, line);)
         if (!line.empty())
-            indented << "  | " << line << "\n";
+            indented << "  | " << printable(line) << "\n";
     return indented.str();
 }
 
