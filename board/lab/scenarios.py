@@ -77,11 +77,10 @@ class Laboratory:
     def check_chip(self, expected, text):
         self.check(self.chip.read_bytes() == expected, text)
 
-    def check_raw(self, package, before, text):
+    def check_raw(self, run, package, before, text):
         """The board's own raw reading of the written partitions, `before` by partition number."""
-        raw = {number: (self.lab / f"raw.{number}").read_bytes() for number in package.data}
         expected = {number: package.partition(number, before[number]) for number in package.data}
-        self.check(raw == expected, text)
+        self.check(run.raw == expected, text)
 
     def upgrade(self, url, program="upgrade", reboot=True):
         """An upgrade; the board is started again and its flash read raw."""
@@ -97,7 +96,7 @@ class Laboratory:
             run = self.start(task="inspect").finish()
             slices = {n: before[at : at + size] for n, (at, size) in layout().items()}
             text = f"so the board reads them after a reboot ({run.seconds:.1f} s)"
-            self.check_raw(package, slices, text)
+            self.check_raw(run, package, slices, text)
 
     def memory(self, scheme, program):
         """The largest package, which asks for another board: refused once all memory is in use."""
@@ -126,7 +125,7 @@ class Laboratory:
         run = self.start(task="upgrade", url=url_of("tftp"), flash="nand").finish()
         self.check_run(run, self.package, True)
         erased = {number: b"\xff" * (8 << 20) for number in self.package.data}
-        self.check_raw(self.package, erased, "the partitions, read raw, are right")
+        self.check_raw(run, self.package, erased, "the partitions, read raw, are right")
 
     def nand_bad_block(self, hold, differs):
         """The second erase block (128 KiB) of partition 3 is bad; `hold` keeps its node open."""
@@ -140,7 +139,7 @@ class Laboratory:
         seen = "block #32 differ" in run.log
         self.check(seen == differs, f"the read-back {'sees' if differs else 'does not see'} it")
         erased = b"\xff" * (8 << 20)
-        raw = (self.lab / "raw.3").read_bytes()
+        raw = run.raw.get(3, b"")
         expected = self.package.partition(3, erased)
         starts = range(0, len(raw), BLOCK)
         bad = [at for at in starts if raw[at : at + BLOCK] != expected[at : at + BLOCK]]
@@ -180,10 +179,8 @@ class Laboratory:
         before = self.new_chip()
         after = self.small.chip(before)
         run = self.start(task="upgrade", url=url_of("tftp", "small.pkg"))
-        reached = run.wait_for("WRITING")
-        while reached and run.text("kicks").count("\n") < kick:
-            run.check_limit()
-            time.sleep(0.005)
+        reached = run.wait_for(lambda: run.has_reported("WRITING"))
+        reached = reached and run.wait_for(lambda: run.text("kicks").count("\n") >= kick)
         time.sleep(pause)
         self.check(reached and run.process.poll() is None, "the power was cut while writing")
         run.cut()
@@ -198,7 +195,7 @@ class Laboratory:
         print("power cut at the first datagram of the read-back")
         before = self.new_chip()
         run = self.start(task="upgrade", url=url_of("tftp", "small.pkg"))
-        reached = run.wait_for("VERIFYING")
+        reached = run.wait_for(lambda: run.has_reported("VERIFYING"))
         run.cut()
         self.check(reached, "the read-back was reached")
         self.check_chip(self.small.chip(before), f"all {CHIP_SIZE} bytes of the chip are right")
