@@ -4,6 +4,7 @@
 import contextlib
 import json
 import os
+import shutil
 import signal
 import struct
 import subprocess
@@ -11,7 +12,7 @@ import zlib
 
 import pytest
 
-from conftest import SIMDEV
+from conftest import BUILD, SIMDEV
 from package import OPTIONAL, Part, make_package
 from test_upgrade import KERNEL, trailer
 
@@ -188,6 +189,8 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["init", "new", "--device=odd.toml"], 'odd.toml:1: unknown key "\\x1b[1m\\x0a"'),
     (["init", "new", "--device=torn.toml"], "torn.toml:2: "),
     (["init", "new", "--device=."], ".: cannot be read: Is a directory"),
+    (["run", "{device}", "--program=static"], "static: is not linked dynamically for this machine"),
+    (["run", "{device}", "--program=foreign"], "foreign: is not linked dynamically for this machine"),
     (["run", "{device}", "--grace=0"], "--grace: Value 0 not in range"),
 ])
 def test_what_it_refuses(make_device, tmp_path, words, said):
@@ -195,10 +198,35 @@ def test_what_it_refuses(make_device, tmp_path, words, said):
     files = {"wrong": "[partitions]\n12 = 65536\n", "odd": '"\\u001b[1m\\n" = 1\n', "torn": "\n\x1b=1\n"}
     for name, text in files.items():
         (tmp_path / f"{name}.toml").write_text(text)
+    # The same program without its interpreter, and for a machine of another kind.
+    program = (BUILD / "upgrade/upgrade").read_bytes()
+    interpreter = struct.pack("<II", 3, 4)
+    assert program.count(interpreter, 64, 1024) == 1
+    for name, content in {"static": program.replace(interpreter, bytes(8), 1),
+                          "foreign": program[:18] + b"\xff" + program[19:]}.items():
+        (tmp_path / name).write_bytes(content)
+        (tmp_path / name).chmod(0o755)
     done = subprocess.run([SIMDEV, *[w.format(device=device.folder) for w in words]],
                           capture_output=True, text=True, cwd=tmp_path, timeout=30)
     assert done.returncode == 125
     assert said in done.stderr and done.stderr[:-1].isprintable(), done.stderr
+    if "linked" in said:
+        assert not (device.folder / "run/stderr").exists(), "it was run on this machine itself"
+
+
+def test_the_model_is_there_in_odd_places(make_device, tmp_path):
+    """Without it the program would run on this machine itself."""
+    odd = tmp_path / "a b:c"
+    odd.mkdir()
+    for file in ("simdev", "libsimdev_preload.so"):
+        shutil.copy2(SIMDEV.parent / file, odd)
+    device = make_device()
+    log = tmp_path / "log"
+    # Few descriptors, and a closed one that the log must not be opened on.
+    done = subprocess.run(["sh", "-c", 'ulimit -n 64; exec "$0" "$@" 2>&-', odd / "simdev", "run",
+                           device.folder, "--program=/bin/true", f"--log={log}"], timeout=30)
+    assert done.returncode == 0
+    assert [json.loads(line)["op"] for line in log.read_text().splitlines()] == ["start"]
 
 
 def sweep(device, serve_tftp, old, new, *options):

@@ -3,12 +3,23 @@
 
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
 #include "tools/common/printable.h"
 
 namespace {
+
+/// A file that was opened on a free standard descriptor would get what is printed. What is opened
+/// here cannot be used the way the descriptor is, so that printing fails as it would have.
+void occupy_standard_descriptors()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
+        if (fcntl(fd, F_GETFD) < 0)
+            open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY); // the lowest free one
+}
 
 int report(const CLI::App &app, const std::exception &error, int status)
 {
@@ -22,6 +33,7 @@ int report(const CLI::App &app, const std::exception &error, int status)
 int run_command_line(CLI::App &app, int argc, char **argv, int failure_status,
                      const std::function<int()> &command)
 {
+    occupy_standard_descriptors();
     try {
         app.parse(argc, argv);
         const int status = command();

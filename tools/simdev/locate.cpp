@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/locate.h"
 
+#include <cstring>
 #include <initializer_list>
+#include <link.h>
 
 #include "tools/common/files.h"
 #include "tools/simdev/failure.h"
@@ -42,6 +44,32 @@ fs::path find_preload()
 bool is_wrapped(const fs::path &program)
 {
     return read_whole_file(program).find("simdev: the platform is wrapped") != std::string::npos;
+}
+
+bool takes_preload(const fs::path &program)
+{
+    const std::string content = read_whole_file(program);
+    if (!content.starts_with(ELFMAG))
+        return true;
+    // Of the same class and machine: then what follows has this machine's layout.
+    const std::string own = read_whole_file("/proc/self/exe");
+    ElfW(Ehdr) header = {};
+    ElfW(Ehdr) own_header = {};
+    own.copy(reinterpret_cast<char *>(&own_header), sizeof own_header);
+    content.copy(reinterpret_cast<char *>(&header), sizeof header);
+    if (memcmp(header.e_ident, own_header.e_ident, EI_VERSION) != 0 ||
+        header.e_machine != own_header.e_machine)
+        return false;
+    for (size_t index = 0; index < header.e_phnum; index++) {
+        ElfW(Phdr) segment = {};
+        const size_t position = header.e_phoff + index * sizeof segment;
+        if (position >= content.size())
+            return false;
+        content.copy(reinterpret_cast<char *>(&segment), sizeof segment, position);
+        if (segment.p_type == PT_INTERP)
+            return true;
+    }
+    return false;
 }
 
 } // namespace simdev

@@ -17,4 +17,9 @@ std::filesystem::path find_preload();
 /// failure for a file that cannot be read.
 bool is_wrapped(const std::filesystem::path &program);
 
+/// Whether the dynamic loader starts the program with a preloaded library of this machine: not
+/// where it is linked statically or for another machine. What is no ELF file is left to whoever
+/// starts it. Throws failure for a file that cannot be read.
+bool takes_preload(const std::filesystem::path &program);
+
 } // namespace simdev

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/runner.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cmath>
@@ -10,6 +11,7 @@
 #include <memory>
 #include <poll.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -29,7 +31,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int log_descriptor = 1000; // out of the way of what the program numbers
+constexpr rlim_t highest_descriptor = 1000; // out of the way of what the program numbers
 constexpr int exit_not_started = 126;
 constexpr std::array receivers = {"tmp/.upgrd_info", "tmp/.syscfg-server"};
 
@@ -91,6 +93,15 @@ fault_list read_faults(const std::vector<std::string> &faults)
     return list;
 }
 
+/// The program's descriptor of the log; the one below it is that of the preloaded library.
+int log_descriptor()
+{
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        fail_with_errno("no limit of descriptors");
+    return static_cast<int>(std::min(highest_descriptor, limit.rlim_cur - 1));
+}
+
 std::string port_list(const run_options &options)
 {
     std::string list;
@@ -126,14 +137,15 @@ std::vector<std::string> make_environment(const run_options &options, const faul
     set("FAULTS", faults.specifications);
     set("SEED", std::to_string(options.seed));
     set("SCRIPT_US", std::to_string(std::llround(device.script.seconds * 1e6)));
-    set("LOG_FD", std::to_string(log_descriptor));
+    set("LOG_FD", std::to_string(log_descriptor()));
     set("QUIET", options.quiet ? "1" : "0");
     if (wrapped) {
         // The program keeps its memory to its end by design; a finding has a status of its own.
         environment.emplace_back("ASAN_OPTIONS=detect_leaks=0:exitcode=99");
         environment.emplace_back("UBSAN_OPTIONS=print_stacktrace=1:exitcode=99");
     } else {
-        environment.push_back("LD_PRELOAD=" + find_preload().string());
+        // By its descriptor: blanks and colons of a path would end its name.
+        environment.push_back("LD_PRELOAD=/proc/self/fd/" + std::to_string(log_descriptor() - 1));
     }
     return environment;
 }
@@ -164,8 +176,16 @@ struct child_setup {
     int output;
     int error;
     int log;
+    int library;        // -1: none
+    int log_descriptor; // of the program
     std::array<bool, 3> closed;
 };
+
+/// Gives `fd`, where there is one, to the program as `number`.
+bool place(int fd, int number)
+{
+    return fd < 0 || (fd == number ? fcntl(fd, F_SETFD, 0) : dup2(fd, number)) >= 0;
+}
 
 [[noreturn]] void become_program(const child_setup &setup)
 {
@@ -174,7 +194,10 @@ struct child_setup {
     signal(SIGTERM, SIG_DFL);
     dup2(setup.output, STDOUT_FILENO);
     dup2(setup.error, STDERR_FILENO);
-    dup2(setup.log, log_descriptor);
+    // Without the library it would run on the machine itself. First, in case that its descriptor
+    // has the log's number.
+    if (!place(setup.library, setup.log_descriptor - 1) || !place(setup.log, setup.log_descriptor))
+        _exit(exit_not_started);
     for (int fd = 0; fd < 3; fd++)
         if (setup.closed[static_cast<size_t>(fd)])
             close(fd);
@@ -263,7 +286,8 @@ private:
         if (!said.empty())
             throw failure(said); // the model has refused its settings
     }
-    throw failure(program.string() + ": does not run in the simulation (is it linked statically?)");
+    throw failure(program.string() + ": did not load the simulation's library (see " +
+                  stderr_path(options).string() + ")");
 }
 
 } // namespace
@@ -298,7 +322,11 @@ run_outcome run_program(const run_options &options, const run_listener &listener
 {
     const fs::path program = options.program.empty() ? find_program() : options.program;
     const fault_list faults = read_faults(options.faults);
-    std::vector<std::string> environment = make_environment(options, faults, is_wrapped(program));
+    const bool wrapped = is_wrapped(program);
+    if (!wrapped && !takes_preload(program))
+        throw failure(program.string() + ": is not linked dynamically for this machine, so that it "
+                                         "cannot run in the simulation");
+    std::vector<std::string> environment = make_environment(options, faults, wrapped);
     std::vector<std::string> arguments = {"upgrade"};
     arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
     std::vector<char *> environment_table = pointers(environment);
@@ -309,6 +337,9 @@ run_outcome run_program(const run_options &options, const run_listener &listener
         sockets.at(index) = std::make_unique<receiver>(options.folder / receivers.at(index));
     const descriptor output(open_output(stdout_path(options), STDOUT_FILENO));
     const descriptor error(open_output(stderr_path(options), STDERR_FILENO));
+    const descriptor library(wrapped ? -1 : open(find_preload().c_str(), O_RDONLY | O_CLOEXEC));
+    if (!wrapped && library.get() < 0)
+        fail_with_errno(find_preload().string());
     std::array<int, 2> pipe_ends = {-1, -1};
     if (pipe2(pipe_ends.data(), O_CLOEXEC) < 0)
         fail_with_errno("no pipe");
@@ -318,7 +349,7 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     const int64_t started_us = now_us();
     const child_setup setup = {program.c_str(), argument_table.data(), environment_table.data(),
                                output.get(),    error.get(),           log_input.get(),
-                               faults.closed};
+                               library.get(),   log_descriptor(),      faults.closed};
     const pid_t pid = fork();
     if (pid < 0)
         fail_with_errno("no process");
