@@ -268,14 +268,15 @@ sweep_result sweep(const run_options &options, int jobs, int64_t torn,
     run_options in_copies = undisturbed;
     in_copies.folder = options.folder;
     sweeper sweeper(reference.writes, done);
-    std::vector<std::thread> threads;
+    std::vector<worker> workers; // all of them before the first thread: the disk may be full
     for (int64_t job = 0; job < std::min<int64_t>(jobs, reference.writes); job++)
-        threads.emplace_back(
-            [&sweeper,
-             worker = worker(in_copies, reference, scratch.path() / ("copy" + std::to_string(job)),
-                             torn)]() mutable { sweeper.work(worker); });
-    for (std::thread &thread : threads)
-        thread.join();
+        workers.emplace_back(in_copies, reference, scratch.path() / ("copy" + std::to_string(job)),
+                             torn);
+    {
+        std::vector<std::jthread> threads; // joined, also where one of them cannot be started
+        for (worker &worker : workers)
+            threads.emplace_back([&sweeper, &worker] { sweeper.work(worker); });
+    }
     sweep_result result;
     result.points = sweeper.result();
     result.writes = reference.writes;
