@@ -163,6 +163,7 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         ("check gone", 2, "fwpkg: gone: cannot open: No such file or directory"),
         ("plan fw --device d.toml", 0, ""),
         ("plan fw --device gone", 2, "fwpkg: gone: "),
+        ("plan fw --device /dev/zero", 2, "fwpkg: /dev/zero: more than the 1048576 bytes"),
         ("plan fw", 2, "fwpkg: --device is required"),
         ("extract fw out --key-file key", 0, ""),
         ("extract cut out2 --key-file key", 1, "fwpkg: cut: not deciphered, since the length"),

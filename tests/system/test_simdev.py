@@ -189,6 +189,8 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["init", "new", "--device=odd.toml"], 'odd.toml:1: unknown key "\\x1b[1m\\x0a"'),
     (["init", "new", "--device=torn.toml"], "torn.toml:2: "),
     (["init", "new", "--device=."], ".: cannot be read: Is a directory"),
+    (["init", "new", "--device=/dev/zero"], "/dev/zero: more than the 1048576 bytes"),
+    (["init", ""], "the folder's name is empty"),
     (["run", "{device}", "--program=static"], "static: is not linked dynamically for this machine"),
     (["run", "{device}", "--program=foreign"], "foreign: is not linked dynamically for this machine"),
     (["run", "{device}", "--grace=0"], "--grace: Value 0 not in range"),
@@ -286,6 +288,12 @@ def test_an_interrupted_sweep_tells_what_it_has_and_leaves_nothing(make_device, 
     simdev.send_signal(signal.SIGINT)
     assert b"Interrupted" in simdev.communicate(timeout=60)[0]
     assert simdev.returncode == 130 and list(scratch.iterdir()) == []
+
+
+def test_a_url_that_is_no_text_is_no_trouble_for_the_report(make_device):
+    done = subprocess.run([os.fsencode(word) for word in make_device().command("watchdog", "--json")]
+                          + [b"--", b"\xff:"], capture_output=True, timeout=60)
+    assert (done.returncode, json.loads(done.stdout)["longest_phases"]) == (1, "download (\\xff)")
 
 
 def test_the_times_without_a_kick(make_device, serve_tftp):

@@ -19,7 +19,7 @@ void descriptor::close()
     fd_ = -1;
 }
 
-std::string read_whole_file(const std::filesystem::path &path)
+std::string read_whole_file(const std::filesystem::path &path, size_t limit)
 {
     const descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     std::string content;
@@ -32,5 +32,8 @@ std::string read_whole_file(const std::filesystem::path &path)
             return content;
         if (size > 0)
             content.append(piece.data(), static_cast<size_t>(size));
+        if (content.size() > limit)
+            throw file_error(path.string() + ": more than the " + std::to_string(limit) +
+                             " bytes that can be used");
     }
 }

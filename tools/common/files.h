@@ -3,6 +3,7 @@
 // Open files and whole files.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -30,5 +31,6 @@ struct file_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The content of what can be opened at `path`, a pipe too, up to its end. Throws file_error.
-std::string read_whole_file(const std::filesystem::path &path);
+/// The content of what can be opened at `path`, a pipe too, up to its end. Throws file_error, also
+/// where there are more than `limit` bytes.
+std::string read_whole_file(const std::filesystem::path &path, size_t limit = SIZE_MAX);

@@ -138,9 +138,15 @@ device parse_device(std::string_view text, const std::string &name)
     }
 }
 
+std::string read_description(const std::filesystem::path &path)
+{
+    constexpr size_t limit = 1024 * 1024; // of which a device's keys take a few hundred
+    return read_whole_file(path, limit);
+}
+
 device read_device(const std::filesystem::path &path)
 {
-    return parse_device(read_whole_file(path), path.string());
+    return parse_device(read_description(path), path.string());
 }
 
 std::string requirement_variable(const std::string &type_name)

@@ -46,7 +46,11 @@ struct device_error : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// The description in the file `path`. Throws device_error, or file_error (tools/common/files.h).
+/// The text of the description in the file `path`, of at most 1 MiB. Throws file_error
+/// (tools/common/files.h).
+std::string read_description(const std::filesystem::path &path);
+
+/// The description in the file `path`. Throws device_error, or file_error.
 device read_device(const std::filesystem::path &path);
 
 /// The description in `text`; `name` stands for the file in errors. Throws device_error.

@@ -8,7 +8,7 @@
 #include <iostream>
 #include <thread>
 
-#include "tools/common/files.h"
+#include "tools/common/printable.h"
 #include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
 #include "tools/simdev/phases.h"
@@ -64,7 +64,7 @@ private:
 int init_command(const command_options &options)
 {
     const std::string text = options.device_file.empty() ? std::string(default_device_text)
-                                                         : read_whole_file(options.device_file);
+                                                         : read_description(options.device_file);
     make_folder(options.run.folder, text,
                 options.device_file.empty() ? "the default device" : options.device_file);
     for (const auto &[number, file] : partition_files(options.run.folder))
@@ -146,7 +146,7 @@ int watchdog_command(const command_options &options)
                           [&progress](const datagram &datagram) { progress.take(datagram); }});
     progress.finish();
     const std::string url = run.arguments.empty() ? "http:" : run.arguments.front();
-    const auto record = measure_phases(operations, url.substr(0, url.find(':')));
+    const auto record = measure_phases(operations, printable(url.substr(0, url.find(':'))));
     if (options.json)
         std::cout << phases_json(record).dump(2) << '\n';
     else

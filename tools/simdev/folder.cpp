@@ -33,6 +33,8 @@ void make_folder(const fs::path &folder, const std::string &text, const std::str
 {
     const device device = parse_device(text, name);
     std::error_code error;
+    if (folder.empty())
+        throw failure("the folder's name is empty");
     if (fs::exists(folder) && !fs::is_empty(folder, error))
         throw failure(folder.string() + ": is there already and not empty");
     for (const char *below : {"dev", "etc/rc.d/init.d", "usr/etc", "tmp", "run"}) {
