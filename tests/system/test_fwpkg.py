@@ -152,6 +152,8 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
     (folder / "d.toml").write_text('[partitions]\n2=65536\n[configuration]\nVENDOR_KEY="secret"\n')
     (folder / "cut").write_bytes((folder / "fw").read_bytes()[:-1])
     (folder / "large").write_bytes(bytes(4096001))
+    (folder / "dangling").symlink_to("made")
+    (folder / "loop").symlink_to("loop")
     rows = [
         ("show fw --key-file key", 0, ""),
         ("show fw --json --key-file key", 0, ""),
@@ -171,6 +173,8 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         ("make m.toml -o x", 2, "fwpkg: m.toml: encrypt = true needs --key-file"),
         ("make m.toml -o . --key-file key", 2, "fwpkg: .: not a regular file"),
         ("make m.toml -o gone/x --key-file key", 2, "fwpkg: gone/x: cannot create: "),
+        ("make m.toml -o dangling --key-file key", 0, ""),
+        ("make m.toml -o loop --key-file key", 2, "fwpkg: loop: cannot create: Too many levels"),
         ("condition a==1 a=1", 0, "warning: condition: a==1: the value"),
         ("condition 1a=2", 1, "fwpkg: condition: \"1a=2\" cannot be read from column 1 on"),
         ("condition a=1 =1", 2, "fwpkg: \"=1\" is not NAME=VALUE"),
@@ -186,5 +190,6 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
             assert json.loads(done.stdout)["digest_right"]
     assert (folder / "out/0-kernel.bin").read_bytes() == DATA
     assert not (folder / "out2").exists()
+    assert (folder / "made").read_bytes() == (folder / "fw").read_bytes()
     for command in ["make", "show", "check", "plan", "condition", "extract"]:
         assert f"Example:\n  fwpkg {command} " in fwpkg(command, "--help").stdout

@@ -47,6 +47,21 @@ void write_all(int fd, std::span<const uint8_t> bytes, const std::filesystem::pa
     }
 }
 
+/// Where a file of the name `path` would be made: links are followed, also one to nothing.
+std::filesystem::path follow_links(const std::filesystem::path &path)
+{
+    constexpr int link_limit = 40; // the system's own
+    std::filesystem::path target = path;
+    for (int links = 0; links < link_limit; links++) {
+        std::error_code error;
+        const std::filesystem::path next = std::filesystem::read_symlink(target, error);
+        if (error)
+            return target; // no link
+        target = target.parent_path() / next;
+    }
+    fail(path, "cannot create", ELOOP);
+}
+
 mode_t usual_mode()
 {
     const mode_t mask = umask(0);
@@ -101,7 +116,7 @@ void write_file(const std::filesystem::path &path, std::span<const uint8_t> byte
     std::error_code error;
     std::filesystem::path target = std::filesystem::canonical(path, error);
     if (error)
-        target = path;
+        target = follow_links(path);
     else if (!std::filesystem::is_regular_file(target, error))
         throw failure(path.string() + ": not a regular file", exit_unreadable);
     std::filesystem::path folder = target.parent_path();
