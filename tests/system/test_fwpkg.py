@@ -152,6 +152,8 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
     (folder / "d.toml").write_text('[partitions]\n2=65536\n[configuration]\nVENDOR_KEY="secret"\n')
     (folder / "cut").write_bytes((folder / "fw").read_bytes()[:-1])
     (folder / "large").write_bytes(bytes(4096001))
+    (folder / "asks").write_bytes(make_package(
+        [Part(2, DATA, flags=OPTIONAL, conditions=b"\0VENDOR_KEY\0x\0\xff")], key=b"secret"))
     (folder / "dangling").symlink_to("made")
     (folder / "loop").symlink_to("loop")
     rows = [
@@ -164,6 +166,8 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         ("check large", 1, "fwpkg: large: 4096001 bytes, at most 4096000 can be used"),
         ("check gone", 2, "fwpkg: gone: cannot open: No such file or directory"),
         ("plan fw --device d.toml", 0, ""),
+        ("plan asks --device d.toml", 0, ""),
+        ("plan asks --device d.toml --json", 0, ""),
         ("plan fw --device gone", 2, "fwpkg: gone: "),
         ("plan fw --device /dev/zero", 2, "fwpkg: /dev/zero: more than the 1048576 bytes"),
         ("plan fw", 2, "fwpkg: --device is required"),
@@ -186,7 +190,7 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         assert done.stderr.startswith(line) and bool(done.stderr) == bool(line), done.stderr
         assert "secret" not in (done.stdout + done.stderr).replace("--key=secret", "")
         assert "\033" not in done.stdout + done.stderr
-        if "--json" in arguments:
+        if "show" in arguments and "--json" in arguments:
             assert json.loads(done.stdout)["digest_right"]
     assert (folder / "out/0-kernel.bin").read_bytes() == DATA
     assert not (folder / "out2").exists()

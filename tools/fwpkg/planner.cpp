@@ -25,7 +25,15 @@ constexpr int requirement_capacity = 1024; // what the device compiles a require
 
 using lookup = std::function<const char *(const char *name)>;
 
-std::vector<planned_comparison> compare_all(std::span<const uint8_t> code, const lookup &find)
+/// The name that the device has its key under.
+const char *key_name()
+{
+    return getsyscfg("VENDOR_KEY") != nullptr ? "VENDOR_KEY" : "VENID";
+}
+
+/// `hidden`, unless it is empty, is the name whose value is compared but not shown.
+std::vector<planned_comparison> compare_all(std::span<const uint8_t> code, const lookup &find,
+                                            const std::string &hidden)
 {
     std::vector<planned_comparison> result;
     const std::vector<condition_item> items = list_condition(code);
@@ -34,8 +42,11 @@ std::vector<planned_comparison> compare_all(std::span<const uint8_t> code, const
             continue;
         const char *answer = find(item.name.c_str());
         const auto actual = answer == nullptr ? std::nullopt : std::optional<std::string>(answer);
-        result.push_back(
-            {item_text(item), actual, comparison_holds(item, actual), value_traps(item, actual)});
+        const bool holds = comparison_holds(item, actual);
+        if (actual && item.name == hidden)
+            result.push_back({item_text(item), "(the key)", holds, {}});
+        else
+            result.push_back({item_text(item), actual, holds, value_traps(item, actual)});
     }
     return result;
 }
@@ -140,7 +151,7 @@ bool list_requirement(std::string text, const package_part &part, planned_part &
     _feature_set = part.features;
     _feature_set_size = part.features_length;
     planned.requirement =
-        compare_all(std::span(code).first(static_cast<size_t>(length)), get_feature);
+        compare_all(std::span(code).first(static_cast<size_t>(length)), get_feature, "");
     _feature_set = nullptr;
     _feature_set_size = 0;
     return true;
@@ -168,7 +179,7 @@ bool planner::requirement_applies(package_part &part, planned_part &planned)
 bool planner::part_applies(package_part &part, planned_part &planned)
 {
     const std::span<const uint8_t> code(part.conditions, part.conditions_length);
-    planned.conditions = compare_all(code, getsyscfg);
+    planned.conditions = compare_all(code, getsyscfg, key_name());
     if (eval_conditions(part.conditions, part.conditions_length, getsyscfg) == 0 &&
         !drop(part, planned, "its conditions are not met" + failed_comparison(planned.conditions)))
         return false;
