@@ -188,6 +188,7 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["init", "new", "--device=wrong.toml"], 'wrong.toml:2: partition "12" is not one of 0 to 9'),
     (["init", "new", "--device=odd.toml"], 'odd.toml:1: unknown key "\\x1b[1m\\x0a"'),
     (["init", "new", "--device=torn.toml"], "torn.toml:2: "),
+    (["init", "new", "--device=deep.toml"], "deep.toml:2: more than 10000 dots"),
     (["init", "new", "--device=."], ".: cannot be read: Is a directory"),
     (["init", "new", "--device=/dev/zero"], "/dev/zero: more than the 1048576 bytes"),
     (["init", ""], "the folder's name is empty"),
@@ -197,7 +198,8 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
 ])
 def test_what_it_refuses(make_device, tmp_path, words, said):
     device = make_device()
-    files = {"wrong": "[partitions]\n12 = 65536\n", "odd": '"\\u001b[1m\\n" = 1\n', "torn": "\n\x1b=1\n"}
+    files = {"wrong": "[partitions]\n12 = 65536\n", "odd": '"\\u001b[1m\\n" = 1\n', "torn": "\n\x1b=1\n",
+             "deep": "\n" + "a." * 100000 + "a=1\n"}
     for name, text in files.items():
         (tmp_path / f"{name}.toml").write_text(text)
     # The same program without its interpreter, and for a machine of another kind.

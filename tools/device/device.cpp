@@ -4,12 +4,11 @@
 #include <algorithm>
 #include <iterator>
 
-#include <toml++/toml.h>
-
 #include "flash/flash.h"
 #include "package/package.h"
 #include "tools/common/files.h"
 #include "tools/common/printable.h"
+#include "tools/common/toml_text.h"
 
 namespace {
 
@@ -132,7 +131,7 @@ device parse_device(std::string_view text, const std::string &name)
 {
     reader reader(name);
     try {
-        return reader.read(toml::parse(text));
+        return reader.read(parse_toml(text));
     } catch (const toml::parse_error &error) {
         reader.fail(error.source(), std::string(error.description()));
     }

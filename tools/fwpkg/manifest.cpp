@@ -4,9 +4,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include <toml++/toml.h>
-
 #include "package/package.h"
+#include "tools/common/toml_text.h"
 #include "tools/fwpkg/failure.h"
 #include "tools/fwpkg/files.h"
 #include "tools/fwpkg/text.h"
@@ -170,7 +169,7 @@ manifest read_manifest(const std::filesystem::path &path)
     reader reader(path);
     try {
         const std::string text(bytes.begin(), bytes.end());
-        return reader.read(toml::parse(text));
+        return reader.read(parse_toml(text));
     } catch (const toml::parse_error &error) {
         reader.fail(error.source(), std::string(error.description()));
     }
