@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/summary.h"
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <sstream>
+#include <sys/mman.h>
 
 #include "flash/crc32.h"
 #include "flash/flash.h"
 #include "tools/common/files.h"
 #include "tools/common/printable.h"
 #include "tools/simdev/core/sim.h"
+#include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
 
 namespace simdev {
@@ -84,10 +88,18 @@ std::string trailer_text(const trailer_state &trailer)
     return text;
 }
 
+// Mapped, since a partition may be larger than the memory.
 trailer_state trailer_of(const run_options &options, int number)
 {
-    return judge_trailer(
-        read_whole_file(options.folder / "dev" / ("fla" + std::to_string(number))));
+    const fs::path path = options.folder / "dev" / ("fla" + std::to_string(number));
+    const descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const size_t size = fs::file_size(path);
+    void *content = mmap(nullptr, size, PROT_READ, MAP_SHARED, file.get(), 0);
+    if (content == MAP_FAILED)
+        throw failure(path.string() + ": cannot be mapped: " + strerror(errno));
+    const trailer_state state = judge_trailer({static_cast<const char *>(content), size});
+    munmap(content, size);
+    return state;
 }
 
 /// Real time beyond the virtual time, in percent of it.
