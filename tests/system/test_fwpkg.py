@@ -150,6 +150,7 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
     """Rows: arguments, exit status, what standard error begins with; the key shows nowhere."""
     fwpkg("make", "m.toml", "-o", "fw", "--key-file", "key", folder=folder)
     (folder / "d.toml").write_text('[partitions]\n2=65536\n[configuration]\nVENDOR_KEY="secret"\n')
+    (folder / "small\33.toml").write_text("[partitions]\n2=5120\n")
     (folder / "cut").write_bytes((folder / "fw").read_bytes()[:-1])
     (folder / "large").write_bytes(bytes(4096001))
     (folder / "asks").write_bytes(make_package(
@@ -161,6 +162,7 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         ("show fw --json --key-file key", 0, ""),
         ("show fw", 2, "fwpkg: fw: enciphered, and no key is given"),
         ("check fw --key-file key --device d.toml", 0, ""),
+        ("check fw --key-file key --device small\33.toml", 0, ""),
         ("check fw", 2, "fwpkg: fw: enciphered, and no key is given"),
         ("check cut --key-file key", 1, ""),
         ("check large", 1, "fwpkg: large: 4096001 bytes, at most 4096000 can be used"),
@@ -195,5 +197,10 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
     assert (folder / "out/0-kernel.bin").read_bytes() == DATA
     assert not (folder / "out2").exists()
     assert (folder / "made").read_bytes() == (folder / "fw").read_bytes()
+    for command in ["show fw --key-file key", "--help", "show --help"]:
+        with open("/dev/full", "w") as full:
+            done = subprocess.run([FWPKG, *command.split()], cwd=folder, stdout=full,
+                                  stderr=subprocess.PIPE, text=True, timeout=60, check=False)
+        assert (done.returncode, done.stderr) == (2, "fwpkg: cannot write the output\n")
     for command in ["make", "show", "check", "plan", "condition", "extract"]:
         assert f"Example:\n  fwpkg {command} " in fwpkg(command, "--help").stdout

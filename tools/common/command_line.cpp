@@ -35,13 +35,16 @@ int run_command_line(CLI::App &app, int argc, char **argv, int failure_status,
 {
     occupy_standard_descriptors();
     try {
-        app.parse(argc, argv);
-        const int status = command();
+        int status = 0;
+        try {
+            app.parse(argc, argv);
+            status = command();
+        } catch (const CLI::Success &help) {
+            status = app.exit(help);
+        }
         if (fflush(stdout) != 0 || ferror(stdout) != 0)
             throw command_failure("cannot write the output", failure_status);
         return status;
-    } catch (const CLI::Success &help) {
-        return app.exit(help);
     } catch (const CLI::ParseError &error) {
         return report(app, std::runtime_error(std::string(error.what()) + " (see --help)"),
                       failure_status);

@@ -69,7 +69,7 @@ void advise_trailer(const part_entry &entry, const named_device &device,
     const uint64_t needed = uint64_t{entry.part.size} + sizeof(partition_trailer);
     if (needed > partition->second)
         warn(findings, entry.place(),
-             device.name + ": its " + std::to_string(entry.part.size) +
+             printable(device.name) + ": its " + std::to_string(entry.part.size) +
                  " bytes and the trailer's " + std::to_string(sizeof(partition_trailer)) +
                  " do not fit the partition of " + std::to_string(partition->second) + " bytes",
              {{"size", entry.part.size}, {"partition", partition->second}});
