@@ -222,15 +222,16 @@ def test_the_model_is_there_in_odd_places(make_device, tmp_path):
     """Without it the program would run on this machine itself."""
     odd = tmp_path / "a b:c"
     odd.mkdir()
-    for file in ("simdev", "libsimdev_preload.so"):
+    for file in ("simdev", "libsimdev_preload.so", "upgrade_wrapped", "../../upgrade/upgrade"):
         shutil.copy2(SIMDEV.parent / file, odd)
-    device = make_device()
     log = tmp_path / "log"
     # Few descriptors, and a closed one that the log must not be opened on.
     done = subprocess.run(["sh", "-c", 'ulimit -n 64; exec "$0" "$@" 2>&-', odd / "simdev", "run",
-                           device.folder, "--program=/bin/true", f"--log={log}"], timeout=30)
-    assert done.returncode == 0
-    assert [json.loads(line)["op"] for line in log.read_text().splitlines()] == ["start"]
+                           make_device().folder, f"--log={log}", "--", "http:///"], timeout=30)
+    assert done.returncode == 1
+    operations = [json.loads(line) for line in log.read_text().splitlines()]
+    assert operations[0]["op"] == "start"
+    assert "UPGRD_ERROR=DOWNLOAD FAILED" in [operation.get("text") for operation in operations]
 
 
 def sweep(device, serve_tftp, old, new, *options):
