@@ -22,9 +22,12 @@ target_compile_options(common_options INTERFACE
     -fstack-protector-strong)
 target_link_options(common_options INTERFACE -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
 if(UPGRADE_SANITIZE)
+    # All targets but those with the property NOT_SANITIZED.
+    set(sanitized "$<NOT:$<BOOL:$<TARGET_PROPERTY:NOT_SANITIZED>>>")
     target_compile_options(common_options INTERFACE
-        -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-    target_link_options(common_options INTERFACE -fsanitize=address,undefined)
+        "$<${sanitized}:-fsanitize=address,undefined;-fno-sanitize-recover=all>"
+        -fno-omit-frame-pointer)
+    target_link_options(common_options INTERFACE "$<${sanitized}:-fsanitize=address,undefined>")
     if(UPGRADE_FUZZ)
         target_compile_options(common_options INTERFACE -fsanitize=fuzzer-no-link)
         target_link_options(common_options INTERFACE -fsanitize=fuzzer-no-link)
