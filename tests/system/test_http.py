@@ -35,6 +35,17 @@ def trust(device, authority):
     shutil.copy(authority, target)
 
 
+def run_patiently(device, url, **options):
+    """A run in which every wait is answered. Made again where a read ended within the last 4096 bytes
+    of a package, which fails a plain HTTP download (docs/package-server.md): when nginx's pieces and
+    the program's reads meet is up to the machine."""
+    for _ in range(5):
+        run = device.run(url, **PATIENT, **options)
+        if run.status == 0 or not url.startswith("http:") or b"recv error:Success" not in run.stderr:
+            break
+    return run
+
+
 def failed(run):
     """Nothing was touched: the script has not run either."""
     assert run.status == 1
@@ -51,8 +62,8 @@ def failed(run):
 def test_nginx_serves_an_upgrade(url, nginx, make_device):
     device = make_device()
     trust(device, nginx.authority)
-    run = device.run(url.format(http=nginx.http, https=nginx.https),
-                     ports=[(80, nginx.http), (443, nginx.https)], **PATIENT)
+    run = run_patiently(device, url.format(http=nginx.http, https=nginx.https),
+                        ports=[(80, nginx.http), (443, nginx.https)])
     assert run.status == 0, run.stderr[-2000:]
     assert device.flash(3).startswith(CONTENT)
     assert run.datagrams[:2] == ["UPGRD_STAGE=DOWNLOADING", "UPGRD_PERCENTAGE=0"]
@@ -65,7 +76,7 @@ def test_the_buffer_holds_4096000_bytes_and_no_more(scheme, nginx, make_device):
     device = make_device(partitions={3: 4_096_000})
     trust(device, nginx.authority)
     base = f"{scheme}://127.0.0.1:{getattr(nginx, scheme)}/"
-    assert device.run(base + "largest.pkg", **PATIENT).status == 0
+    assert run_patiently(device, base + "largest.pkg").status == 0
     assert failed(device.run(base + "larger.pkg", **PATIENT))
     assert failed(device.run(base + "none.pkg"))
 
