@@ -94,6 +94,8 @@ trailer_state trailer_of(const run_options &options, int number)
     const fs::path path = options.folder / "dev" / ("fla" + std::to_string(number));
     const descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     const size_t size = fs::file_size(path);
+    if (size == 0)
+        return judge_trailer({}); // nothing can be mapped
     void *content = mmap(nullptr, size, PROT_READ, MAP_SHARED, file.get(), 0);
     if (content == MAP_FAILED)
         throw failure(path.string() + ": cannot be mapped: " + strerror(errno));
