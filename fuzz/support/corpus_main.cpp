@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Runs a fuzz target over every file of the corpus in the folder that is its argument. A finding
-// ends it by a signal; a folder without files is a failure, so that a lost corpus is noticed.
+// Runs a fuzz target over every file of the folders that are its arguments. A finding ends it by a
+// signal; a folder without files is a failure, so that a lost corpus is noticed.
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -15,9 +15,12 @@ int main(int count, char **arguments)
 {
     std::vector<std::filesystem::path> files;
     std::error_code error;
-    if (count == 2) {
-        for (const auto &entry : std::filesystem::directory_iterator(arguments[1], error))
+    bool complete = count > 1;
+    for (int argument = 1; argument < count; argument++) {
+        const size_t before = files.size();
+        for (const auto &entry : std::filesystem::directory_iterator(arguments[argument], error))
             files.push_back(entry.path());
+        complete = complete && files.size() > before;
     }
     std::sort(files.begin(), files.end());
     LLVMFuzzerInitialize(&count, &arguments);
@@ -30,5 +33,5 @@ int main(int count, char **arguments)
         LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
     }
     dprintf(STDOUT_FILENO, "%zu files\n", files.size());
-    return files.empty() ? 1 : 0;
+    return complete ? 0 : 1;
 }
