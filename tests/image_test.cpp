@@ -1,0 +1,161 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/image/compare.h"
+#include "tools/image/trailer.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+
+#include "tools/common/files.h"
+
+namespace {
+
+using image::trailer_state;
+
+image::reader text_reader(const std::string &text)
+{
+    return image::memory_reader({reinterpret_cast<const uint8_t *>(text.data()), text.size()});
+}
+
+image::candidate text_candidate(const std::string &name, const std::string &text)
+{
+    return {name, {reinterpret_cast<const uint8_t *>(text.data()), text.size()}};
+}
+
+/// "123456789" and its trailer: CRC 0xCBF43926, length 9, their sum with the magic, the magic.
+const std::string trailer_of_digits("\x26\x39\xF4\xCB\x09\0\0\0\x60\xA9\x36\x10\x31\x70\x42\x44",
+                                    16);
+
+TEST(Image, JudgesTheTrailerByCheckWordThenByCrc)
+{
+    const std::string gap(7, '\xFF');
+    const std::string whole = "123456789" + gap + trailer_of_digits;
+    const auto changed = [&whole](size_t at) {
+        std::string text = whole;
+        text[at] = static_cast<char>(text[at] ^ 1);
+        return text;
+    };
+    // Length and check word 8 or 33 higher.
+    std::string other_length = whole;
+    other_length[20] = 33;
+    other_length[24] = '\x78';
+    struct row {
+        std::string content;
+        trailer_state state;
+        const char *name;
+        std::optional<uint32_t> crc;
+    };
+    const row rows[] = {
+        {whole, trailer_state::valid, "valid", 0xCBF43926},
+        {changed(10), trailer_state::valid, "valid", 0xCBF43926}, // behind the length
+        {changed(8), trailer_state::crc_wrong, "CRC wrong", 0xBCF309B0},
+        {changed(16), trailer_state::none, "no trailer", {}}, // crc, length, check, magic
+        {changed(20), trailer_state::none, "no trailer", {}},
+        {changed(24), trailer_state::none, "no trailer", {}},
+        {changed(28), trailer_state::none, "no trailer", {}},
+        {other_length, trailer_state::crc_wrong, "CRC wrong", {}}, // more than there is
+        {whole.substr(17), trailer_state::none, "no trailer", {}},
+        {"", trailer_state::none, "no trailer", {}},
+    };
+    for (const row &row : rows) {
+        const image::trailer_verdict verdict = judge_trailer(text_reader(row.content));
+        EXPECT_EQ(verdict.state, row.state) << &row - rows;
+        EXPECT_STREQ(name(verdict.state), row.name);
+        EXPECT_EQ(verdict.content_crc, row.crc) << &row - rows;
+    }
+    const image::trailer_verdict verdict = judge_trailer(text_reader(changed(24)));
+    EXPECT_EQ(verdict.crc, 0xCBF43926);
+    EXPECT_EQ(verdict.length, 9);
+    EXPECT_EQ(verdict.check, 0x1036A961);
+    EXPECT_EQ(verdict.magic, 0x44427031);
+    EXPECT_TRUE(verdict.magic_right);
+    EXPECT_FALSE(verdict.check_right);
+}
+
+/// A run as "first+count owners", "erased" or "-" for none.
+std::string text(const std::vector<image::run> &runs)
+{
+    std::string all;
+    for (const image::run &run : runs) {
+        all += std::to_string(run.first) + "+" + std::to_string(run.count) + " ";
+        for (const size_t owner : run.owners)
+            all += std::to_string(owner);
+        all += run.owners.empty() ? run.erased ? "erased; " : "-; " : "; ";
+    }
+    return all;
+}
+
+/// Blocks named by a letter each; '.' is an erased one.
+std::string blocks(const std::string &letters)
+{
+    std::string all;
+    for (const char letter : letters)
+        all += std::string(4096, letter == '.' ? '\xFF' : letter);
+    return all;
+}
+
+TEST(Image, TellsWhoseBlocksAPartitionHolds)
+{
+    // A block of its own each at the end, which the trailer is in.
+    const std::string older = blocks("aabb") + "old end";
+    const std::string newer = blocks("acbd") + std::string(4000, 'n');
+    struct row {
+        std::string content;
+        const char *runs;
+        const char *state;
+    };
+    const row rows[] = {
+        {blocks("......"), "0+6 erased; ", "erased"},
+        {older + blocks("x"), "0+5 0; 5+1 -; ", "whole"},
+        {newer + std::string(8192 - 4000, '\xFF'), "0+5 1; 5+1 erased; ", "whole"},
+        {blocks("acbb") + "old end" + blocks(".").substr(7) + blocks("."), // two shared blocks
+         "0+3 1; 3+2 0; 5+1 erased; ", "mixed"},
+        {blocks("zabz..z"), "0+1 -; 1+2 0; 3+1 -; 4+2 erased; 6+1 -; ", "mixed"},
+        {blocks("zzz.") + "short", "0+3 -; 3+1 erased; 4+1 -; ", "unknown"},
+        {"", "", "erased"},
+    };
+    const std::array candidates = {text_candidate("old", older), text_candidate("new", newer)};
+    for (const row &row : rows) {
+        const image::comparison found = compare(text_reader(row.content), candidates);
+        EXPECT_EQ(text(found.runs), row.runs) << &row - rows;
+        EXPECT_STREQ(name(judge_content(found)), row.state) << &row - rows;
+    }
+    const image::comparison mixed = compare(text_reader(rows[3].content), candidates);
+    EXPECT_EQ(mixed.presences[0].blocks, 5);
+    EXPECT_EQ(mixed.presences[0].matching, 4);
+    EXPECT_EQ(mixed.presences[1].matching, 3);
+    EXPECT_FALSE(mixed.presences[0].whole);
+}
+
+TEST(Image, LeavesTheTrailersPlaceOutOfTheComparison)
+{
+    const std::string part = blocks("pq");
+    const std::array candidates = {text_candidate("part", part)};
+    const auto whole = [&candidates](const std::string &content) {
+        return compare(text_reader(content), candidates).presences[0].whole;
+    };
+    const std::string trailed = part.substr(0, 8192 - 16) + trailer_of_digits;
+    EXPECT_TRUE(whole(trailed));
+    EXPECT_FALSE(whole(part.substr(0, 8192 - 17) + "!" + trailer_of_digits));
+    EXPECT_FALSE(whole(trailed.substr(1))); // the partition is too small for it
+    EXPECT_FALSE(whole(part.substr(0, 8191)));
+}
+
+TEST(Image, ReadsFilesOfAnySize)
+{
+    const std::filesystem::path path = testing::TempDir() + "image_test.bin";
+    constexpr uint64_t size = (UINT64_C(5) << 30) + 9; // sparse
+    std::ofstream(path, std::ios::binary) << "123456789";
+    std::filesystem::resize_file(path, size);
+    std::fstream(path).seekp(static_cast<std::streamoff>(size - 16)) << trailer_of_digits;
+    const image::reader reader = image::file_reader(path);
+    EXPECT_EQ(reader.size, size);
+    EXPECT_EQ(judge_trailer(reader).state, trailer_state::valid);
+    std::filesystem::resize_file(path, size - 1);
+    EXPECT_THROW(judge_trailer(reader), file_error);
+    std::filesystem::remove(path);
+    EXPECT_THROW(image::file_reader(path), file_error);
+    EXPECT_THROW(image::file_reader(testing::TempDir()), file_error);
+}
+
+} // namespace

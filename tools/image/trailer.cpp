@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/image/trailer.h"
+
+#include <array>
+#include <cstring>
+
+#include "flash/crc32.h"
+#include "flash/flash.h"
+
+namespace image {
+
+trailer_verdict judge_trailer(const reader &reader)
+{
+    trailer_verdict verdict;
+    partition_trailer trailer;
+    std::array<uint8_t, sizeof trailer> bytes;
+    if (reader.size < bytes.size())
+        return verdict;
+    reader.read(reader.size - bytes.size(), bytes);
+    memcpy(&trailer, bytes.data(), sizeof trailer);
+    verdict.crc = trailer.crc;
+    verdict.length = trailer.length;
+    verdict.check = trailer.check;
+    verdict.magic = trailer.magic;
+    verdict.magic_right = trailer.magic == partition_trailer_magic;
+    verdict.check_right = trailer.check == trailer.crc + trailer.length + trailer.magic;
+    if (!verdict.magic_right || !verdict.check_right)
+        return verdict;
+    verdict.state = trailer_state::crc_wrong;
+    if (trailer.length > reader.size)
+        return verdict;
+    uint32_t crc = 0;
+    each_piece(reader, trailer.length, [&crc](uint64_t, std::span<const uint8_t> piece) {
+        crc = crc32(crc, piece.data(), piece.size());
+        return true;
+    });
+    verdict.content_crc = crc;
+    if (crc == trailer.crc)
+        verdict.state = trailer_state::valid;
+    return verdict;
+}
+
+const char *name(trailer_state state)
+{
+    switch (state) {
+    case trailer_state::none:
+        return "no trailer";
+    case trailer_state::crc_wrong:
+        return "CRC wrong";
+    case trailer_state::valid:
+        break;
+    }
+    return "valid";
+}
+
+} // namespace image
