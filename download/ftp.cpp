@@ -12,6 +12,7 @@
 #include "download/ftp_control.h"
 #include "download/ftp_url.h"
 #include "download/safe_io.h"
+#include "platform/diagnostic.h"
 #include "platform/number.h"
 
 namespace {
@@ -25,6 +26,19 @@ enum ftp_reply : int {
     reply_logged_in = 230,
     reply_need_password = 331,
 };
+
+// What the messages of this unit begin with; see platform/diagnostic.h.
+constexpr diagnostic_place in_download(int number)
+{
+    return {.unit = "ftp.c", .function = "ftp_downloader_download", .number = number};
+}
+constexpr diagnostic_place at_greeting = in_download(255);
+constexpr diagnostic_place at_login = in_download(274);
+constexpr diagnostic_place at_size = in_download(288);
+constexpr diagnostic_place at_passive = in_download(298);
+constexpr diagnostic_place at_retrieve = in_download(310);
+constexpr diagnostic_place at_end = in_download(362);
+constexpr diagnostic_place at_open_memory = {"ftp.c", "ftp_downloader_open", 391};
 
 struct ftp_downloader {
     downloader base;
@@ -68,8 +82,7 @@ void connect_control(transfer *state)
     ftp_downloader *ftp = state->ftp;
     const hostent *entry = gethostbyname(ftp->host);
     if (entry == nullptr || entry->h_addrtype != AF_INET) {
-        // The line of a failed connect.
-        fprintf(stderr, "ftp.c:open_socket:106: connect error: %s", hstrerror(h_errno));
+        diagnose(at_connect, "connect error: %s", hstrerror(h_errno));
         ftp->control_socket = -1;
         return;
     }
@@ -88,7 +101,7 @@ int read_greeting(transfer *state)
     if (code < 0)
         return -1;
     if (code != reply_ready) {
-        fprintf(stderr, "ftp.c:ftp_downloader_download:255: %s", reply_text(state));
+        diagnose(at_greeting, "%s", reply_text(state));
         state->result = -1;
     }
     return 0;
@@ -106,7 +119,7 @@ int log_in(transfer *state)
     if (code < 0)
         return -1;
     if (code != reply_logged_in)
-        fprintf(stderr, "ftp.c:ftp_downloader_download:274: ftp login: %s\n", reply_text(state));
+        diagnose(at_login, "ftp login: %s\n", reply_text(state));
     return 0;
 }
 
@@ -120,7 +133,7 @@ int ask_size(transfer *state)
     char *end = nullptr;
     state->ftp->size = number_from_text(reply_text(state), 0, &end);
     if (end == reply_text(state)) {
-        fprintf(stderr, "ftp.c:ftp_downloader_download:288: SIZE value is garbage\n");
+        diagnose(at_size, "SIZE value is garbage\n");
         state->result = -1;
     }
     return 0;
@@ -144,7 +157,7 @@ int connect_data(transfer *state)
     if (code < 0)
         return -1;
     if (code != reply_entering_passive)
-        fprintf(stderr, "ftp.c:ftp_downloader_download:298: PASV: %s\n", reply_text(state));
+        diagnose(at_passive, "PASV: %s\n", reply_text(state));
     const int64_t low = cut_last_number(state->reply);
     const int64_t high = cut_last_number(state->reply);
     state->server.sin_port = htons(static_cast<in_port_t>(low + 256 * high));
@@ -158,7 +171,7 @@ int start_transfer(transfer *state)
     if (code < 0)
         return -1;
     if (code > reply_file_status_okay)
-        fprintf(stderr, "ftp.c:ftp_downloader_download:310: RETR: %s\n", reply_text(state));
+        diagnose(at_retrieve, "RETR: %s\n", reply_text(state));
     fprintf(stderr, "ftp->total = %d\n", state->ftp->size);
     return 0;
 }
@@ -208,7 +221,7 @@ void close_dialogue(transfer *state)
     ftp_downloader *ftp = state->ftp;
     close(ftp->data_socket);
     if (exchange(state, nullptr, nullptr) != reply_transfer_complete)
-        fprintf(stderr, "ftp.c:ftp_downloader_download:362: ftp error\n");
+        diagnose(at_end, "ftp error\n");
     exchange(state, "QUIT", nullptr);
     close(ftp->control_socket);
 }
@@ -251,7 +264,7 @@ downloader *ftp_downloader_open(char *url)
 {
     auto *ftp = static_cast<ftp_downloader *>(calloc(1, sizeof(ftp_downloader)));
     if (ftp == nullptr) {
-        fprintf(stderr, "ftp.c:ftp_downloader_open:391: malloc: %s\n", strerror(errno));
+        diagnose(at_open_memory, "malloc: %s\n", strerror(errno));
         return nullptr;
     }
     if (parse_url(url, &ftp->url) != 0) {

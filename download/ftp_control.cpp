@@ -14,6 +14,9 @@
 
 namespace {
 
+constexpr diagnostic_place at_socket = {"ftp.c", "open_socket", 101};
+constexpr diagnostic_place at_reply = {"ftp.c", "ftpcmd", 127};
+
 constexpr size_t command_size = 1024;
 constexpr size_t read_size = ftp_reply_size - 2;
 
@@ -41,7 +44,7 @@ int open_socket(const sockaddr_in *address)
 {
     const int result = socket(AF_INET, SOCK_STREAM, 0);
     if (result < 0) {
-        fprintf(stderr, "ftp.c:open_socket:101: socket error: %s", strerror(errno));
+        diagnose(at_socket, "socket error: %s", strerror(errno));
         return -1;
     }
     // The kernel gives up connecting well before this.
@@ -49,7 +52,7 @@ int open_socket(const sockaddr_in *address)
     setsockopt(result, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof(silence));
     setsockopt(result, SOL_SOCKET, SO_SNDTIMEO, &silence, sizeof(silence));
     if (connect(result, reinterpret_cast<const sockaddr *>(address), sizeof(*address)) != 0) {
-        fprintf(stderr, "ftp.c:open_socket:106: connect error: %s", strerror(errno));
+        diagnose(at_connect, "connect error: %s", strerror(errno));
         close(result);
         return -1;
     }
@@ -67,7 +70,7 @@ int ftpcmd(const char *command, const char *argument, int socket, char *reply)
         const int error = length == 0 ? ECONNRESET : errno;
         reply[length > 0 ? length : 0] = '\0';
         if (length <= 0) {
-            fprintf(stderr, "ftp.c:ftpcmd:127: fgets error: %s", strerror(error));
+            diagnose(at_reply, "fgets error: %s", strerror(error));
             if (error != EINTR)
                 return -1;
         }

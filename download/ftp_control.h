@@ -11,8 +11,13 @@
 #include <netinet/in.h>
 #include <sys/types.h>
 
+#include "platform/diagnostic.h"
+
 /// Seconds without a byte after which a read or a write on a socket of `open_socket` fails.
 constexpr time_t ftp_silence_seconds = 300;
+
+/// The place of the message about a failed connect, for a host that is not found, too.
+constexpr diagnostic_place at_connect = {"ftp.c", "open_socket", 106};
 
 /// Bytes of a reply buffer.
 constexpr size_t ftp_reply_size = 512;

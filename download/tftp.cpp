@@ -13,6 +13,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "platform/bytes.h"
+#include "platform/diagnostic.h"
+
 namespace {
 
 enum tftp_command {
@@ -35,6 +38,24 @@ constexpr int retry_count = 5;
 constexpr int answer_timeout_seconds = 5;
 constexpr int idle_answer_limit = 10'000; // answers without a new block; a sane peer sends a few
 constexpr char tftp_mode[] = "octet";
+
+// What the messages of this unit begin with; see platform/diagnostic.h.
+constexpr diagnostic_place in_do_tftp(int number)
+{
+    return {.unit = "tftp.c", .function = "do_tftp", .number = number};
+}
+constexpr diagnostic_place at_socket = in_do_tftp(208);
+constexpr diagnostic_place at_request = in_do_tftp(257);
+constexpr diagnostic_place at_send = in_do_tftp(296);
+constexpr diagnostic_place at_receive = in_do_tftp(321);
+constexpr diagnostic_place at_timeout = in_do_tftp(339);
+constexpr diagnostic_place at_last_timeout = in_do_tftp(344);
+constexpr diagnostic_place at_select = in_do_tftp(349);
+constexpr diagnostic_place at_error_packet = in_do_tftp(378);
+constexpr diagnostic_place at_store = in_do_tftp(404);
+constexpr diagnostic_place at_download = {"tftp.c", "tftp_downloader_download", 466};
+constexpr diagnostic_place at_open_memory = {"tftp.c", "tftp_downloader_open", 497};
+constexpr diagnostic_place at_open_url = {"tftp.c", "tftp_downloader_open", 505};
 
 struct tftp_downloader {
     downloader base;
@@ -62,31 +83,6 @@ struct transfer {
     int idle_answers;
     iobuf_writer writer;
 };
-
-// The line numbers of the messages are fixed texts: they stay comparable from one version to the
-// next.
-void report(const char *function, int line, const char *text)
-{
-    fprintf(stderr, "%s:%s:%d: %s\n", "tftp.c", function, line, text);
-}
-
-// With the reason of a failed system call.
-void report_errno(int line, const char *text)
-{
-    const char *reason = strerror(errno);
-    fprintf(stderr, "%s:%s:%d: %s: %s\n", "tftp.c", "do_tftp", line, text, reason);
-}
-
-uint16_t load_be16(const uint8_t *bytes)
-{
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
-
-void store_be16(uint8_t *bytes, uint16_t value)
-{
-    bytes[0] = static_cast<uint8_t>(value >> 8);
-    bytes[1] = static_cast<uint8_t>(value);
-}
 
 // Stores `size` bytes in the block buffer. False when no block is to be had.
 bool store_data(iobuf_writer *writer, const uint8_t *data, int size)
@@ -124,7 +120,7 @@ int build_packet(transfer *transfer)
         const size_t name_size = strlen(transfer->file) + 1;
         // The buffer's last byte stays free.
         if (2 + name_size + sizeof tftp_mode > packet_capacity - 1) {
-            report("do_tftp", 257, "too long remote-filename");
+            diagnose(at_request, "too long remote-filename\n");
             return -1;
         }
         memcpy(at, transfer->file, name_size);
@@ -169,7 +165,7 @@ answer_kind receive_answer(transfer *transfer, int *received_size)
 {
     const int ready = wait_for_answer(transfer->fd);
     if (ready < 0) {
-        report_errno(349, "select error");
+        diagnose(at_select, "select error: %s\n", strerror(errno));
         return answer_failed;
     }
     if (ready == 0)
@@ -179,7 +175,7 @@ answer_kind receive_answer(transfer *transfer, int *received_size)
     const ssize_t size = recvfrom(transfer->fd, transfer->answer, sizeof transfer->answer, 0,
                                   reinterpret_cast<sockaddr *>(&sender), &sender_size);
     if (size < 0) {
-        report_errno(321, "recvfrom error");
+        diagnose(at_receive, "recvfrom error: %s\n", strerror(errno));
         return answer_failed;
     }
     if (!is_whole(transfer->answer, size))
@@ -198,7 +194,7 @@ bool idle_answer_ends(transfer *transfer)
 {
     if (++transfer->idle_answers < idle_answer_limit)
         return false;
-    report("do_tftp", 344, "last timeout");
+    diagnose(at_last_timeout, "last timeout\n");
     return true;
 }
 
@@ -212,7 +208,7 @@ int exchange_packet(transfer *transfer, int size)
         if (sendto(transfer->fd, transfer->packet, static_cast<size_t>(size), 0,
                    reinterpret_cast<const sockaddr *>(&transfer->server),
                    sizeof transfer->server) < 0) {
-            report_errno(296, "send error");
+            diagnose(at_send, "send error: %s\n", strerror(errno));
             return -1;
         }
         if (transfer->finished && transfer->opcode == tftp_acknowledgement)
@@ -228,9 +224,9 @@ int exchange_packet(transfer *transfer, int size)
                 return -1;
             retries = retry_count;
         }
-        report("do_tftp", 339, "timeout");
+        diagnose(at_timeout, "timeout\n");
         if (--retries == 0) {
-            report("do_tftp", 344, "last timeout");
+            diagnose(at_last_timeout, "last timeout\n");
             return -1;
         }
     }
@@ -250,9 +246,10 @@ void report_error_packet(uint8_t *packet, int size)
     packet[std::min(size, packet_capacity - 1)] = '\0';
     const uint16_t code = load_be16(packet + 2);
     if (packet[tftp_header_size] != '\0')
-        report("do_tftp", 378, reinterpret_cast<const char *>(packet) + tftp_header_size);
+        diagnose(at_error_packet, "%s\n",
+                 reinterpret_cast<const char *>(packet) + tftp_header_size);
     else if (code < std::size(texts))
-        report("do_tftp", 378, texts[code]);
+        diagnose(at_error_packet, "%s\n", texts[code]);
 }
 
 // Stores a data block of the expected number. False when there is no room for it.
@@ -261,7 +258,7 @@ bool take_block(transfer *transfer, int size)
     iobuf_writer *writer = &transfer->writer;
     transfer->idle_answers = 0;
     if (!store_data(writer, transfer->answer + tftp_header_size, size - tftp_header_size)) {
-        report("do_tftp", 404, "no room for the package");
+        diagnose(at_store, "no room for the package\n");
         return false;
     }
     if (size != packet_capacity) {
@@ -314,7 +311,7 @@ int do_tftp(tftp_command /*command*/, const hostent *host, const char *remote_fi
         return -1;
     transfer.fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (transfer.fd < 0) {
-        report_errno(208, "socket error ");
+        diagnose(at_socket, "socket error : %s\n", strerror(errno));
         free(transfer.packet);
         return 1; // counts as a download of nothing; the package check refuses it
     }
@@ -353,7 +350,7 @@ int tftp_downloader_download(downloader *self, struct iobuf *buffer, download_ca
 {
     const auto *tftp = reinterpret_cast<const tftp_downloader *>(self);
     if (tftp->host == nullptr) {
-        report("tftp_downloader_download", 466, "unknown host");
+        diagnose(at_download, "unknown host\n");
         return -1;
     }
     return do_tftp(tftp_cmd_get, tftp->host, tftp->file, buffer, callback, argument, tftp_port,
@@ -381,15 +378,14 @@ downloader *tftp_downloader_open(char *url)
         rest += sizeof prefix - 1;
     auto *tftp = static_cast<tftp_downloader *>(calloc(1, sizeof(tftp_downloader)));
     if (tftp == nullptr) {
-        fprintf(stderr, "%s:%s:%d: malloc: %s\n", "tftp.c", "tftp_downloader_open", 497,
-                strerror(errno));
+        diagnose(at_open_memory, "malloc: %s\n", strerror(errno));
         return nullptr;
     }
     char *host = strdup(rest);
     char *slash = host == nullptr ? nullptr : strchr(host, '/');
     if (slash == nullptr) {
         if (host != nullptr)
-            report("tftp_downloader_open", 505, "FUNCTION_FAILED");
+            diagnose(at_open_url, "FUNCTION_FAILED\n");
         free(host);
         free(tftp);
         return nullptr;
