@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include "download/downloaders.h"
+#include "package/format.h"
 
 struct WOLFSSL_CTX;
 
@@ -42,7 +43,7 @@ int main(int argc, char **argv)
     }
     ca_file = argc > 2 ? argv[2] : nullptr;
     signal(SIGPIPE, SIG_IGN);
-    iobuf *buffer = iobuf_create(4096, 1000);
+    iobuf *buffer = iobuf_create(package_block_size, package_block_count);
     downloader *source = downloader_open(argv[1]);
     if (buffer == nullptr || source == nullptr)
         return 1;

@@ -15,9 +15,7 @@
 
 namespace {
 
-constexpr int block_size = 4096;
-constexpr int block_count = 1000;
-constexpr size_t package_size = size_t{block_size} * block_count;
+constexpr int block_size = package_block_size;
 constexpr char key[] = "a device's own key";
 
 uint8_t byte_at(size_t position)
@@ -28,20 +26,20 @@ uint8_t byte_at(size_t position)
 // The blocks as a download leaves them: sealed.
 iobuf *filled_buffer()
 {
-    iobuf *buffer = iobuf_create(block_size, block_count);
-    for (size_t start = 0; start < package_size; start += block_size) {
+    iobuf *buffer = iobuf_create(block_size, package_block_count);
+    for (size_t start = 0; start < package_capacity; start += block_size) {
         uint8_t *block = iobuf_request(buffer);
         for (size_t i = 0; i < block_size; i++)
             block[i] = byte_at(start + i);
         iobuf_commit(buffer);
     }
-    buffer->total = static_cast<int>(package_size);
+    buffer->total = static_cast<int>(package_capacity);
     return buffer;
 }
 
 std::vector<uint8_t> filled_bytes()
 {
-    std::vector<uint8_t> bytes(package_size);
+    std::vector<uint8_t> bytes(package_capacity);
     for (size_t i = 0; i < bytes.size(); i++)
         bytes[i] = byte_at(i);
     return bytes;
@@ -49,14 +47,14 @@ std::vector<uint8_t> filled_bytes()
 
 void report_bytes(benchmark::State &state)
 {
-    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(package_size));
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(package_capacity));
 }
 
 void decipher_and_digest(benchmark::State &state)
 {
     iobuf *buffer = filled_buffer();
     package record = {};
-    record.size = static_cast<uint32_t>(package_size);
+    record.size = static_cast<uint32_t>(package_capacity);
     uint8_t digest[md5_digest_size];
     for ([[maybe_unused]] auto _ : state) {
         if (cipher_package(&record, buffer, key) != 0)
@@ -82,7 +80,7 @@ void reference_decipher_and_digest(benchmark::State &state)
 uint32_t crc_of_blocks(const std::vector<uint8_t> &bytes)
 {
     uint32_t sum = 0;
-    for (size_t start = 0; start < package_size; start += block_size)
+    for (size_t start = 0; start < package_capacity; start += block_size)
         sum = crc32(sum, bytes.data() + start, block_size);
     return sum;
 }

@@ -3,7 +3,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstring>
 #include <unistd.h>
 
 ssize_t safe_read(int fd, void *buffer, size_t size)
@@ -50,10 +49,4 @@ ssize_t full_write(int fd, const void *buffer, size_t size)
         done += static_cast<size_t>(result);
     }
     return static_cast<ssize_t>(done);
-}
-
-char *safe_strncpy(char *destination, const char *source, size_t size)
-{
-    destination[size - 1] = '\0';
-    return strncpy(destination, source, size - 1);
 }

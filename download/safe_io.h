@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Reads and writes that a signal does not cut short, and a string copy that always terminates.
+// Reads and writes that a signal does not cut short.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,3 @@ ssize_t full_read(int fd, void *buffer, size_t size);
 /// Writes all `size` bytes and returns `size`; a write of 0 bytes is simply repeated. On an error
 /// the error result. 0 for `size` 0.
 ssize_t full_write(int fd, const void *buffer, size_t size);
-
-/// Copies at most size - 1 characters of `source` and terminates `destination`. `size` is above 0.
-/// Returns `destination`.
-char *safe_strncpy(char *destination, const char *source, size_t size);

@@ -10,7 +10,8 @@
 #include <unistd.h>
 
 #include "flash/crc32.h"
-#include "flash/partition.h"
+#include "flash/trailer.h"
+#include "platform/device.h"
 #include "upgrade/status.h"
 
 namespace {
@@ -24,7 +25,7 @@ using blocks_function = int (*)(int fd, uint8_t *const *blocks, int32_t block_si
 int process_part(upgrade_context *context, const package_part *part, int flags,
                  blocks_function process)
 {
-    if (!partition_is_writable(part->type)) {
+    if (!part_type_is_writable(part->type)) {
         fprintf(stderr, "writing partition %d not supported\n", part->type);
         return -1;
     }
@@ -74,7 +75,7 @@ void write_trailer(int fd, uint32_t crc, uint32_t length)
     const partition_trailer trailer = {
         .crc = crc,
         .length = length,
-        .check = crc + length + partition_trailer_magic,
+        .check = trailer_check(crc, length),
         .magic = partition_trailer_magic,
     };
     // Written where the device stands when the seek fails: the boot loader then refuses the

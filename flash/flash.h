@@ -4,7 +4,7 @@
 //
 // Data goes block by block straight from the block buffer to /dev/fla<type>, each block followed by
 // `sync`, the progress callback and 40 ms of rest for the flash. The last 16 bytes of the partition
-// then get a trailer that the boot loader checks (partition_trailer). The old trailer stands until
+// then get a trailer that the boot loader checks (flash/trailer.h). The old trailer stands until
 // that last step.
 #pragma once
 
@@ -12,17 +12,6 @@
 
 #include "download/downloader.h"
 #include "upgrade/context.h"
-
-/// The last 16 bytes of a written partition, in the device's native byte order.
-struct partition_trailer {
-    uint32_t crc;    ///< CRC-32 of all bytes handed to the device
-    uint32_t length; ///< their number
-    uint32_t check;  ///< crc + length + magic, modulo 2^32
-    uint32_t magic;  ///< partition_trailer_magic
-};
-static_assert(sizeof(partition_trailer) == 16);
-
-constexpr uint32_t partition_trailer_magic = 0x44427031;
 
 constexpr int block_rest_microseconds = 40'000;    ///< after each block written
 constexpr int trailer_rest_microseconds = 100'000; ///< after each trailer

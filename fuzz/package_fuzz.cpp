@@ -12,6 +12,8 @@
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/world.h"
 #include "package/validate.h"
+#include "platform/bytes.h"
+#include "platform/device.h"
 #include "platform/syscfg.h"
 #include "upgrade/process.h"
 #include "upgrade/status.h"
@@ -51,10 +53,9 @@ void complete(iobuf *buffer)
     if (header == nullptr)
         return;
     const auto size = static_cast<uint32_t>(buffer->total);
-    const uint8_t magic_and_version[] = {0xDB, 0xAD, 0x47, 0x5E, 0, 1};
-    memcpy(header, magic_and_version, sizeof magic_and_version);
-    for (int i = 0; i < 4; i++)
-        header[8 + i] = static_cast<uint8_t>(size >> (24 - 8 * i));
+    store_be32(header + package_magic_offset, package_magic);
+    store_be16(header + package_version_offset, package_version);
+    store_be32(header + package_size_offset, size);
     package record = {};
     init_package_struct(&record);
     read_package_head(&record, header, buffer->block_size);
@@ -75,13 +76,14 @@ void run_upgrade(upgrade_context *context, fuzz::world *world)
     bool writable = true;
     for (const package_part &part : context->package.parts)
         writable =
-            writable && (part.type < 0 || part.size == 0 || (part.type >= 2 && part.type <= 4));
+            writable && (part.type < 0 || part.size == 0 || part_type_is_writable(part.type));
     const int written = write_package(context);
     fuzz::require(written == 0 || !writable || world->fault != 0 || world->devices.size() < 9,
                   "a prepared package can be written");
     verify_package(context);
     for (const auto &[path, content] : world->devices)
-        fuzz::require(content.size() == 4096 || (path >= "/dev/fla2" && path <= "/dev/fla4"),
+        fuzz::require(content.size() == 4096 || (path >= partition_device(part_kernel).text &&
+                                                 path <= partition_device(part_app).text),
                       "no other device is written");
 }
 
@@ -108,9 +110,9 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const uint8_t devices = input.byte();
     for (int i = 0; i < 8; i++) {
         if ((devices >> i & 1) != 0)
-            world.devices["/dev/fla" + std::to_string(i)].resize(4096);
+            world.devices[partition_device(i).text].resize(4096);
     }
-    world.devices["/dev/gpio"].resize(4096);
+    world.devices[gpio_device].resize(4096);
     const unsigned fault = input.word();
     const std::string requirement = input.text();
     std::vector<char> kernel = fuzz::exact_text("kernel_features=" + requirement);
@@ -122,8 +124,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     {
         const fuzz::run run(&world);
         upgrade_context context = {};
-        context.iobuf =
-            (choices & choice_small_blocks) != 0 ? iobuf_create(256, 64) : iobuf_create(4096, 6);
+        context.iobuf = (choices & choice_small_blocks) != 0 ? iobuf_create(256, 64)
+                                                             : iobuf_create(package_block_size, 6);
         init_package_struct(&context.package);
         fill(context.iobuf, input.rest());
         if ((choices & choice_complete) != 0)

@@ -19,6 +19,8 @@
 #include <wolfssl/ssl.h>
 #include <wolfssl/wolfcrypt/ecc.h>
 
+#include "platform/device.h"
+
 namespace {
 
 constexpr int silence_seconds = 300; // the longest wait for a response, see cprotocol.h
@@ -172,7 +174,7 @@ const cyassl_client_ops client_ops = {
 
 } // namespace
 
-const char *const cyassl_ca_file = "/usr/etc/ca-cert.pem";
+const char *const cyassl_ca_file = ca_file;
 
 cyassl_client *create_cyassl_client()
 {

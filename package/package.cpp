@@ -4,19 +4,9 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "platform/bytes.h"
+
 namespace {
-
-constexpr int part_conditions_offset = 22; // behind the fixed fields and the conditions length word
-
-uint16_t load_be16(const uint8_t *bytes)
-{
-    return static_cast<uint16_t>(bytes[0] << 8 | bytes[1]);
-}
-
-uint32_t load_be32(const uint8_t *bytes)
-{
-    return static_cast<uint32_t>(load_be16(bytes)) << 16 | load_be16(bytes + 2);
-}
 
 int invalid_size()
 {
@@ -50,18 +40,18 @@ void init_package_struct(package *package)
 
 int read_package_head(package *package, const uint8_t *block, int /*length*/)
 {
-    package->magic = load_be32(block);
+    package->magic = load_be32(block + package_magic_offset);
     if (package->magic != package_magic) {
         fprintf(stderr, "Bad magic: %08lx\n", static_cast<unsigned long>(package->magic));
         return -1;
     }
-    package->version = load_be16(block + 4);
+    package->version = load_be16(block + package_version_offset);
     if (package->version != package_version) {
         fprintf(stderr, "Bad version: %d\n", package->version);
         return -1;
     }
-    package->encryp = load_be16(block + 6);
-    package->size = load_be32(block + 8);
+    package->encryp = load_be16(block + package_encryption_offset);
+    package->size = load_be32(block + package_size_offset);
     package->checksum = block + package_checksum_offset;
     return 0;
 }
@@ -88,9 +78,9 @@ int read_package_parts(package *package, const uint8_t *block, int length)
 
 int read_part(package_part *part, const uint8_t *entry, int remaining)
 {
-    if (remaining <= 3)
+    if (remaining < part_lookahead)
         return invalid_size();
-    const int header_size = load_be16(entry);
+    const int header_size = load_be16(entry + part_header_size_offset);
     if (header_size == 0)
         return 0;
     if (header_size < part_entry_minimum) {
@@ -99,21 +89,20 @@ int read_part(package_part *part, const uint8_t *entry, int remaining)
     }
     if (remaining < part_conditions_offset)
         return invalid_size();
-    part->type = entry[2];
-    part->compress = entry[3];
-    part->actual_size = load_be32(entry + 4);
-    part->size = load_be32(entry + 8);
-    part->offset = load_be32(entry + 12);
-    part->flags = load_be32(entry + 16);
-    part->conditions_length = load_be16(entry + 20);
+    part->type = entry[part_type_offset];
+    part->compress = entry[part_compress_offset];
+    part->actual_size = load_be32(entry + part_actual_size_offset);
+    part->size = load_be32(entry + part_size_offset);
+    part->offset = load_be32(entry + part_offset_offset);
+    part->flags = load_be32(entry + part_flags_offset);
+    part->conditions_length = load_be16(entry + part_conditions_length_offset);
     part->conditions = entry + part_conditions_offset;
-    // The conditions length word and the conditions, padded to a multiple of 4.
-    const int padded = (part->conditions_length + 5) & ~3;
-    if (remaining < part_conditions_offset + padded)
+    const int features = part_features_offset(part->conditions_length);
+    if (remaining < features)
         return invalid_size();
-    part->features_length = load_be16(entry + part_entry_minimum + padded);
-    part->features = entry + part_conditions_offset + padded;
-    if (remaining < part_conditions_offset + padded + part->features_length)
+    part->features_length = load_be16(entry + features - 2);
+    part->features = entry + features;
+    if (remaining < features + part->features_length)
         return invalid_size();
     return header_size;
 }

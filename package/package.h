@@ -9,20 +9,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t package_magic = 0xDBAD475E;
-constexpr uint16_t package_version = 1;
-constexpr int package_header_size = 28;      ///< bytes; the part table follows
-constexpr int package_checksum_offset = 12;  ///< position of the digest in the header
-constexpr int package_checksum_size = 16;    ///< bytes of an MD5 digest
-constexpr int package_part_count = 8;        ///< entries that a table can have
-constexpr int part_type_count = 9;           ///< part types that have a name
-constexpr int part_entry_minimum = 20;       ///< the smallest header size of an entry
-constexpr uint32_t part_flag_optional = 0x1; ///< the part may be dropped
-
-enum package_encryption : uint16_t {
-    encryption_none = 0,
-    encryption_rc4 = 1,
-};
+#include "package/format.h"
 
 /// One entry of the part table.
 struct package_part {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "flash/crc32.h"
+#include "flash/trailer.h"
 #include "tests/simulated_platform.h"
 
 namespace {

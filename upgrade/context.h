@@ -9,14 +9,7 @@
 #include "download/downloader.h"
 #include "download/iobuf.h"
 #include "package/package.h"
-
-/// What the GPIO driver is handed with each kick; its layout is the driver's interface.
-struct watchdog_record {
-    int32_t line;  ///< GPIO line of the watchdog, native byte order; -1 when not configured
-    uint8_t level; ///< 0 or 1: the level of the next kick
-    uint8_t reserved[3];
-};
-static_assert(sizeof(watchdog_record) == 8 && offsetof(watchdog_record, level) == 4);
+#include "platform/device.h"
 
 /// A local of `main`, zero-filled, that lives for the whole run.
 struct upgrade_context {

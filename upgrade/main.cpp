@@ -8,6 +8,7 @@
 
 #include "download/downloaders.h"
 #include "flash/flash.h"
+#include "platform/device.h"
 #include "upgrade/context.h"
 #include "upgrade/process.h"
 #include "upgrade/status.h"
@@ -15,8 +16,6 @@
 
 namespace {
 
-constexpr int block_size = 4096;
-constexpr int block_count = 1000;
 constexpr int attempt_count = 3;
 constexpr unsigned rest_before_done_seconds = 2;
 
@@ -27,7 +26,6 @@ enum exit_status {
 };
 
 char default_url[] = "http://" DEFAULT_SERVER "/upgrade/flash.pkg";
-constexpr char network_stop_script[] = "/etc/rc.d/init.d/network.stop";
 
 // A device opened on a free standard descriptor would get the diagnostics written into it.
 void open_standard_descriptors()
@@ -91,9 +89,9 @@ int main(int /*argc*/, char **argv)
     signal(SIGPIPE, SIG_IGN); // a write to a closed peer is a failed write, not the end
     char *url = argv[1] != nullptr ? argv[1] : default_url;
     upgrade_context context = {};
-    context.iobuf = iobuf_create(block_size, block_count);
+    context.iobuf = iobuf_create(package_block_size, package_block_count);
     if (context.iobuf == nullptr) {
-        fprintf(stderr, "cannot create iobuf %d*%d\n", block_size, block_count);
+        fprintf(stderr, "cannot create iobuf %d*%d\n", package_block_size, package_block_count);
         return exit_refused;
     }
     if (!download_package(&context, url))

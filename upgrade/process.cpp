@@ -8,9 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "flash/partition.h"
 #include "package/conditions.h"
 #include "package/validate.h"
+#include "platform/device.h"
 #include "platform/syscfg.h"
 
 namespace {
@@ -83,7 +83,7 @@ bool select_parts(package *package, uint32_t *sum)
 bool part_is_present(const package_part *part, const iobuf *buffer)
 {
     const auto size = static_cast<int32_t>(part->size);
-    if (!partition_is_writable(part->type) || size <= 0)
+    if (!part_type_is_writable(part->type) || size <= 0)
         return true;
     const int64_t first = part->offset / static_cast<uint32_t>(buffer->block_size);
     const int64_t count = (int64_t{size} + buffer->block_size - 1) / buffer->block_size;

@@ -9,13 +9,12 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "download/safe_io.h"
+#include "platform/device.h"
+#include "platform/text.h"
 #include "upgrade/watchdog.h"
 
 namespace {
 
-constexpr char info_path[] = "/tmp/.upgrd_info";
-constexpr char syscfg_server_path[] = "/tmp/.syscfg-server";
 constexpr int send_timeout_seconds = 2; // a receiver that does not read must not stop the upgrade
 
 ssize_t send_to(int fd, const char *path, const char *text)
@@ -35,10 +34,10 @@ void send_status(const char *text, bool report)
     const int fd = socket(AF_UNIX, SOCK_DGRAM, 0);
     const timeval timeout = {.tv_sec = send_timeout_seconds, .tv_usec = 0};
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
-    const ssize_t sent = send_to(fd, info_path, text);
+    const ssize_t sent = send_to(fd, status_receivers[0], text);
     if (sent < 0 && report)
-        fprintf(stderr, "sendto %s error: %s\n", info_path, strerror(errno));
-    send_to(fd, syscfg_server_path, text);
+        fprintf(stderr, "sendto %s error: %s\n", status_receivers[0], strerror(errno));
+    send_to(fd, status_receivers[1], text);
     close(fd);
 }
 
@@ -47,14 +46,14 @@ void send_status(const char *text, bool report)
 void send_percentage(upgrade_context *context)
 {
     char text[60];
-    snprintf(text, sizeof text, "UPGRD_PERCENTAGE=%d", context->percent);
+    snprintf(text, sizeof text, "%s%d", status_percentage, context->percent);
     send_status(text, false);
 }
 
 void send_stage(upgrade_context *context)
 {
     char text[60];
-    snprintf(text, sizeof text, "UPGRD_STAGE=%s", context->stage);
+    snprintf(text, sizeof text, "%s%s", status_stage, context->stage);
     send_status(text, false);
     context->received = 0;
     context->percent = 0;
@@ -64,7 +63,7 @@ void send_stage(upgrade_context *context)
 void send_error(upgrade_context * /*context*/, const char *text)
 {
     char message[128];
-    snprintf(message, sizeof message, "UPGRD_ERROR=%s", text);
+    snprintf(message, sizeof message, "%s%s", status_error, text);
     send_status(message, true);
 }
 

@@ -8,14 +8,9 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/device.h"
 #include "platform/number.h"
 #include "platform/syscfg.h"
-
-namespace {
-
-constexpr unsigned long gpio_request_watchdog = 1;
-
-} // namespace
 
 void read_watchdog_setting(watchdog_record *record)
 {
@@ -28,7 +23,7 @@ void read_watchdog_setting(watchdog_record *record)
 
 void kick_watchdog(watchdog_record *record)
 {
-    const int fd = open("/dev/gpio", O_RDWR);
+    const int fd = open(gpio_device, O_RDWR);
     if (ioctl(fd, gpio_request_watchdog, record) < 0)
         fprintf(stderr, "reset watchdog error: %s\n", strerror(errno));
     record->level = record->level == 0 ? 1 : 0;

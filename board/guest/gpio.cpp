@@ -20,16 +20,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "platform/device.h"
+
 namespace {
 
-constexpr int request_watchdog = 1;
 constexpr int32_t watchdog_line = 17;
-
-struct watchdog_record {
-    int32_t line;
-    uint8_t level;
-    uint8_t reserved[3];
-};
 
 // What a callback knows is what is here: the library hands it nothing else.
 struct {
@@ -68,7 +63,7 @@ void control_device(fuse_req_t request, int command, void *argument, fuse_file_i
                     size_t /*output_size*/)
 {
     watchdog_record record = {};
-    if (command != request_watchdog) {
+    if (static_cast<unsigned>(command) != gpio_request_watchdog) {
         fuse_reply_err(request, ENOTTY);
     } else if (input_size < sizeof record) {
         // The number does not say how much there is to read: asked again with the record's size.

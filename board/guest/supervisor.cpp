@@ -21,6 +21,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/device.h"
+
 namespace {
 
 struct receiver {
@@ -99,7 +101,7 @@ int main(int argc, char **argv)
     }
     const std::string folder = argv[1];
     std::array<receiver, 2> receivers = {
-        {{"info", "/tmp/.upgrd_info", -1}, {"syscfg", "/tmp/.syscfg-server", -1}}};
+        {{"info", status_receivers[0], -1}, {"syscfg", status_receivers[1], -1}}};
     FILE *status = fopen((folder + "/status").c_str(), "we");
     FILE *result = fopen((folder + "/result").c_str(), "we");
     sigset_t signals;

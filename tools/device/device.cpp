@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <iterator>
 
-#include "flash/flash.h"
+#include "flash/trailer.h"
 #include "package/package.h"
 #include "tools/common/files.h"
 #include "tools/common/printable.h"

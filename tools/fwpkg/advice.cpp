@@ -3,8 +3,7 @@
 
 #include <cctype>
 
-#include "flash/flash.h"
-#include "flash/partition.h"
+#include "flash/trailer.h"
 #include "tools/fwpkg/overlap.h"
 #include "tools/fwpkg/text.h"
 #include "tools/fwpkg/traps.h"
@@ -53,7 +52,7 @@ void advise_type(const part_entry &entry, std::vector<finding> &findings)
                  ": no device takes it" +
                  (is_optional(entry) ? "" : ", and every device refuses the package"),
              {{"type", static_cast<uint64_t>(type)}});
-    else if (!partition_is_writable(type) && entry.part.size > 0)
+    else if (!part_type_is_writable(type) && entry.part.size > 0)
         warn(findings, entry.place(),
              "the flash writer refuses type " + std::to_string(type) +
                  ": the upgrade fails on each device that takes the part",

@@ -20,7 +20,7 @@ void buffer_release::operator()(iobuf *buffer) const
 
 block_buffer load_blocks(std::span<const uint8_t> bytes)
 {
-    block_buffer buffer(iobuf_create(block_size, block_count));
+    block_buffer buffer(iobuf_create(package_block_size, package_block_count));
     if (!buffer)
         throw std::bad_alloc();
     do {

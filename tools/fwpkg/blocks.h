@@ -13,13 +13,11 @@
 #include <vector>
 
 #include "download/iobuf.h"
+#include "package/format.h"
 
 namespace fwpkg {
 
-/// The device's buffer: 1000 blocks of 4096 bytes. A longer package cannot be downloaded.
-constexpr int block_size = 4096;
-constexpr int block_count = 1000;
-constexpr size_t package_capacity = size_t{block_size} * block_count;
+constexpr int block_size = package_block_size;
 
 /// A device never releases its buffer; here it goes with its owner.
 struct buffer_release {

@@ -18,8 +18,6 @@ namespace {
 
 using bytes = std::vector<uint8_t>;
 
-constexpr size_t end_mark_size = 4; // the reader asks for four bytes to look at the mark's two
-
 size_t round_up(size_t size, size_t unit)
 {
     return (size + unit - 1) / unit * unit;
@@ -42,7 +40,7 @@ void append_field(bytes &to, const bytes &field)
 {
     append_be16(to, field.size());
     to.insert(to.end(), field.begin(), field.end());
-    to.resize(round_up(to.size(), 4));
+    to.resize(round_up(to.size(), part_field_alignment));
 }
 
 bytes features_field(const std::map<std::string, std::string> &features)
@@ -121,7 +119,7 @@ bytes make_package(const manifest &manifest, const std::optional<std::string> &k
                           std::to_string(package_capacity));
     }
     if (manifest.parts.size() < package_part_count)
-        table.resize(table.size() + end_mark_size);
+        table.resize(table.size() + part_lookahead);
     const size_t table_end = package_header_size + table.size();
     if (table_end > block_size)
         throw failure(manifest.name + ": the part table would end at byte " +

@@ -10,8 +10,6 @@
 namespace fwpkg {
 namespace {
 
-constexpr uint32_t conditions_in_entry = part_entry_minimum + 2; // behind the length word
-
 void read_table(package_file &file)
 {
     const uint8_t *block = file.blocks->blocks[0];
@@ -72,7 +70,7 @@ std::string part_entry::place() const
 
 uint32_t part_entry::conditions_position() const
 {
-    return position + conditions_in_entry;
+    return position + part_conditions_offset;
 }
 
 uint32_t part_entry::features_position() const

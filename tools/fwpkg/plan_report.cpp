@@ -5,7 +5,7 @@
 #include <array>
 #include <cstdio>
 
-#include "flash/flash.h"
+#include "flash/trailer.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {

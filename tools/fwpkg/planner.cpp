@@ -7,9 +7,9 @@
 #include <functional>
 
 #include "flash/flash.h"
-#include "flash/partition.h"
 #include "package/conditions.h"
 #include "package/validate.h"
+#include "platform/device.h"
 #include "platform/syscfg.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/configuration.h"
@@ -239,7 +239,7 @@ bool planner::parts_are_present()
         const package_part &part = record.parts[index];
         const int64_t blocks = block_number(part);
         const int64_t needed = part.offset / block_size + blocks;
-        if (!partition_is_writable(part.type) || blocks == 0 || needed <= present)
+        if (!part_type_is_writable(part.type) || blocks == 0 || needed <= present)
             continue;
         plan.parts[index].outcome = part_outcome::refused;
         plan.parts[index].reason = "its data is not in the package";
@@ -251,7 +251,7 @@ bool planner::parts_are_present()
 bool planner::write_part(const package_part &part, planned_part &planned)
 {
     planned.outcome = part_outcome::refused;
-    if (!partition_is_writable(part.type)) {
+    if (!part_type_is_writable(part.type)) {
         planned.reason = "writing partition " + std::to_string(part.type) + " is not supported";
         return end(2, planned.place + ": " + planned.reason);
     }

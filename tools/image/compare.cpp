@@ -5,7 +5,7 @@
 #include <cstring>
 #include <iterator>
 
-#include "flash/flash.h"
+#include "flash/trailer.h"
 
 namespace image {
 

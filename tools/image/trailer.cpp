@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "flash/crc32.h"
-#include "flash/flash.h"
+#include "flash/trailer.h"
 
 namespace image {
 

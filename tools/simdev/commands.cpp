@@ -8,6 +8,7 @@
 #include <iostream>
 #include <thread>
 
+#include "platform/device.h"
 #include "tools/common/printable.h"
 #include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
@@ -68,7 +69,7 @@ int init_command(const command_options &options)
     make_folder(options.run.folder, text,
                 options.device_file.empty() ? "the default device" : options.device_file);
     for (const auto &[number, file] : partition_files(options.run.folder))
-        printf("/dev/fla%d  %ju bytes\n", number,
+        printf("%s  %ju bytes\n", partition_device(number).text,
                static_cast<uintmax_t>(std::filesystem::file_size(file)));
     printf("made the device %s\n", options.run.folder.c_str());
     return 0;

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "platform/device.h"
 #include "tools/simdev/failure.h"
 
 namespace simdev {
@@ -29,6 +30,11 @@ void erase_partition(const fs::path &path, uint64_t size)
 
 } // namespace
 
+fs::path folder_path(const fs::path &folder, const char *path)
+{
+    return folder / (path + 1);
+}
+
 void make_folder(const fs::path &folder, const std::string &text, const std::string &name)
 {
     const device device = parse_device(text, name);
@@ -42,15 +48,15 @@ void make_folder(const fs::path &folder, const std::string &text, const std::str
         if (error)
             throw failure((folder / below).string() + ": " + error.message());
     }
-    write_file(folder / "dev/gpio", "");
+    write_file(folder_path(folder, gpio_device), "");
     for (const auto &[number, size] : device.partitions)
-        erase_partition(folder / "dev" / ("fla" + std::to_string(number)), size);
+        erase_partition(folder_path(folder, partition_device(number).text), size);
     std::string configuration;
     for (const auto &[key, value] : device.configuration)
         configuration += key + "=" + value + "\n";
     write_file(folder / "etc/syscfg.conf", configuration);
     if (device.script.present) {
-        const fs::path script = folder / "etc/rc.d/init.d/network.stop";
+        const fs::path script = folder_path(folder, network_stop_script);
         write_file(script, "#!/bin/sh\nexit " + std::to_string(device.script.status) + "\n");
         fs::permissions(script, fs::perms::owner_exec, fs::perm_options::add);
     }

@@ -30,6 +30,9 @@ void make_folder(const std::filesystem::path &folder, const std::string &text,
 /// read_device throws.
 device read_folder(const std::filesystem::path &folder);
 
+/// Where the device's file `path` ("/dev/gpio") lies in `folder`.
+std::filesystem::path folder_path(const std::filesystem::path &folder, const char *path);
+
 /// The partitions there are: number -> file.
 std::map<int, std::filesystem::path> partition_files(const std::filesystem::path &folder);
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "platform/device.h"
 #include "tools/simdev/summary.h"
 
 namespace simdev {
@@ -34,7 +35,7 @@ std::vector<int> assign_phases(const std::vector<operation> &operations)
             phase = phase_writing;
         else if (operation.text == "UPGRD_STAGE=VERIFYING")
             phase = phase_verifying;
-        if (operation.op == "close" && operation.target.starts_with("/dev/fla"))
+        if (operation.op == "close" && operation.target.starts_with(partition_prefix))
             last_flash_close = phases.size();
         phases.push_back(phase);
     }

@@ -17,6 +17,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "platform/device.h"
 #include "tools/common/files.h"
 #include "tools/simdev/clock.h"
 #include "tools/simdev/core/faults.h"
@@ -33,7 +34,6 @@ namespace {
 
 constexpr rlim_t highest_descriptor = 1000; // out of the way of what the program numbers
 constexpr int exit_not_started = 126;
-constexpr std::array receivers = {"tmp/.upgrd_info", "tmp/.syscfg-server"};
 
 volatile sig_atomic_t interrupted = 0;
 
@@ -334,7 +334,8 @@ run_outcome run_program(const run_options &options, const run_listener &listener
 
     receivers_of_run sockets;
     for (size_t index = 0; index < sockets.size() && !options.quiet; index++)
-        sockets.at(index) = std::make_unique<receiver>(options.folder / receivers.at(index));
+        sockets.at(index) =
+            std::make_unique<receiver>(folder_path(options.folder, status_receivers[index]));
     const descriptor output(open_output(stdout_path(options), STDOUT_FILENO));
     const descriptor error(open_output(stderr_path(options), STDERR_FILENO));
     const descriptor library(wrapped ? -1 : open(find_preload().c_str(), O_RDONLY | O_CLOEXEC));

@@ -9,7 +9,8 @@
 #include <sys/mman.h>
 
 #include "flash/crc32.h"
-#include "flash/flash.h"
+#include "flash/trailer.h"
+#include "platform/device.h"
 #include "tools/common/files.h"
 #include "tools/common/printable.h"
 #include "tools/simdev/core/sim.h"
@@ -22,9 +23,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::string_view flash_prefix = "/dev/fla";
-constexpr std::string_view stage_prefix = "UPGRD_STAGE=";
-constexpr std::string_view error_prefix = "UPGRD_ERROR=";
+constexpr std::string_view flash_prefix = partition_prefix;
+constexpr std::string_view stage_prefix = status_stage;
+constexpr std::string_view error_prefix = status_error;
 
 void add_kick(run_summary &summary, const operation &operation)
 {
@@ -47,7 +48,7 @@ void add_kick(run_summary &summary, const operation &operation)
 // Each text goes to two receivers; the first is enough to know it.
 void add_status(run_summary &summary, const operation &operation)
 {
-    if (operation.target != "/tmp/.upgrd_info")
+    if (operation.target != status_receivers[0])
         return;
     for (const std::string_view prefix : {stage_prefix, error_prefix})
         if (operation.text.starts_with(prefix))
@@ -166,8 +167,7 @@ trailer_state judge_trailer(std::string_view content)
     memcpy(&trailer, content.data() + content.size() - sizeof trailer, sizeof trailer);
     state.crc = trailer.crc;
     state.length = trailer.length;
-    state.consistent = trailer.magic == partition_trailer_magic &&
-                       trailer.check == trailer.crc + trailer.length + trailer.magic;
+    state.consistent = trailer_is_consistent(trailer);
     state.matches =
         state.consistent && trailer.length <= content.size() &&
         crc32(0, reinterpret_cast<const uint8_t *>(content.data()), trailer.length) == trailer.crc;
@@ -192,8 +192,8 @@ std::string report_text(const run_summary &summary, const run_options &options,
             << seconds_text(stage.virtual_us) << (&stage == &summary.stages.back() ? "" : ",");
     out << (summary.stages.empty() ? " none\n" : "\n");
     for (const auto &[number, partition] : summary.partitions) {
-        out << "/dev/fla" << number << "   " << partition.bytes << " bytes in " << partition.writes
-            << " writes";
+        out << flash_prefix << number << "   " << partition.bytes << " bytes in "
+            << partition.writes << " writes";
         if (partition.failed > 0)
             out << " (" << partition.failed << " failed)";
         out << "; " << trailer_text(trailer_of(options, number)) << "\n";
@@ -252,8 +252,8 @@ nlohmann::json report_json(const run_summary &summary, const run_options &option
                          ? nlohmann::json(summary.script->result)
                          : nlohmann::json();
     json["faults"] = summary.faults;
-    json["datagrams"] = {{"/tmp/.upgrd_info", summary.received[0]},
-                         {"/tmp/.syscfg-server", summary.received[1]}};
+    json["datagrams"] = {{status_receivers[0], summary.received[0]},
+                         {status_receivers[1], summary.received[1]}};
     json["operations"] = summary.operations;
     json["virtual_us"] = summary.virtual_us;
     json["real_us"] = outcome.real_us;

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <sstream>
 
+#include "platform/device.h"
 #include "tools/simdev/summary.h"
 #include "tools/simdev/sweep.h"
 
@@ -56,7 +57,7 @@ std::string state_rows(const sweep_result &result)
     std::ostringstream out;
     out << pad("cut after write", 17);
     for (const int number : result.partitions)
-        out << pad("/dev/fla" + std::to_string(number), width);
+        out << pad(partition_device(number).text, width);
     out << "next run\n";
     for (size_t first = 0; first < result.points.size();) {
         const cut_point &point = result.points[first];

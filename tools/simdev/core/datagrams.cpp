@@ -7,12 +7,12 @@
 #include <iterator>
 #include <sys/un.h>
 
+#include "platform/device.h"
 #include "tools/simdev/core/peer.h"
 
 namespace {
 
 constexpr int receiver_queue_length = 10; // datagrams, as a Linux system has it by default
-constexpr const char *receivers[] = {"/tmp/.upgrd_info", "/tmp/.syscfg-server"};
 
 bool receiver_has_fault(fault_kind kind, int receiver)
 {
@@ -31,7 +31,7 @@ ssize_t send_real_datagram(int fd, int receiver, const void *data, size_t size, 
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s", model.folder_fd,
-             receivers[receiver]);
+             status_receivers[receiver]);
     return real.sendto(fd, data, size, flags, reinterpret_cast<const sockaddr *>(&address),
                        sizeof address);
 }
@@ -45,8 +45,8 @@ int find_receiver(const sockaddr *address, socklen_t size)
         return -1;
     const char *path = reinterpret_cast<const sockaddr_un *>(address)->sun_path;
     const size_t capacity = size - offsetof(sockaddr_un, sun_path);
-    for (int index = 0; index < static_cast<int>(std::size(receivers)); index++)
-        if (strncmp(path, receivers[index], capacity) == 0)
+    for (int index = 0; index < static_cast<int>(std::size(status_receivers)); index++)
+        if (strncmp(path, status_receivers[index], capacity) == 0)
             return index;
     return -1;
 }
@@ -55,7 +55,7 @@ ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data
                       int flags)
 {
     sim_operation operation = make_operation("datagram");
-    operation.target = receivers[receiver];
+    operation.target = status_receivers[receiver];
     operation.length = static_cast<int64_t>(size);
     operation.data = data;
     operation.data_size = size;

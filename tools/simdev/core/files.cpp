@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 
+#include "platform/device.h"
 #include "tools/simdev/core/model.h"
 
 #ifndef SYSCFG_FILE
@@ -14,9 +15,7 @@
 
 namespace {
 
-constexpr unsigned long gpio_request_watchdog = 1;
-constexpr char flash_prefix[] = "/dev/fla";
-constexpr size_t flash_prefix_length = sizeof flash_prefix - 1;
+constexpr size_t flash_prefix_length = sizeof partition_prefix - 1;
 
 struct path_row {
     const char *device;
@@ -25,9 +24,9 @@ struct path_row {
 };
 
 constexpr path_row paths[] = {
-    {"/dev/gpio", "/dev/gpio", slot_gpio},
+    {gpio_device, gpio_device, slot_gpio},
     {SYSCFG_FILE, "/etc/syscfg.conf", slot_file},
-    {"/usr/etc/ca-cert.pem", "/usr/etc/ca-cert.pem", slot_file},
+    {ca_file, ca_file, slot_file},
 };
 
 // The real path of a device path into `mapped`; slot_none for one that is not the device's.
@@ -36,8 +35,8 @@ slot_kind map_path(const char *path, char *mapped, int *partition)
     *partition = -1;
     const char *file = nullptr;
     slot_kind kind = slot_none;
-    if (strncmp(path, flash_prefix, flash_prefix_length) == 0 && path[flash_prefix_length] != 0 &&
-        path[flash_prefix_length + 1] == '\0') {
+    if (strncmp(path, partition_prefix, flash_prefix_length) == 0 &&
+        path[flash_prefix_length] != 0 && path[flash_prefix_length + 1] == '\0') {
         // Whatever the last character is: the program builds it from any byte, and no real device
         // may be meant by it.
         const int number = path[flash_prefix_length] - '0';

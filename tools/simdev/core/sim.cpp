@@ -8,6 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/device.h"
 #include "tools/simdev/core/model.h"
 
 sim_model model;
@@ -88,7 +89,7 @@ bool open_folder(const char *folder, char *error, size_t error_size)
         real.close(fd);
     else
         model.folder_fd = fd;
-    snprintf(model.script, sizeof model.script, "%s/etc/rc.d/init.d/network.stop", folder);
+    snprintf(model.script, sizeof model.script, "%s%s", folder, network_stop_script);
     return true;
 }
 
