@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""Which package sizes survive a link of 256 kbit/s: both builds over HTTP, and HTTPS with the head
-filled to 4096 bytes and with the server's usual one.
+"""Downloads of many sizes over a link of 256 kbit/s and at full speed with Ethernet's segments, over HTTP
+and HTTPS, from nginx with the configuration that its package brings. How many fail?
 
     cmake --preset release -D UPGRADE_BENCH=ON && cmake --build --preset release
-    bench/slow_link.py
+    bench/slow_link.py [RUNS]
 
-Each download has a network namespace of its own, whose loopback a token bucket slows down, and
-an nginx with the configuration of docs/package-server.md; eight run at a time. Needs `tc` and user
-namespaces, no root.
+The slow link is tried once a size, full speed RUNS times (20). The downloads of one link and size have
+a network namespace of their own, whose loopback has Ethernet's MTU. Needs `tc` and user namespaces, no
+root.
 """
 
 import concurrent.futures

@@ -4,9 +4,8 @@
 // as its announced length.
 //
 // The last block is asked for with the devices' own arithmetic, which takes the position in the
-// block off twice: a last block that arrives in pieces is asked for too little and the download
-// fails. Built with UPGRADE_HTTP_WHOLE_ASKS, plain HTTP waits until such an ask can be met whole.
-// docs/package-server.md says what a server does to stay clear of it.
+// block off twice. So an ask that reaches into the last block's worth of bytes is filled, however
+// many reads that takes, before the next one is computed: none begins inside the last block.
 #pragma once
 
 #include "download/downloader.h"

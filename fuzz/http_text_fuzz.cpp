@@ -15,9 +15,9 @@ void parse_headers(const std::string &text)
     std::vector<char> exact = fuzz::exact_text(text);
     httpc_client client = {};
     _httpc_parse_headers(&client, exact.data());
-    for (const httpc_var *node = client.headers; node != nullptr; node = node->next)
+    for (const httpc_var *node = client.headers.first; node != nullptr; node = node->next)
         fuzz::require(strlen(node->name) < 32 && strlen(node->value) < 64, "both are cut");
-    _httpc_free_vars(client.headers);
+    _httpc_free_vars(&client.headers);
     fuzz::require(fuzz::run::allocations() == 0, "a list is freed whole");
 }
 

@@ -26,13 +26,6 @@ void recv_error(const char *function = __builtin_FUNCTION(), int line = __builti
     _http_recv_error(unit, function, line);
 }
 
-void free_node(httpc_var *node)
-{
-    free(node->name);
-    free(node->value);
-    free(node);
-}
-
 void flush_trace(httpc_response *response)
 {
     fwrite(response->trace, 1, static_cast<size_t>(response->trace_size), stderr);
@@ -116,55 +109,6 @@ void parse_header_line(httpc_client *client, char *line)
 }
 
 } // namespace
-
-int _httpc_add_var(httpc_var **list, const char *name, const char *value)
-{
-    if (name == nullptr)
-        return -1;
-    name += strspn(name, " \t");
-    auto *node = static_cast<httpc_var *>(calloc(1, sizeof(httpc_var)));
-    if (node == nullptr)
-        return -1;
-    node->name = strdup(name);
-    node->value = value == nullptr ? nullptr : strdup(value);
-    if (node->name == nullptr || (value != nullptr && node->value == nullptr)) {
-        free_node(node);
-        return -1;
-    }
-    while (*list != nullptr && strcmp((*list)->name, name) != 0)
-        list = &(*list)->next;
-    // Later values of a name are kept but never used: servers repeat headers.
-    while (*list != nullptr)
-        list = &(*list)->same_name;
-    *list = node;
-    return 0;
-}
-
-const char *_httpc_get_var(const httpc_var *list, const char *name)
-{
-    while (list != nullptr && strcmp(list->name, name) != 0)
-        list = list->next;
-    return list == nullptr ? nullptr : list->value;
-}
-
-void _httpc_free_vars(httpc_var *list)
-{
-    while (list != nullptr) { // a loop, since a hostile head can make the list long
-        httpc_var *next = list->next;
-        for (httpc_var *node = list; node != nullptr;) {
-            httpc_var *same = node->same_name;
-            free_node(node);
-            node = same;
-        }
-        list = next;
-    }
-}
-
-void _httpc_print_vars(const httpc_var *list)
-{
-    while (list != nullptr)
-        list = list->next;
-}
 
 int _httpc_net_read(httpc_client *client, void *buffer, int length)
 {

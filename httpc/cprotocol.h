@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Reading a response and the name/value lists of the HTTP client.
+// Reading the response of an HTTP request.
 //
 // The reader hands out a head byte by byte from refills of the receive buffer. A head's refill must
 // be full (1024 bytes): a response of fewer bytes in all fails, and so does a head that goes on
 // into a refill that the connection cannot fill. The body has no such need. Every byte of the head
-// is traced on standard error. All results below 0 come with a diagnostic.
+// is traced on standard error.
 #pragma once
 
 #include "httpc/httpc_client.h"
@@ -13,21 +13,8 @@
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
 // begin with an underscore, and diagnostics print them.
 
-/// Adds copies of `name`, without its leading spaces and tabs, and of `value`, which may be null,
-/// behind what `list` holds. 0; -1 without a diagnostic for a null name or without memory.
-int _httpc_add_var(httpc_var **list, const char *name, const char *value);
-
-/// The value of the first node with exactly this name, null when there is none. It belongs to the
-/// list.
-const char *_httpc_get_var(const httpc_var *list, const char *name);
-
-/// Frees the whole list; null is an empty one.
-void _httpc_free_vars(httpc_var *list);
-
-/// Walks the list and prints nothing: the place for a trace.
-void _httpc_print_vars(const httpc_var *list);
-
-/// As `_http_net_read`, but waits up to 300 seconds; under TLS each read is traced.
+/// As `_http_net_read`, but waits up to 300 seconds; under TLS each read is traced. A failed read
+/// comes without a diagnostic, those of the functions below have one.
 int _httpc_net_read(httpc_client *client, void *buffer, int length);
 
 /// Refills the receive buffer from its start: 1 with 1024 or 1025 bytes available; 0 with fewer

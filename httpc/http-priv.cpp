@@ -103,14 +103,15 @@ bool linger_and_connect(int socket, const sockaddr *address, socklen_t address_l
 
 /// Asks the socket for its pending error, as `_http_net_write` does before each write. Whether the
 /// write may go on.
-bool pending_error_allows_write(int socket, int ready, const char *function)
+bool pending_error_allows_write(int socket, int ready, const char *function = __builtin_FUNCTION(),
+                                int line = __builtin_LINE())
 {
     // Kept: the length handed over is 0, so the query clears the socket's error but stores nothing,
     // and the value compared is still the count of ready sets.
     int value = ready;
     socklen_t length = 0;
     if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &value, &length) < 0 || value == EPIPE) {
-        recv_error(function);
+        recv_error(function, line);
         return false;
     }
     return true;
@@ -266,17 +267,22 @@ int _http_net_write(httpc_client *client, const char *buffer, int length)
         _http_wait_error(unit, __func__, __LINE__);
         return -1;
     }
-    if (ready == 0)
+    if (ready == 0) {
+        client->unready_writes++;
         return 0;
+    }
     if (FD_ISSET(client->socket, &exceptional)) {
         recv_error();
-        if (!pending_error_allows_write(client->socket, ready, __func__))
+        if (!pending_error_allows_write(client->socket, ready))
             return -1;
     }
-    if (!pending_error_allows_write(client->socket, ready, __func__))
+    if (!pending_error_allows_write(client->socket, ready))
         return -1;
-    if (!FD_ISSET(client->socket, &writable))
+    if (!FD_ISSET(client->socket, &writable)) {
+        client->unready_writes++;
         return 0;
+    }
+    client->unready_writes = 0;
     ssize_t result = 0; // a short write is the caller's success: no loop
     if (client->tls != nullptr) {
         fprintf(stderr, "write buf: %s len: %d\n", buffer, length);

@@ -4,8 +4,9 @@
 // bounded wait, and the escaping of form variables (application/x-www-form-urlencoded).
 //
 // TCP over IPv4 only. Where a client has a TLS object its reads and writes go through that object,
-// but readiness is still asked of the socket below it. Nothing here is retried, nothing is printed
-// but diagnostics, and a socket outside 0 to FD_SETSIZE - 1 is never ready.
+// but readiness is still asked of the socket below it. Nothing here is retried, and a socket
+// outside 0 to FD_SETSIZE - 1 is never ready. Besides diagnostics, connects with a time-out and
+// writes under TLS are traced on standard error.
 #pragma once
 
 #include <cstddef>
@@ -56,8 +57,9 @@ bool _http_wait_readable(int socket, int seconds, const char *unit, const char *
 int _http_net_read(httpc_client *client, void *buffer, int length);
 
 /// Waits up to two seconds for the client's socket to become writable and writes once. The bytes
-/// written, which may be fewer; 0 when it did not become writable; -1 with a diagnostic. `buffer`
-/// is text with a terminator behind its `length` bytes: under TLS it is printed.
+/// written, which may be fewer; 0 when it did not become writable, which the client counts; -1 with
+/// a diagnostic. `buffer` is text with a terminator behind its `length` bytes: under TLS it is
+/// printed.
 int _http_net_write(httpc_client *client, const char *buffer, int length);
 
 /// 1 for letters, digits, ".", "_" and "-", else 0.

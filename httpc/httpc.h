@@ -9,9 +9,10 @@
 // socket. A body ends with the connection or with 300 seconds of silence; its announced length is
 // only told.
 //
-// All results are 0 or more for success and -1 or null for failure, with diagnostics on standard
-// error. Pointers handed out belong to the client. No client may be null unless that is said.
-// Writes to a closed peer fail; the process ignores SIGPIPE.
+// All results are 0 or more for success and -1 or null for failure. What the network or the peer
+// spoils is reported on standard error; arguments that are refused, and memory that is missing, are
+// not unless that is said. Pointers handed out belong to the client. No client may be null unless
+// that is said. Writes to a closed peer fail; the process ignores SIGPIPE.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +28,8 @@ constexpr int httpc_method_post = 2;
 int httpcParseURL(const char *url, char *scheme, char *host, uint16_t *port, char *path);
 
 /// A client for `host` (under 128 characters) and `port`, not connected. Null when the host is null
-/// or too long, the port 0, there is no memory or, with `use_tls`, no TLS object can be made.
+/// or (with a diagnostic) too long, the port 0, there is no memory or, with `use_tls`, no TLS
+/// object can be made (with a diagnostic).
 httpc_client *httpcOpenClient(const char *host, uint16_t port, int use_tls);
 
 /// Starts a request to the client's own host: 0. Forgets the request before, except the variables
@@ -47,7 +49,8 @@ int httpcSetContentType(httpc_client *client, const char *type);
 
 /// Connects unless it is connected, and sends the request: a running count of what was sent, 13
 /// more than its bytes, or -1. Plain clients connect to the request's host, TLS clients to the
-/// client's own. A failed write closes the socket. Lines of 512 bytes or more are left out.
+/// client's own. A failed write closes the socket, and so does the thirtieth in a row that waited 2
+/// s in vain. Lines of 512 bytes or more are left out.
 int httpcSendRequest(httpc_client *client);
 
 /// Reads the response's head and returns its status, 0 when one was read before, -1 on failure,
@@ -83,24 +86,6 @@ char *httpcProcessResponse(httpc_client *client);
 void httpcFreeVars(httpc_client *client);
 void httpcFreeHeaders(httpc_client *client);
 
-/// Ends the client and frees it: 0. A connected peer first gets the byte "0", unencrypted.
+/// Ends the client and frees it: 0. A connected peer first gets the byte "0", unencrypted. Nothing
+/// is sent where the socket was closed before.
 int httpcCloseClient(httpc_client *client);
-
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
-// begin with an underscore, and diagnostics print them.
-
-/// Appends all variables to the encoded ones, the first value of each name: 0, or -1 with a
-/// diagnostic when they do not fit. Repeated sends append them again until a GET has taken them.
-int _httpc_encode_vars(httpc_client *client);
-
-/// Formats the request's first line into `buffer` and returns its length; a GET takes the encoded
-/// variables. A method other than GET and POST has an empty line, 0.
-int _httpc_encode_first_line(httpc_client *client, char *buffer, int size);
-
-/// Closes the client's socket and forgets it.
-void _httpc_drop_socket(httpc_client *client);
-
-/// Closes the socket and stores the text of `errno` as the request's error: 0.
-int _httpc_set_error(httpc_client *client);
-
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -9,6 +9,8 @@
 
 #include <cstdint>
 
+#include "httpc/list.h"
+
 struct cyassl_client;
 
 constexpr int httpc_host_size = 128;        ///< also the path and the longest URL, terminated
@@ -17,15 +19,6 @@ constexpr int httpc_line_size = 512;        ///< a line that is sent or received
 constexpr int httpc_refill_size = 1024;     ///< a refill is complete from this many bytes on
 constexpr int httpc_head_limit = 64 * 1024; ///< a longer response head is refused
 constexpr int httpc_response_wait_seconds = 300;
-
-/// A name/value list: a chain of distinct names in the order in which they came. A repeated name
-/// hangs on the chain of its first node, where neither look-up nor sending sees it.
-struct httpc_var {
-    char *name;           ///< own copy, without leading spaces and tabs
-    char *value;          ///< own copy, or null: stored, never sent
-    httpc_var *same_name; ///< next node with this name
-    httpc_var *next;      ///< next node with another name
-};
 
 struct httpc_request {
     int32_t method; ///< 1 GET, 2 POST
@@ -59,9 +52,10 @@ struct httpc_client {
     int32_t connect_timeout_seconds; ///< 0: a blocking connect; no operation sets it
     char host[httpc_host_size];
     uint16_t port;
-    httpc_var *variables;
-    httpc_var *headers; ///< those to send; after a response, the response's
+    httpc_list variables;
+    httpc_list headers; ///< those to send; after a response, the response's
     httpc_request request;
     httpc_response response;
-    cyassl_client *tls; ///< null for plain HTTP
+    cyassl_client *tls;     ///< null for plain HTTP
+    int32_t unready_writes; ///< of this request, the last ones in a row that had to be given up
 };

@@ -1,23 +1,20 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The response operations of httpc.h; diagnostics name that unit.
-#include "httpc/httpc.h"
+#include "httpc/response.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 
+#include "httpc/connection.h"
 #include "httpc/cprotocol.h"
 #include "httpc/http-priv.h"
-#include "httpc/httpc_client.h"
+#include "httpc/httpc.h"
 #include "httpc/sslcli.h"
 
 namespace {
 
 constexpr char unit[] = "httpc.c";
-
-/// What became of a response whose head was read.
-enum disposal : int { disposal_failed = -1, disposal_final = 0, disposal_sent_again = 1 };
 
 void recv_error(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
 {
@@ -34,8 +31,8 @@ void trace_tls(const httpc_client *client, int line = __builtin_LINE())
 int read_head(httpc_client *client, int keep_headers)
 {
     client->content_length = 0;
-    httpcFreeVars(client);
-    httpcFreeHeaders(client);
+    _httpc_free_vars(&client->variables);
+    _httpc_free_vars(&client->headers);
     client->response.keep_headers = keep_headers;
     const int result = _httpc_parse_response(client);
     trace_tls(client);
@@ -46,52 +43,6 @@ int read_head(httpc_client *client, int keep_headers)
     }
     client->response.parsed = 1;
     return 0;
-}
-
-/// Sends the request again to where `Location` points.
-disposal dispose_redirect(httpc_client *client, const char *function)
-{
-    const char *location = httpcGetHeader(client, "Location");
-    if (location == nullptr) {
-        recv_error(function);
-        return disposal_final;
-    }
-    char scheme[8] = {};
-    memset(client->request.host, 0, sizeof(client->request.host));
-    memset(client->request.path, 0, sizeof(client->request.path));
-    if (httpcParseURL(location, scheme, client->request.host, &client->request.port,
-                      client->request.path) < 0) {
-        recv_error(function);
-        return disposal_failed;
-    }
-    client->redirect = 0;
-    _httpc_drop_socket(client);
-    if (client->tls != nullptr) {
-        client->tls->ops->release(client->tls);
-        client->tls = nullptr;
-    }
-    if (strcmp(scheme, "HTTPS") == 0) {
-        client->tls = create_cyassl_client();
-        if (client->tls == nullptr) {
-            fprintf(stderr, "%s:%s:%d: FUNCTION FAILED!\n", unit, function, __LINE__);
-            return disposal_failed;
-        }
-    }
-    if (httpcSendRequest(client) < 0) {
-        recv_error(function);
-        return disposal_failed;
-    }
-    memset(&client->response, 0, sizeof(client->response));
-    return disposal_sent_again;
-}
-
-/// Follows the statuses that redirect. Kept: 304 is one of them, 300, 303, 307 and 308 are not.
-disposal dispose_response(httpc_client *client)
-{
-    const int status = client->response.status;
-    if ((status > 300 && status <= 302) || status == 304)
-        return dispose_redirect(client, "_httpc_dispose_redirect");
-    return disposal_final;
 }
 
 /// What ends `httpcGetResponse` once its response, or one that it led to, was disposed of.
@@ -107,6 +58,55 @@ int finish_response(httpc_client *client, int result)
 
 } // namespace
 
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): see the header
+
+int _httpc_dispose_response(httpc_client *client)
+{
+    // Kept: 304 is one of those that redirect, 300, 303, 307 and 308 are not.
+    const int status = client->response.status;
+    if ((status > 300 && status <= 302) || status == 304)
+        return _httpc_dispose_redirect(client);
+    return httpc_response_final;
+}
+
+int _httpc_dispose_redirect(httpc_client *client)
+{
+    const char *location = _httpc_get_var(&client->headers, "Location");
+    if (location == nullptr) {
+        recv_error();
+        return httpc_response_final;
+    }
+    char scheme[8] = {};
+    memset(client->request.host, 0, sizeof(client->request.host));
+    memset(client->request.path, 0, sizeof(client->request.path));
+    if (httpcParseURL(location, scheme, client->request.host, &client->request.port,
+                      client->request.path) < 0) {
+        recv_error();
+        return -1;
+    }
+    client->redirect = 0;
+    _httpc_drop_socket(client);
+    if (client->tls != nullptr) {
+        client->tls->ops->release(client->tls);
+        client->tls = nullptr;
+    }
+    if (strcmp(scheme, "HTTPS") == 0) {
+        client->tls = create_cyassl_client();
+        if (client->tls == nullptr) {
+            fprintf(stderr, "%s:%s:%d: FUNCTION FAILED!\n", unit, __func__, __LINE__);
+            return -1;
+        }
+    }
+    if (httpcSendRequest(client) < 0) {
+        recv_error();
+        return -1;
+    }
+    memset(&client->response, 0, sizeof(client->response));
+    return httpc_response_follows;
+}
+
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
 int httpcGetResponse(httpc_client *client, int keep_headers)
 {
     if (client->response.parsed == 1)
@@ -114,9 +114,9 @@ int httpcGetResponse(httpc_client *client, int keep_headers)
     // A response that was redirected to is this function once more. It is a loop all the same, so
     // that no server can grow the stack, and what each turn says on its way back is said below.
     uint64_t depth = 0;
-    disposal disposed = disposal_failed;
+    int disposed = -1;
     int result = read_head(client, keep_headers);
-    while (result >= 0 && (disposed = dispose_response(client)) == disposal_sent_again) {
+    while (result >= 0 && (disposed = _httpc_dispose_response(client)) == httpc_response_follows) {
         depth++;
         result = read_head(client, keep_headers);
     }
@@ -137,7 +137,7 @@ int httpcReadResponse(httpc_client *client, void *buffer, int size)
         return 0;
     if (size >= 0 && response->available > 0) {
         const int count = std::min(response->available, size);
-        memcpy(buffer, httpcGetContent(client), static_cast<size_t>(count));
+        memcpy(buffer, response->buffer + response->read_position, static_cast<size_t>(count));
         response->available -= count;
         response->read_position = response->available == 0 ? 0 : response->read_position + count;
         return count;
@@ -172,7 +172,7 @@ int httpcRecvResponse(httpc_client *client, char **out, int wanted)
         _httpc_drop_socket(client);
         return 0;
     }
-    *out = httpcGetContent(client);
+    *out = response->buffer + response->read_position;
     if (response->available >= wanted) {
         response->available -= wanted;
         response->read_position += wanted;

@@ -19,11 +19,10 @@
 #include <wolfssl/ssl.h>
 #include <wolfssl/wolfcrypt/ecc.h>
 
+#include "httpc/httpc_client.h"
 #include "platform/device.h"
 
 namespace {
-
-constexpr int silence_seconds = 300; // the longest wait for a response, see cprotocol.h
 
 // The line numbers of this unit's messages are fixed texts: the messages stay comparable from one
 // version to the next.
@@ -75,7 +74,7 @@ int answer(cyassl_client *self, ssize_t result)
     if (errno == EINTR)
         return WOLFSSL_CBIO_ERR_ISR;
     if (errno == EAGAIN)
-        self->broken = true; // the socket blocks, so its time-out has passed
+        self->timed_out = true; // the socket blocks, so its time-out has passed
     return WOLFSSL_CBIO_ERR_GENERAL;
 }
 
@@ -92,12 +91,29 @@ int transmit(WOLFSSL * /*connection*/, char *buffer, int size, void *self)
     return answer(client, send(client->socket, buffer, static_cast<size_t>(size), 0));
 }
 
+/// A new connection of the library, in place of one that had its handshake: that one's state,
+/// failed or not, is of no use to another server process. Whether there is one.
+bool renew_connection(cyassl_client *self)
+{
+    wolfSSL_free(self->connection); // null is allowed
+    self->connection = wolfSSL_new(self->context);
+    self->used = self->connection == nullptr; // the next connect tries again
+    if (self->used)
+        return false;
+    wolfSSL_SetIOReadCtx(self->connection, self);
+    wolfSSL_SetIOWriteCtx(self->connection, self);
+    // Said aloud, since some builds of the library verify nothing unless they are told to.
+    wolfSSL_set_verify(self->connection, WOLFSSL_VERIFY_PEER, nullptr);
+    return true;
+}
+
 bool handshake(cyassl_client *self)
 {
-    if (self->broken)
+    if (self->timed_out || (self->used && !renew_connection(self)))
         return false;
+    self->used = true;
     // Set only now, so that they do not shorten the connect.
-    const timeval wait = {.tv_sec = silence_seconds, .tv_usec = 0};
+    const timeval wait = {.tv_sec = httpc_response_wait_seconds, .tv_usec = 0};
     setsockopt(self->socket, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof(wait));
     setsockopt(self->socket, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof(wait));
     // The request goes out in small writes; each would wait for the answer to the one before.
@@ -107,18 +123,19 @@ bool handshake(cyassl_client *self)
     // Once more, behind wolfSSL_set_fd, which names the socket there.
     wolfSSL_SetIOReadCtx(self->connection, self);
     wolfSSL_SetIOWriteCtx(self->connection, self);
-    self->broken = wolfSSL_connect(self->connection) != WOLFSSL_SUCCESS;
+    const bool made = wolfSSL_connect(self->connection) == WOLFSSL_SUCCESS;
     // The handshake's tables of curve points, 1.6 MB, go back before the package needs the room.
 #ifdef FP_ECC
     wc_ecc_fp_free();
 #endif
     malloc_trim(0);
-    return !self->broken;
+    return made;
 }
 
 int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
 {
     checkpoint(__func__, connect_begin);
+    self->secured = false;
     if (host == nullptr)
         return -1;
     const hostent *entry = gethostbyname(host);
@@ -140,7 +157,8 @@ int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
     fprintf(stderr, "connected\nsock = %d\n", socket);
     // Kept: a failed handshake is only reported, and the request then fails at its first write.
     self->socket = socket;
-    if (!handshake(self))
+    self->secured = handshake(self);
+    if (!self->secured)
         function_failed(__func__, connect_no_handshake);
     return socket;
 }
@@ -154,15 +172,20 @@ void cyassl_client_release(cyassl_client *self)
     wolfSSL_CTX_free(self->context);
 }
 
+bool may_pass(const cyassl_client *self)
+{
+    return self->secured && !self->timed_out;
+}
+
 int cyassl_client_read(cyassl_client *self, void *buffer, int length)
 {
     checkpoint(__func__, read_begin);
-    return self->broken ? -1 : wolfSSL_read(self->connection, buffer, length);
+    return may_pass(self) ? wolfSSL_read(self->connection, buffer, length) : -1;
 }
 
 int cyassl_client_write(cyassl_client *self, const void *buffer, int length)
 {
-    return self->broken ? -1 : wolfSSL_write(self->connection, buffer, length);
+    return may_pass(self) ? wolfSSL_write(self->connection, buffer, length) : -1;
 }
 
 const cyassl_client_ops client_ops = {
@@ -198,18 +221,12 @@ cyassl_client *create_cyassl_client()
     }
     wolfSSL_CTX_SetIORecv(self->context, receive);
     wolfSSL_CTX_SetIOSend(self->context, transmit);
-    self->connection = wolfSSL_new(self->context);
-    if (self->connection == nullptr) {
+    self->socket = -1;
+    if (!renew_connection(self)) {
         function_failed(__func__, create_no_connection);
         return nullptr; // cppcheck-suppress memleak ; kept
     }
     // NOLINTEND(clang-analyzer-unix.Malloc)
-    // Already here, so that a release without a connect writes to no descriptor.
-    self->socket = -1;
-    wolfSSL_SetIOReadCtx(self->connection, self);
-    wolfSSL_SetIOWriteCtx(self->connection, self);
-    // Said aloud, since some builds of the library verify nothing unless they are told to.
-    wolfSSL_set_verify(self->connection, WOLFSSL_VERIFY_PEER, nullptr);
     self->ops = &client_ops;
     return self;
 }

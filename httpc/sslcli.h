@@ -4,8 +4,8 @@
 //
 // Its four operations are reached through its table only. The server's certificate is checked
 // against the CA file, its name against nothing: whoever holds a certificate of that CA is trusted.
-// One object makes one handshake. With the MD5 of the package this is all that uses the TLS
-// library, whose types are only named here.
+// Each connect makes a handshake of its own. With the MD5 of the package this is all that uses the
+// TLS library, whose types are only named here.
 #pragma once
 
 #include <cstdint>
@@ -16,13 +16,15 @@ struct cyassl_client;
 
 struct cyassl_client_ops {
     /// Opens a socket to `host` and `port` and makes the handshake. The socket, which the caller
-    /// closes; it is returned after a failed handshake too, and then the first write or read fails.
-    /// -1 when the host is null or unknown (no socket) or the connect fails (the socket is left).
+    /// closes; it is returned after a failed handshake too, and then each read and write on it
+    /// fails; the next connect tries anew, unless the handshake ended with a wait (see `read`). -1
+    /// when the host is null or unknown (no socket) or the connect fails (the socket is left).
     int (*connect)(cyassl_client *self, const char *host, uint16_t port);
     /// Ends the connection and frees the library's objects, not the record; closes no socket.
     void (*release)(cyassl_client *self);
     /// The bytes read, 0 at the end of the connection, or a negative value. Waits 300 s at most
-    /// for each piece of a record; after one such wait has passed all that follows fails at once.
+    /// for each piece of a record; after one such wait has passed all that follows fails at once,
+    /// later connects included (whose socket is returned all the same).
     int (*read)(cyassl_client *self, void *buffer, int length);
     /// The bytes written or a negative value; waits as `read` does.
     int (*write)(cyassl_client *self, const void *buffer, int length);
@@ -30,10 +32,13 @@ struct cyassl_client_ops {
 
 struct cyassl_client {
     const cyassl_client_ops *ops;
-    int socket; ///< set by `connect`, -1 before
+    int socket; ///< set by `connect`, -1 before; -1 again, by who closes it, so that nothing is
+                ///< sent
     WOLFSSL *connection;
     WOLFSSL_CTX *context;
-    bool broken; ///< the handshake failed or a wait has passed: nothing more is tried
+    bool used;      ///< `connection` is null or has begun a handshake: the next one needs a new one
+    bool secured;   ///< the handshake was made: nothing is read or written without
+    bool timed_out; ///< a wait has passed: nothing more is tried
 };
 
 /// The certificates of the authorities that are trusted, in PEM form.

@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-//
-// Built twice, without and with UPGRADE_HTTP_WHOLE_ASKS.
 #include "download/http.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <poll.h>
+#include <numeric>
 #include <string>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -19,12 +18,6 @@ using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
 namespace {
-
-#ifdef UPGRADE_HTTP_WHOLE_ASKS
-constexpr bool whole_asks = true;
-#else
-constexpr bool whole_asks = false;
-#endif
 
 int listener = -1;
 int peer = -1;
@@ -69,14 +62,6 @@ int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *other, 
     none = {};
     return __real_select(count, readable, writable, other, &none);
 }
-int __real_poll(pollfd *, nfds_t, int);
-int __wrap_poll(pollfd *entry, nfds_t count, int milliseconds)
-{
-    EXPECT_EQ(milliseconds, 300000);
-    if (__real_poll(entry, count, 0) == 0)
-        serve();
-    return __real_poll(entry, count, 0);
-}
 unsigned __wrap_sleep(unsigned)
 {
     slept++;
@@ -88,9 +73,11 @@ namespace {
 
 int stop_after = 0;
 
-int count_call(void *calls, int)
+int note_call(void *calls, int count)
 {
-    return ++*static_cast<int *>(calls) == stop_after ? 0 : 1;
+    auto *noted = static_cast<std::vector<int> *>(calls);
+    noted->push_back(count);
+    return static_cast<int>(noted->size()) == stop_after ? 0 : 1;
 }
 
 /// Downloaders are never released: they stay until the tests end, as in the program.
@@ -103,8 +90,8 @@ downloader *keep(downloader *opened)
 struct outcome {
     int result;
     int total;
-    int blocks; ///< committed
-    int calls;  ///< of the callback
+    int blocks;             ///< committed
+    std::vector<int> calls; ///< of the callback, with its counts
 };
 
 /// One download: `head` comes with the first `leftover` bytes of the body, padded so that exactly
@@ -136,7 +123,7 @@ outcome download(const string &head, size_t leftover, const std::vector<size_t> 
     downloader *http = keep(downloader_open(url.data()));
     iobuf *buffer = iobuf_create(4096, 5);
     outcome got = {};
-    got.result = http->ops->download(http, buffer, count_call, &got.calls);
+    got.result = http->ops->download(http, buffer, note_call, &got.calls);
     got.total = buffer->total;
     got.blocks = buffer->current;
     for (int i = 0; got.result == 0 && i < got.total; i++)
@@ -157,7 +144,7 @@ string ok(int length)
 
 } // namespace
 
-TEST(HttpDownload, StoresWhatTheArithmeticReaches)
+TEST(HttpDownload, StoresPackagesOfEverySizeHoweverTheyCome)
 {
     const struct {
         const char *what;
@@ -166,50 +153,63 @@ TEST(HttpDownload, StoresWhatTheArithmeticReaches)
         std::vector<size_t> sizes;
         ending end;
         int result;
-        int whole_result;
+        std::vector<int> calls;
     } rows[] = {
-        {"a single byte behind full blocks", 8193, 0, {4096, 4096, 1}, closes, 0, 0},
-        {"pieces well before the end", 12289, 0, {9, 4087, 4096, 4096, 1}, closes, 0, 0},
-        {"the buffer to its last byte", 20480, 0, {20480}, closes, 0, 0},
-        {"one byte more", 20481, 0, {20481}, closes, -1, -1},
-        {"all of it left over", 1000, 1000, {}, closes, 0, 0},
-        {"a byte more than is left over", 1001, 1000, {1}, closes, -1, -1},
-        {"the last size that fails", 5119, 1024, {4095}, closes, -1, -1},
-        {"the first size that works", 5120, 1024, {4096}, closes, 0, 0},
-        {"the last block in pieces", 8292, 0, {4096, 4096, 40, 60}, closes, -1, 0},
-        {"the last block byte by byte", 4101, 0, {4096, 1, 1, 1, 1, 1}, closes, -1, 0},
-        {"a full last block in pieces", 8192, 0, {4096, 1000, 3000, 96}, closes, -1, 0},
-        {"a piece into the last 4096 bytes", 8193, 0, {4096, 100, 3996, 1}, closes, -1, 0},
-        {"a body that ends early", 8193, 0, {4096, 1000}, closes, -1, -1},
-        {"a body that is reset", 8193, 0, {4096, 1000}, resets, -1, -1},
-        {"a body that falls silent", 8193, 0, {4096, 1000}, falls_silent, -1, -1},
-        {"no body", 8193, 0, {}, falls_silent, -1, -1},
-        {"nothing announced", 0, 0, {100}, closes, 0, 0},
-        {"less than nothing announced", -5, 0, {100}, closes, 0, 0},
+        {"a byte behind full blocks", 8193, 0, {4096, 4096, 1}, closes, 0, {4096, 4096, 1}},
+        {"more than announced", 4097, 0, {4100}, closes, 0, {4096, 1}},
+        {"well before the end", 12289, 0, {9, 8192, 4088}, closes, 0, {9, 4087, 4096, 9, 4087, 1}},
+        {"left over, all", 1000, 1000, {}, closes, 0, {1000}},
+        {"left over, all but a byte", 1001, 1000, {1}, closes, 0, {1000, 1}},
+        {"left over, some", 5119, 1024, {4095}, closes, 0, {1024, 3072, 1023}},
+        {"last block in pieces", 8292, 0, {4096, 4096, 40, 60}, closes, 0, {4096, 4096, 40, 60}},
+        {"byte by byte", 4101, 0, {4096, 1, 1, 1, 1, 1}, closes, 0, {4096, 1, 1, 1, 1, 1}},
+        {"full in pieces", 8192, 0, {4096, 1, 4000, 95}, closes, 0, {4096, 1, 4000, 95}},
+        {"a piece into the last 4096 bytes",
+         8193,
+         0,
+         {9, 4087, 100, 3997},
+         closes,
+         0,
+         {9, 4087, 100, 3996, 1}},
+        {"the end missing", 8193, 0, {4096, 1000}, closes, -1, {4096, 1000, 0}},
+        {"reset", 8193, 0, {4096, 1000}, resets, -1, {4096, 1000}},
+        {"silence", 8193, 0, {4096, 1000}, falls_silent, -1, {4096, 1000, 0}},
+        {"no body", 8193, 0, {}, falls_silent, -1, {0}},
+        {"nothing announced", 0, 0, {100}, closes, 0, {}},
+        {"less than nothing announced", -5, 0, {100}, closes, 0, {}},
+        {"the buffer to its last byte",
+         20480,
+         0,
+         {20480},
+         closes,
+         0,
+         {4096, 4096, 4096, 4096, 4096}},
+        {"one byte more", 20481, 0, {20481}, closes, -1, {4096, 4096, 4096, 4096, 4096}},
     };
     for (const auto &row : rows) {
         const outcome got = download(ok(row.length), row.leftover, row.sizes, row.end);
-        const int wanted = whole_asks ? row.whole_result : row.result;
-        EXPECT_EQ(got.result, wanted) << row.what;
-        if (wanted == 0) {
-            EXPECT_EQ(got.total, std::max(row.length, 0)) << row.what;
-            EXPECT_EQ(got.blocks, (std::max(row.length, 0) + 4095) / 4096) << row.what;
-        }
+        EXPECT_EQ(got.result, row.result) << row.what;
+        EXPECT_EQ(got.calls, row.calls) << row.what;
+        EXPECT_EQ(got.total, std::accumulate(row.calls.begin(), row.calls.end(), 0)) << row.what;
+        const int full = row.result == 0 ? (got.total + 4095) / 4096 : got.total / 4096;
+        EXPECT_EQ(got.blocks, full) << row.what;
     }
 }
 
-TEST(HttpDownload, EndsWithTheCallbackAndWithTheSecondEmptyRead)
+TEST(HttpDownload, EndsWithTheCallbackAndWithAnotherStatus)
 {
     stop_after = 2;
-    outcome got = download(ok(12288), 0, {4096, 4096, 4096}, closes);
+    const outcome got = download(ok(12288), 0, {4096, 4096, 4096}, closes);
     stop_after = 0;
     EXPECT_EQ(got.result, 1);
     EXPECT_EQ(got.total, 8192);
     EXPECT_EQ(got.blocks, 1); // the block that the callback stopped is not committed
-    got = download(ok(16384), 0, {4096}, closes);
-    EXPECT_EQ(got.result, -1);
-    EXPECT_EQ(got.calls, 2); // the first empty read is told, too
-    EXPECT_EQ(download("HTTP/1.0 404 No\r\nContent-Length: 9\r\n", 9, {}, closes).total, 0);
+    for (const char *status : {"404 No", "201 Made", "304 Same"}) {
+        const outcome refused =
+            download("HTTP/1.0 " + string(status) + "\r\nContent-Length: 9\r\n", 9, {}, closes);
+        EXPECT_EQ(refused.result, -1) << status;
+        EXPECT_EQ(refused.total, 0) << status;
+    }
 }
 
 TEST(HttpDownload, TriesSixTimesAndRefusesUrlsThatItCannotSplit)

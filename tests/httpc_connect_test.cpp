@@ -190,7 +190,9 @@ const cyassl_client_ops fake_ops = {
 
 TEST_F(Httpc, GoesThroughTheTlsObjectAndLeavesItOnARedirect)
 {
-    cyassl_client tls = {&fake_ops, client->socket, nullptr, nullptr, false};
+    cyassl_client tls = {};
+    tls.ops = &fake_ops;
+    tls.socket = client->socket;
     client->tls = &tls;
     tls_calls.clear();
     ASSERT_GT(httpcSendRequest(client), 0);
@@ -216,7 +218,8 @@ TEST(HttpcClient, RefusesWhatItCannotHoldAndSaysFarewell)
     ASSERT_NE(client, nullptr);
     int peer = -1;
     client->socket = pair_with(&peer);
-    cyassl_client tls = {&fake_ops, -1, nullptr, nullptr, false};
+    cyassl_client tls = {};
+    tls.ops = &fake_ops;
     client->tls = &tls;
     tls_calls.clear();
     EXPECT_EQ(httpcCloseClient(client), 0);

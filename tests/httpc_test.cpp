@@ -75,6 +75,12 @@ TEST_F(Httpc, FailsASendToAClosedPeerAndCountsAFullOne)
 {
     expire = true;
     EXPECT_GT(httpcSendRequest(client), 0); // never writable: each write is 0, which is no failure
+    for (int i = 0; i < 25; i++)
+        httpcAddHeader(client, ("N" + std::to_string(i)).c_str(), "v");
+    EXPECT_EQ(httpcSendRequest(client), -1); // 30 writes in a row are
+    EXPECT_STREQ(client->request.error_text, "Connection timed out");
+    attach();
+    httpcFreeHeaders(client);
     EXPECT_EQ(waited_seconds, 2);
     expire = false;
     EXPECT_EQ(read_at_once(peer), "");

@@ -6,7 +6,7 @@
         server.authority              the CA file
         server.stranger               the CA file of somebody else
 
-With fill=False heads have their usual length. /upgrade/latest.pkg redirects to /upgrade/flash.pkg on
+/upgrade/latest.pkg redirects to /upgrade/flash.pkg on
 127.0.0.2. The server is an ordinary user's; its files stay in `folder`.
 """
 
@@ -33,8 +33,7 @@ def free_ports(count):
 
 
 class Nginx:
-    def __init__(self, folder, files, fill=True):
-        self.fill = fill
+    def __init__(self, folder, files):
         self.folder = pathlib.Path(folder)
         served = self.folder / "served"
         for name, content in files.items():
@@ -73,8 +72,6 @@ class Nginx:
         for old, new in changes.items():
             assert old in text, old
             text = text.replace(old, new)
-        if not self.fill:
-            text = re.sub(r"\n *add_header X-Fill.*", "", text)
         user = "user root root;" if os.getuid() == 0 else ""  # no other in a user namespace
         return (f"{user} daemon off; master_process off; pid {self.folder}/pid;"
                 f"error_log {self.folder}/error.log;\n{text}")

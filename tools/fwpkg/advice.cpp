@@ -11,10 +11,6 @@
 namespace fwpkg {
 namespace {
 
-// The HTTP client takes 1024 bytes with the response's head and asks for the rest of the last block
-// twice the way it has come: below a block and that much it cannot finish.
-constexpr uint32_t http_minimum = 5120;
-
 using numbers = std::vector<std::pair<std::string, uint64_t>>;
 
 void warn(std::vector<finding> &findings, const std::string &place, const std::string &message,
@@ -136,11 +132,6 @@ void advise_same_types(const std::vector<part_entry> &parts, std::vector<finding
 std::vector<finding> advise(const package_file &file, const std::vector<named_device> &devices)
 {
     std::vector<finding> findings;
-    if (file.size < http_minimum)
-        warn(findings, "package",
-             std::to_string(file.size) + " bytes: below " + std::to_string(http_minimum) +
-                 " it cannot be fetched over HTTP",
-             {{"size", file.size}, {"minimum", http_minimum}});
     if (file.parts.empty())
         warn(findings, "part table", "no parts: nothing would be written");
     for (const part_entry &entry : file.parts) {

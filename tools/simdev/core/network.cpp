@@ -128,8 +128,8 @@ int sim_connect(int fd, const sockaddr *address, socklen_t size)
     if (connection == nullptr || !is_ipv4(address, size))
         return real.connect(fd, address, size);
     const sockaddr_in mapped = real_address(connection, address);
-    // Segments as on an Ethernet. With the loopback's of 64 KiB the receiver's window opens and
-    // closes in strides that no device sees, and the end of a transfer waits for it.
+    // Segments as on the Ethernet of a device: reads then end where they do there, and not at the
+    // loopback's 64 KiB.
     const int segment = ethernet_segment_size;
     if (connection->kind == slot_tcp)
         real.setsockopt(fd, IPPROTO_TCP, TCP_MAXSEG, &segment, sizeof segment);
