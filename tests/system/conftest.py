@@ -56,8 +56,9 @@ class Run:
         self.status = report["exit_status"]
         self.stdout = (device.folder / "run/stdout").read_bytes()
         self.stderr = (device.folder / "run/stderr").read_bytes()
-        self.datagrams = report["datagrams"]["/tmp/.upgrd_info"]
-        self.server_datagrams = report["datagrams"]["/tmp/.syscfg-server"]
+        self.datagrams, self.server_datagrams = (
+            [datagram["text"] for datagram in report["datagrams"][receiver]]
+            for receiver in ("/tmp/.upgrd_info", "/tmp/.syscfg-server"))
         self.operations = [json.loads(line) for line in log.read_text().splitlines()]
 
     def of(self, *names):

@@ -6,6 +6,7 @@ import json
 import os
 import shutil
 import signal
+import socket
 import struct
 import subprocess
 import zlib
@@ -90,7 +91,7 @@ def test_a_run_without_fast_sleeps_for_real(make_device, serve_tftp):
     ("short-write@1:bytes=100", 0, b"block #0 differ\n"),
     ("open-error@2x3:partition=2", 2, b"cannot open /dev/fla2 for writing\n\nwrite package failed!"),
     ("open-error", 1, b"cannot open target device\n"),
-    ("receiver-missing:receiver=0", 0, b"UPGRD_STAGE=DONE\n"),
+    ("receiver-missing:receiver=1", 0, b"UPGRD_STAGE=DONE\n"),
     ("script-hang", 102, b"tftp download packet length: 9216\n"),
 ])
 def test_faults(make_device, serve_tftp, fault, status, stderr):
@@ -120,6 +121,43 @@ def test_a_power_cut_leaves_what_was_written(make_device, serve_tftp, torn, kept
     run = upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=[fault])
     assert (run.status, run.report["ended_by"]) == (100, "power-cut")
     assert device.flash(2) == KERNEL[:kept].ljust(65536, b"\xff")
+
+
+def test_the_status_receivers_can_be_others(make_device, serve_tftp, tmp_path):
+    """One elsewhere, under a path that no socket's address has room for; one bound in the device
+    folder before the run. What neither has bound is received by simdev."""
+    device = make_device()
+    elsewhere = tmp_path / ("long" * 30)
+    elsewhere.mkdir()
+    with contextlib.ExitStack() as stack:
+        def bind(folder, name):
+            sock = stack.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
+            directory = os.open(folder, os.O_PATH)
+            sock.bind(f"/proc/self/fd/{directory}/{name}")
+            os.close(directory)
+            sock.setblocking(False)
+            return sock
+
+        def received(sock):
+            with contextlib.suppress(BlockingIOError):
+                while True:
+                    yield sock.recv(100).decode()
+
+        linked, own = bind(elsewhere, "follower"), bind(device.folder / "tmp", ".syscfg-server")
+        # Few enough of them for the queue of a socket that is read after the run.
+        run = upgrade(device, serve_tftp, [Part(2, b"x", actual_size=1)],
+                      receiver=f"1={elsewhere}/follower")
+        texts = ["UPGRD_STAGE=WRITING", "UPGRD_PERCENTAGE=0", "UPGRD_PERCENTAGE=100",
+                 "UPGRD_STAGE=VERIFYING", "UPGRD_PERCENTAGE=0", "UPGRD_PERCENTAGE=100",
+                 "UPGRD_STAGE=DONE", "UPGRD_PERCENTAGE=0"]
+        assert list(received(linked)) == list(received(own)) == run.datagrams == texts
+        times = [d["virtual_us"] for d in run.report["datagrams"]["/tmp/.upgrd_info"]]
+        assert times == [0, 0, 0, 140000, 140000, 140000, 2140000, 2140000]
+        # The link is gone, his own is left to who bound it.
+        assert [entry.name for entry in (device.folder / "tmp").iterdir()] == [".syscfg-server"]
+    run = upgrade(device, serve_tftp, [Part(2, b"x")])
+    assert run.datagrams == run.server_datagrams != []
+    assert list((device.folder / "tmp").iterdir()) == []
 
 
 PACKAGE = make_package([Part(2, KERNEL)])
@@ -182,6 +220,8 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["run", "{device}", "--fault=cut@1:bytes=3"], "unknown key"),
     (["run", "{device}", "--fault=watchdog:seconds=x"], "is no number"),
     (["run", "{device}", "--map-port=80"], 'simdev: not a list of ports: "tcp:80,"'),
+    (["run", "{device}", "--receiver=3=x"], '--receiver: "3=x" is not 1=PATH or 2=PATH'),
+    (["run", "{device}", "--receiver=1={device}/x"], "receiver 1: nobody listens on {device}/x"),
     (["run", "{device}", "--program=/bin/nothing"], "/bin/nothing: cannot be read"),
     (["run", "{device}", "--program={device}/device.toml"], "cannot be started"),
     (["init", "{device}"], "is there already and not empty"),
@@ -213,6 +253,7 @@ def test_what_it_refuses(make_device, tmp_path, words, said):
     done = subprocess.run([SIMDEV, *[w.format(device=device.folder) for w in words]],
                           capture_output=True, text=True, cwd=tmp_path, timeout=30)
     assert done.returncode == 125
+    said = said.format(device=device.folder)
     assert said in done.stderr and done.stderr[:-1].isprintable(), done.stderr
     if "linked" in said:
         assert not (device.folder / "run/stderr").exists(), "it was run on this machine itself"

@@ -23,7 +23,7 @@ trailer_verdict judge_trailer(const reader &reader)
     verdict.check = trailer.check;
     verdict.magic = trailer.magic;
     verdict.magic_right = trailer.magic == partition_trailer_magic;
-    verdict.check_right = trailer.check == trailer.crc + trailer.length + trailer.magic;
+    verdict.check_right = trailer.check == trailer_check(trailer.crc, trailer.length);
     if (!verdict.magic_right || !verdict.check_right)
         return verdict;
     verdict.state = trailer_state::crc_wrong;

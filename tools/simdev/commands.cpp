@@ -26,18 +26,15 @@ class stage_progress {
 public:
     explicit stage_progress(bool quiet) : progress_(quiet) {}
 
-    void start()
+    void take(const operation &operation)
     {
-        progress_.show("download", 0);
-    }
-
-    void take(const datagram &datagram)
-    {
-        if (datagram.receiver != 0)
+        if (operation.n == 1)
+            progress_.show("download", 0);
+        if (operation.target != status_receivers[0])
             return;
-        const auto value = [&datagram](std::string_view name) {
-            return datagram.text.starts_with(name) ? datagram.text.substr(name.size())
-                                                   : std::string();
+        const auto value = [&operation](std::string_view name) {
+            return operation.text.starts_with(name) ? operation.text.substr(name.size())
+                                                    : std::string();
         };
         if (const std::string stage = value("UPGRD_STAGE="); !stage.empty())
             stage_ = stage;
@@ -89,14 +86,9 @@ int run_command(const command_options &options)
     const run_listener listener = {
         [&](const operation &operation, std::string_view line) {
             add_operation(summary, operation);
-            if (operation.n == 1)
-                progress.start();
+            progress.take(operation);
             if (log.is_open())
                 log << line << '\n';
-        },
-        [&](const datagram &datagram) {
-            add_datagram(summary, datagram);
-            progress.take(datagram);
         },
     };
     const run_outcome outcome = run_program(options.run, listener);
@@ -140,11 +132,9 @@ int watchdog_command(const command_options &options)
     std::vector<operation> operations;
     const run_outcome outcome =
         run_program(run, {[&](const operation &operation, std::string_view) {
-                              operations.push_back(operation);
-                              if (operation.n == 1)
-                                  progress.start();
-                          },
-                          [&progress](const datagram &datagram) { progress.take(datagram); }});
+                        operations.push_back(operation);
+                        progress.take(operation);
+                    }});
     progress.finish();
     const std::string url = run.arguments.empty() ? "http:" : run.arguments.front();
     const auto record = measure_phases(operations, printable(url.substr(0, url.find(':'))));

@@ -65,6 +65,19 @@ void describe(CLI::App &app, command_options &options, command &chosen)
     run->add_flag("--fast", options.run.fast, "Count sleeps and vain waits instead of waiting");
     run->add_option("--fault", options.run.faults, "Play a fault (below); may be repeated")
         ->allow_extra_args(false);
+    run->add_option_function<std::vector<std::string>>(
+           "--receiver",
+           [&options](const std::vector<std::string> &pairs) {
+               for (const std::string &pair : pairs)
+                   options.run.receivers[pair[0] - '0'] = pair.substr(2);
+           },
+           "N=PATH: status receiver N (1 .upgrd_info, 2 .syscfg-server) is who listens on PATH")
+        ->allow_extra_args(false)
+        ->check([](const std::string &pair) {
+            const bool right =
+                pair.size() > 2 && (pair[0] == '1' || pair[0] == '2') && pair[1] == '=';
+            return right ? "" : "\"" + pair + "\" is not 1=PATH or 2=PATH";
+        });
     run->add_option("--seed", options.run.seed, "For what a fault leaves open");
     run->add_option("--log", options.log_file, "Write each operation as a line of JSON");
     run->add_option(

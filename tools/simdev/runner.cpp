@@ -8,7 +8,6 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -42,34 +41,79 @@ volatile sig_atomic_t interrupted = 0;
     throw failure(what + ": " + strerror(errno));
 }
 
-/// A status receiver, bound in the device folder for the time of a run.
-class receiver {
+/// The address of a socket through a descriptor of its folder: an address has room for 107
+/// characters only, a path for more.
+class socket_address {
 public:
-    explicit receiver(const fs::path &path)
-        : path_(path), socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0))
+    explicit socket_address(const fs::path &path)
+        : folder_(open(path.parent_path().c_str(), O_PATH | O_CLOEXEC))
     {
-        // Through a descriptor of the folder: a socket's address has room for 107 characters only.
-        const descriptor folder(open(path.parent_path().c_str(), O_PATH | O_CLOEXEC));
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d/%s", folder.get(),
-                 path.filename().c_str());
-        unlink(path.c_str());
-        if (bind(socket_.get(), reinterpret_cast<sockaddr *>(&address), sizeof address) < 0)
-            fail_with_errno(path.string());
+        address_.sun_family = AF_UNIX;
+        const int size = snprintf(address_.sun_path, sizeof address_.sun_path,
+                                  "/proc/self/fd/%d/%s", folder_.get(), path.filename().c_str());
+        if (size >= static_cast<int>(sizeof address_.sun_path))
+            throw failure(path.string() + ": too long a name for a socket");
     }
-    ~receiver()
+    /// Whether somebody has bound a datagram socket there.
+    [[nodiscard]] bool has_listener() const
     {
-        unlink(path_.c_str());
-    }
-    int get() const
-    {
-        return socket_.get();
+        const descriptor probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        return connect(probe.get(), reinterpret_cast<const sockaddr *>(&address_),
+                       sizeof address_) == 0;
     }
 
 private:
-    fs::path path_;
-    descriptor socket_;
+    descriptor folder_;
+    sockaddr_un address_ = {};
+};
+
+/// The device's status receivers for the time of a run: somebody else's socket that is linked into
+/// the folder, what somebody has bound in the folder himself, or else nothing, and then the
+/// simulation receives.
+class receivers_of_run {
+public:
+    explicit receivers_of_run(const run_options &options)
+    {
+        for (size_t index = 0; index < std::size(status_receivers); index++) {
+            const fs::path place = folder_path(options.folder, status_receivers[index]);
+            const auto wanted = options.receivers.find(static_cast<int>(index) + 1);
+            const bool linked = wanted != options.receivers.end();
+            if (!linked && !fs::is_symlink(place) && socket_address(place).has_listener()) {
+                foreign_ += static_cast<char>('1' + index);
+                continue;
+            }
+            std::error_code error;
+            fs::remove(place, error); // left by one that was killed
+            if (!linked)
+                continue;
+            const fs::path target = fs::absolute(wanted->second);
+            if (!socket_address(target).has_listener())
+                throw failure("receiver " + std::to_string(index + 1) + ": nobody listens on " +
+                              target.string());
+            fs::create_symlink(target, place, error);
+            if (error)
+                throw failure(place.string() + ": " + error.message());
+            links_.push_back(place);
+            foreign_ += static_cast<char>('1' + index);
+        }
+    }
+    receivers_of_run(const receivers_of_run &) = delete;
+    receivers_of_run &operator=(const receivers_of_run &) = delete;
+    ~receivers_of_run()
+    {
+        std::error_code ignored;
+        for (const fs::path &link : links_)
+            fs::remove(link, ignored);
+    }
+    /// "1", "2", "12" or "": those that somebody else is.
+    [[nodiscard]] const std::string &foreign() const
+    {
+        return foreign_;
+    }
+
+private:
+    std::vector<fs::path> links_;
+    std::string foreign_;
 };
 
 /// What the faults ask of simdev itself, and the list for the model.
@@ -114,7 +158,7 @@ std::string port_list(const run_options &options)
 
 /// The program's environment: ours, without other devices' requirements.
 std::vector<std::string> make_environment(const run_options &options, const fault_list &faults,
-                                          bool wrapped)
+                                          bool wrapped, const std::string &foreign_receivers)
 {
     const device device = read_folder(options.folder);
     std::vector<std::string> environment;
@@ -135,6 +179,7 @@ std::vector<std::string> make_environment(const run_options &options, const faul
     set("GRACE_MS", std::to_string(options.grace_ms));
     set("PORTS", port_list(options));
     set("FAULTS", faults.specifications);
+    set("RECEIVERS", foreign_receivers);
     set("SEED", std::to_string(options.seed));
     set("SCRIPT_US", std::to_string(std::llround(device.script.seconds * 1e6)));
     set("LOG_FD", std::to_string(log_descriptor()));
@@ -205,41 +250,18 @@ bool place(int fd, int number)
     _exit(exit_not_started);
 }
 
-/// Empty in a quiet run.
-using receivers_of_run = std::array<std::unique_ptr<receiver>, 2>;
-
-void take_datagrams(const receivers_of_run &sockets, const run_listener &listener)
-{
-    for (int index = 0; index < 2; index++) {
-        const receiver *socket = sockets.at(static_cast<size_t>(index)).get();
-        char text[256];
-        ssize_t size = 0;
-        while (socket != nullptr && (size = recv(socket->get(), text, sizeof text, 0)) >= 0)
-            if (listener.on_datagram)
-                listener.on_datagram({index, std::string(text, static_cast<size_t>(size))});
-    }
-}
-
 /// Follows the program until its log ends, which is when it has ended.
-void follow(pid_t pid, int log, const receivers_of_run &sockets, const run_listener &listener,
-            log_reader &reader)
+void follow(pid_t pid, int log, log_reader &reader)
 {
-    const auto fd_of = [&sockets](size_t index) {
-        return sockets.at(index) == nullptr ? -1 : sockets.at(index)->get(); // -1: left out by poll
-    };
-    std::array<pollfd, 3> fds = {pollfd{log, POLLIN, 0}, pollfd{fd_of(0), POLLIN, 0},
-                                 pollfd{fd_of(1), POLLIN, 0}};
+    pollfd waited = {log, POLLIN, 0};
     std::string buffer(65536, '\0');
     for (bool told = false;;) { // ends with the log
         if (interrupted != 0 && !told) {
             kill(pid, SIGTERM);
             told = true;
         }
-        if (poll(fds.data(), fds.size(), -1) < 0)
+        if (poll(&waited, 1, -1) < 0)
             continue; // a signal: looked at above
-        take_datagrams(sockets, listener);
-        if (fds[0].revents == 0)
-            continue;
         const ssize_t size = read(log, buffer.data(), buffer.size());
         if (size <= 0)
             return;
@@ -326,16 +348,14 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     if (!wrapped && !takes_preload(program))
         throw failure(program.string() + ": is not linked dynamically for this machine, so that it "
                                          "cannot run in the simulation");
-    std::vector<std::string> environment = make_environment(options, faults, wrapped);
+    const receivers_of_run receivers_of_device(options);
+    std::vector<std::string> environment =
+        make_environment(options, faults, wrapped, receivers_of_device.foreign());
     std::vector<std::string> arguments = {"upgrade"};
     arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
     std::vector<char *> environment_table = pointers(environment);
     std::vector<char *> argument_table = pointers(arguments);
 
-    receivers_of_run sockets;
-    for (size_t index = 0; index < sockets.size() && !options.quiet; index++)
-        sockets.at(index) =
-            std::make_unique<receiver>(folder_path(options.folder, status_receivers[index]));
     const descriptor output(open_output(stdout_path(options), STDOUT_FILENO));
     const descriptor error(open_output(stderr_path(options), STDERR_FILENO));
     const descriptor library(wrapped ? -1 : open(find_preload().c_str(), O_RDONLY | O_CLOEXEC));
@@ -359,12 +379,11 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     child child(pid);
     log_input.close();
     log_reader reader(listener);
-    follow(pid, log.get(), sockets, listener, reader);
+    follow(pid, log.get(), reader);
     const int status = child.wait();
     run_outcome outcome;
     outcome.real_us = now_us() - started_us;
     outcome.interrupted = is_interrupted();
-    take_datagrams(sockets, listener);
     if (WIFSIGNALED(status))
         outcome.signal = WTERMSIG(status);
     outcome.exit_status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);

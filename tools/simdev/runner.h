@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,12 +30,6 @@ struct operation {
     int64_t real_us = 0;
 };
 
-/// A datagram that arrived: 0 at .upgrd_info, 1 at .syscfg-server.
-struct datagram {
-    int receiver;
-    std::string text;
-};
-
 struct run_options {
     std::filesystem::path folder;
     std::vector<std::string> arguments; ///< of the program: the URL
@@ -44,15 +39,15 @@ struct run_options {
     int tftp_port = 0;                  ///< real port behind UDP port 69; 0: 69
     std::vector<std::string> port_maps; ///< "21=2121": TCP ports
     std::vector<std::string> faults;
+    std::map<int, std::filesystem::path> receivers; ///< 1 or 2 -> the socket of who is it
     uint64_t seed = 0;
     std::string stdout_file; ///< empty: run/stdout in the folder; "-": simdev's own
     std::string stderr_file; ///< the same
-    bool quiet = false;      ///< no log beyond the first line and no receivers: the fastest
+    bool quiet = false;      ///< no log beyond the first line: the fastest
 };
 
 struct run_listener {
     std::function<void(const operation &, std::string_view line)> on_operation;
-    std::function<void(const datagram &)> on_datagram;
 };
 
 struct run_outcome {

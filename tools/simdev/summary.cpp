@@ -48,7 +48,10 @@ void add_kick(run_summary &summary, const operation &operation)
 // Each text goes to two receivers; the first is enough to know it.
 void add_status(run_summary &summary, const operation &operation)
 {
-    if (operation.target != status_receivers[0])
+    const bool first = operation.target == status_receivers[0];
+    if (operation.error.empty())
+        summary.received.at(first ? 0 : 1).push_back(operation);
+    if (!first)
         return;
     for (const std::string_view prefix : {stage_prefix, error_prefix})
         if (operation.text.starts_with(prefix))
@@ -105,6 +108,16 @@ trailer_state trailer_of(const run_options &options, int number)
     return state;
 }
 
+nlohmann::json datagrams_json(const std::vector<operation> &received)
+{
+    nlohmann::json json = nlohmann::json::array();
+    for (const operation &datagram : received)
+        json.push_back({{"text", datagram.text},
+                        {"virtual_us", datagram.virtual_us},
+                        {"real_us", datagram.real_us}});
+    return json;
+}
+
 /// Real time beyond the virtual time, in percent of it.
 std::optional<double> overhead_percent(const run_summary &summary, const run_options &options,
                                        const run_outcome &outcome)
@@ -151,11 +164,6 @@ void add_operation(run_summary &summary, const operation &operation)
     } else if (operation.op == "power-cut" || operation.op == "reset" || operation.op == "hang") {
         summary.end = operation;
     }
-}
-
-void add_datagram(run_summary &summary, const datagram &datagram)
-{
-    summary.received.at(static_cast<size_t>(datagram.receiver)).push_back(datagram.text);
 }
 
 trailer_state judge_trailer(std::string_view content)
@@ -252,8 +260,8 @@ nlohmann::json report_json(const run_summary &summary, const run_options &option
                          ? nlohmann::json(summary.script->result)
                          : nlohmann::json();
     json["faults"] = summary.faults;
-    json["datagrams"] = {{status_receivers[0], summary.received[0]},
-                         {status_receivers[1], summary.received[1]}};
+    json["datagrams"] = {{status_receivers[0], datagrams_json(summary.received[0])},
+                         {status_receivers[1], datagrams_json(summary.received[1])}};
     json["operations"] = summary.operations;
     json["virtual_us"] = summary.virtual_us;
     json["real_us"] = outcome.real_us;

@@ -44,16 +44,15 @@ struct run_summary {
     gap first_kick;  ///< from the start
     gap longest_gap; ///< between two kicks, the longest in virtual time
     std::optional<operation> script;
-    std::optional<operation> end;                     ///< power cut, reset or hang
-    std::map<std::string, int64_t> faults;            ///< operations that each played a part in
-    std::array<std::vector<std::string>, 2> received; ///< datagrams, by receiver
+    std::optional<operation> end;                   ///< power cut, reset or hang
+    std::map<std::string, int64_t> faults;          ///< operations that each played a part in
+    std::array<std::vector<operation>, 2> received; ///< datagrams that arrived, by receiver
     int64_t last_kick_virtual_us = 0;
     int64_t last_kick_real_us = 0;
 };
 
-/// Adds one operation, or one datagram that arrived.
+/// Adds one operation.
 void add_operation(run_summary &summary, const operation &operation);
-void add_datagram(run_summary &summary, const datagram &datagram);
 
 /// The last 16 bytes of a partition, judged.
 struct trailer_state {

@@ -130,12 +130,11 @@ reference run_undisturbed(const run_options &options)
     std::set<int> written;
     const run_outcome outcome =
         run_program(options, {[&](const operation &operation, std::string_view) {
-                                  if (operation.op != "write")
-                                      return;
-                                  result.writes++;
-                                  written.insert(operation.target.back() - '0');
-                              },
-                              nullptr});
+                        if (operation.op != "write")
+                            return;
+                        result.writes++;
+                        written.insert(operation.target.back() - '0');
+                    }});
     if (outcome.exit_status != 0 && !outcome.interrupted)
         throw failure("the undisturbed run ends with exit status " +
                       std::to_string(outcome.exit_status) +

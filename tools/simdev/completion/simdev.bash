@@ -12,7 +12,7 @@ _simdev() {
         local options="--program --tftp-port --map-port --grace --json --help"
         case $command in
         init) options="--device --help" ;;
-        run) options+=" --fast --fault --seed --log --stdout --stderr" ;;
+        run) options+=" --fast --fault --receiver --seed --log --stdout --stderr" ;;
         sweep) options+=" --jobs --torn" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
@@ -26,7 +26,7 @@ _simdev() {
         compopt -o nospace 2>/dev/null # a number follows, or may
         return
         ;;
-    --tftp-port | --map-port | --grace | --seed | --jobs | --torn | --) return ;;
+    --tftp-port | --map-port | --grace | --receiver | --seed | --jobs | --torn | --) return ;;
     --device) mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word") ;;
     --program | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     *) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;; # a device is a folder

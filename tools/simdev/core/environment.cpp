@@ -108,6 +108,7 @@ void sim_start_from_environment()
     config.grace_ms = atoi(setting("SIMDEV_GRACE_MS", "1000"));
     config.ports = setting("SIMDEV_PORTS", "");
     config.faults = setting("SIMDEV_FAULTS", "");
+    config.receivers = setting("SIMDEV_RECEIVERS", "");
     config.seed = strtoull(setting("SIMDEV_SEED", "0"), nullptr, 10);
     config.script_us = strtoll(setting("SIMDEV_SCRIPT_US", "0"), nullptr, 10);
     if (getenv("SIMDEV_LOG_FD") != nullptr)

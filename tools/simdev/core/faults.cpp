@@ -55,7 +55,7 @@ constexpr key_row keys[] = {
     {"torn", &sim_fault::bytes, 0, INT32_MAX},  {"bytes", &sim_fault::bytes, 1, INT32_MAX},
     {"bit", &sim_fault::bytes, 0, INT32_MAX},   {"partition", &sim_fault::partition, 0, 9},
     {"seconds", &sim_fault::seconds, 0, 86400}, {"fd", &sim_fault::fd, 0, 2},
-    {"receiver", &sim_fault::receiver, 0, 1},
+    {"receiver", &sim_fault::receiver, 1, 2},
 };
 
 // Reads a decimal number and moves `*text` behind it. False unless it lies in the range.
@@ -178,9 +178,9 @@ const fault_description fault_descriptions[fault_kind_count] = {
     {"gpio-refuse", "gpio-refuse[@N][xM]",
      "the GPIO device refuses kicks N to N+M-1 (all if not given)"},
     {"receiver-missing", "receiver-missing[:receiver=R]",
-     "nobody receives status datagrams (R: 0 .upgrd_info, 1 .syscfg-server)"},
+     "nobody receives status datagrams (R: 1 .upgrd_info, 2 .syscfg-server)"},
     {"receiver-stuck", "receiver-stuck[:receiver=R]",
-     "the receivers exist and do not read; ten datagrams fit into each one's queue"},
+     "the receivers exist and do not read; eleven datagrams fit into each one's queue"},
     {"script-hang", "script-hang", "the network-stop script does not end"},
     {"closed", "closed:fd=F", "the program starts with descriptor F (0 to 2) closed"},
     {"watchdog", "watchdog:seconds=S",

@@ -37,7 +37,7 @@ struct sim_fault {
     int64_t partition; ///< -1: any
     int64_t seconds;   ///< of the watchdog or of each drip
     int64_t fd;        ///< of a closed stream
-    int64_t receiver;  ///< 0 /tmp/.upgrd_info, 1 /tmp/.syscfg-server, -1 both
+    int64_t receiver;  ///< 1 /tmp/.upgrd_info, 2 /tmp/.syscfg-server, -1 both
 };
 
 /// One row a kind, in the order of the enum, for help texts and for the log.

@@ -49,6 +49,7 @@ struct sim_model {
     bool active;
     bool fast;
     bool has_server_fault;
+    std::array<bool, 2> foreign_receivers;
     int folder_fd; ///< of the device folder, out of the program's way
     int64_t grace_us;
     int64_t script_us;

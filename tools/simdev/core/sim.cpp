@@ -127,6 +127,8 @@ int sim_start(const sim_config *config, char *error, size_t error_size)
     model.grace_us = config->grace_ms * INT64_C(1000);
     model.script_us = config->script_us;
     model.seed = config->seed;
+    model.foreign_receivers = {strchr(config->receivers, '1') != nullptr,
+                               strchr(config->receivers, '2') != nullptr};
     model.sink = config->sink;
     model.sink_argument = config->sink_argument;
     model.environment = clean_environment();

@@ -61,6 +61,7 @@ struct sim_config {
     int grace_ms = 1000;          ///< in fast mode: how long a peer may really take to answer
     const char *ports = "";       ///< "udp:69=4069,tcp:21=2121": device's port = real port
     const char *faults = "";      ///< specifications, separated by ";" (faults.h)
+    const char *receivers = "";   ///< "1", "2" or "12": those that somebody else is
     uint64_t seed = 0;            ///< for what a fault leaves open
     int64_t script_us = 0;        ///< virtual duration of the network-stop script
     sim_sink sink = nullptr;      ///< told every operation
