@@ -5,9 +5,9 @@
 #include <unistd.h>
 
 #include "fuzz/support/fuzz.h"
+#include "tools/common/failure.h"
 #include "tools/common/printable.h"
 #include "tools/fwpkg/condition_code.h"
-#include "tools/fwpkg/failure.h"
 #include "tools/fwpkg/manifest.h"
 
 namespace {
@@ -22,7 +22,7 @@ void read(const std::string &path)
             if (part.conditions)
                 fwpkg::compile_condition(*part.conditions, part.place);
         }
-    } catch (const fwpkg::failure &failure) {
+    } catch (const failure &failure) {
         fuzz::require(is_printable(failure.what()), "a failure is one line of text");
     }
 }

@@ -7,10 +7,10 @@
 #include <regex>
 #include <sstream>
 
+#include "tools/common/files.h"
+#include "tools/common/key.h"
 #include "tools/fwpkg/checker.h"
 #include "tools/fwpkg/extractor.h"
-#include "tools/fwpkg/failure.h"
-#include "tools/fwpkg/files.h"
 #include "tools/fwpkg/maker.h"
 #include "tools/fwpkg/plan_report.h"
 
@@ -83,7 +83,7 @@ const std::string short_manifest =
 
 TEST(Maker, MakesTheFormatPagesExample)
 {
-    const bytes raw = read_file(PROJECT_FOLDER "/docs/package-format.md", 1 << 20);
+    const bytes raw = read_bytes(PROJECT_FOLDER "/docs/package-format.md", 1 << 20);
     const std::string page(raw.begin(), raw.end());
     // The page's listing: lines of a position and bytes, two blanks before any words.
     bytes listed;
@@ -166,7 +166,7 @@ TEST(Maker, SaysWhereAndHowMany)
         {"[[part]]\ntype='unknown'\n", "2: \"unknown\" is not the name of a part type"},
         {"[[part]]\ntype=2\n", "1: part 0 has no \"file\""},
         {"[[part]]\ntype=2\nfile='gone'\n",
-         "1: part 0: gone: cannot open: No such file or directory"},
+         "1: part 0: gone: cannot be read: No such file or directory"},
         {nine, "25: 9 parts, a package holds at most 8"},
         {part + "conditions='a=1 b: =2'\n",
          "1: part 0: conditions: \"a=1 b: =2\" cannot be read from column 5 on (\"b: =2\"): a name "
@@ -193,7 +193,7 @@ TEST(Files, AreWrittenWholeOrNotAtAll)
     const maker_folder folder{{"old", "old"}};
     std::filesystem::create_symlink("old", folder.path / "link");
     write_file(folder.path / "link", bytes_of("new"));
-    EXPECT_EQ(read_file(folder.path / "old", 3), bytes_of("new"));
+    EXPECT_EQ(read_bytes(folder.path / "old", 3), bytes_of("new"));
     EXPECT_TRUE(std::filesystem::is_symlink(folder.path / "link"));
     const auto left = std::filesystem::directory_iterator(folder.path);
     EXPECT_EQ(std::distance(begin(left), end(left)), 2) << "no temporary file stays";

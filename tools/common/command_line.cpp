@@ -30,7 +30,7 @@ int report(const CLI::App &app, const std::exception &error, int status)
 
 } // namespace
 
-int run_command_line(CLI::App &app, int argc, char **argv, int failure_status,
+int run_command_line(CLI::App &app, int argc, char **argv, int trouble_status,
                      const std::function<int()> &command)
 {
     occupy_standard_descriptors();
@@ -43,14 +43,14 @@ int run_command_line(CLI::App &app, int argc, char **argv, int failure_status,
             status = app.exit(help);
         }
         if (fflush(stdout) != 0 || ferror(stdout) != 0)
-            throw command_failure("cannot write the output", failure_status);
+            throw failure("cannot write the output");
         return status;
     } catch (const CLI::ParseError &error) {
         return report(app, std::runtime_error(std::string(error.what()) + " (see --help)"),
-                      failure_status);
-    } catch (const command_failure &error) {
-        return report(app, error, error.status);
+                      trouble_status);
+    } catch (const failure &error) {
+        return report(app, error, error.status == exit_trouble ? trouble_status : error.status);
     } catch (const std::exception &error) {
-        return report(app, error, failure_status);
+        return report(app, error, trouble_status);
     }
 }

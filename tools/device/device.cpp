@@ -38,7 +38,7 @@ public:
 
     [[noreturn]] void fail(const toml::source_region &where, const std::string &what) const
     {
-        throw device_error(name_ + ":" + std::to_string(where.begin.line) + ": " + printable(what));
+        throw failure(name_ + ":" + std::to_string(where.begin.line) + ": " + printable(what));
     }
 
 private:
@@ -140,7 +140,7 @@ device parse_device(std::string_view text, const std::string &name)
 std::string read_description(const std::filesystem::path &path)
 {
     constexpr size_t limit = 1024 * 1024; // of which a device's keys take a few hundred
-    return read_whole_file(path, limit);
+    return read_text(path, limit);
 }
 
 device read_device(const std::filesystem::path &path)

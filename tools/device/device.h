@@ -24,7 +24,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -41,19 +40,15 @@ struct device {
     device_script script;
 };
 
-/// One line for the user: "FILE:LINE: what is wrong".
-struct device_error : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-/// The text of the description in the file `path`, of at most 1 MiB. Throws file_error
-/// (tools/common/files.h).
+/// The text of the description in the file `path`, of at most 1 MiB. Throws failure
+/// (tools/common/failure.h).
 std::string read_description(const std::filesystem::path &path);
 
-/// The description in the file `path`. Throws device_error, or file_error.
+/// The description in the file `path`. Throws failure, with "FILE:LINE: what is wrong" where it has
+/// a mistake.
 device read_device(const std::filesystem::path &path);
 
-/// The description in `text`; `name` stands for the file in errors. Throws device_error.
+/// The description in `text`; `name` stands for the file in errors. Throws failure.
 device parse_device(std::string_view text, const std::string &name);
 
 /// The environment variable that states the requirement for parts of the type called `type_name`.

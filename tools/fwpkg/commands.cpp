@@ -7,11 +7,11 @@
 #include <optional>
 #include <unistd.h>
 
+#include "tools/common/files.h"
+#include "tools/common/key.h"
 #include "tools/fwpkg/checker.h"
 #include "tools/fwpkg/condition_report.h"
 #include "tools/fwpkg/extractor.h"
-#include "tools/fwpkg/failure.h"
-#include "tools/fwpkg/files.h"
 #include "tools/fwpkg/maker.h"
 #include "tools/fwpkg/plan_report.h"
 #include "tools/fwpkg/report.h"
@@ -53,7 +53,7 @@ std::optional<std::string> read_key(const command_options &options)
 
 package_file read_package(const command_options &options)
 {
-    return open_package(read_file(options.file, package_capacity), read_key(options));
+    return open_package(read_bytes(options.file, package_capacity, exit_bad), read_key(options));
 }
 
 /// An enciphered package without a key is a wrong call and not a wrong package.
@@ -61,7 +61,7 @@ exit_status problem_status(const package_file &file, const command_options &opti
 {
     const bool lacks_key = options.key_file.empty() && file.stage == read_stage::head &&
                            file.record.encryp == encryption_rc4 && file.length_right;
-    return lacks_key ? exit_unreadable : exit_bad;
+    return lacks_key ? exit_trouble : exit_bad;
 }
 
 } // namespace
@@ -70,10 +70,10 @@ int make_command(const command_options &options)
 {
     const manifest manifest = read_manifest(options.file);
     if (manifest.encrypt && options.key_file.empty())
-        throw failure(manifest.name + ": encrypt = true needs --key-file", exit_unreadable);
+        throw failure(manifest.name + ": encrypt = true needs --key-file", exit_trouble);
     if (!manifest.encrypt && !options.key_file.empty())
         throw failure(manifest.name + ": --key-file is given, but encrypt = true is not",
-                      exit_unreadable);
+                      exit_trouble);
     const std::optional<std::string> key = read_key(options);
     const std::vector<named_device> devices = read_devices(options);
     const std::vector<uint8_t> bytes = make_package(manifest, key);
@@ -81,7 +81,7 @@ int make_command(const command_options &options)
     write_file(options.output, bytes);
     print_findings(stderr, advise(file, devices));
     print(layout_text(file));
-    return exit_sound;
+    return exit_good;
 }
 
 int show_command(const command_options &options)
@@ -91,15 +91,15 @@ int show_command(const command_options &options)
     print(options.json ? json_text(package_json(file, name)) : package_text(file, name));
     if (!file.problem.empty())
         throw failure(name + ": " + file.problem, problem_status(file, options));
-    return exit_sound;
+    return exit_good;
 }
 
 int check_command(const command_options &options)
 {
     const std::string name = options.file.string();
     const package_file file = read_package(options);
-    if (problem_status(file, options) == exit_unreadable)
-        throw failure(name + ": " + file.problem, exit_unreadable);
+    if (problem_status(file, options) == exit_trouble)
+        throw failure(name + ": " + file.problem, exit_trouble);
     const std::vector<finding> findings = check_package(file, read_devices(options));
     const auto errors =
         static_cast<uint64_t>(std::ranges::count(findings, severity::error, &finding::level));
@@ -115,12 +115,12 @@ int check_command(const command_options &options)
         print(printable(name) + ": " + (errors == 0 ? "sound" : count_of(errors, "error")) + ", " +
               count_of(warnings, "warning") + "\n");
     }
-    return errors == 0 ? exit_sound : exit_bad;
+    return errors == 0 ? exit_good : exit_bad;
 }
 
 int plan_command(const command_options &options)
 {
-    const std::vector<uint8_t> bytes = read_file(options.file, package_capacity);
+    const std::vector<uint8_t> bytes = read_bytes(options.file, package_capacity, exit_bad);
     json document = json::array();
     for (const named_device &device : read_devices(options)) {
         const device_plan plan = plan_upgrade(bytes, device);
@@ -130,7 +130,7 @@ int plan_command(const command_options &options)
     }
     if (options.json)
         print(json_text(document));
-    return exit_sound;
+    return exit_good;
 }
 
 int condition_command(const command_options &options)
@@ -139,14 +139,14 @@ int condition_command(const command_options &options)
     for (const std::string &value : options.values) {
         const size_t sign = value.find('=');
         if (sign == std::string::npos || sign == 0)
-            throw failure("\"" + value + "\" is not NAME=VALUE", exit_unreadable);
+            throw failure("\"" + value + "\" is not NAME=VALUE", exit_trouble);
         values[value.substr(0, sign)] = value.substr(sign + 1);
     }
     const condition_report report = explain_condition(options.condition, values);
     print(report.listing);
     for (const std::string &trap : report.traps)
         print_findings(stderr, {{severity::warning, "condition", trap, {}}});
-    return exit_sound;
+    return exit_good;
 }
 
 int extract_command(const command_options &options)
@@ -161,13 +161,13 @@ int extract_command(const command_options &options)
     std::error_code error;
     std::filesystem::create_directories(options.output, error);
     if (error)
-        throw failure(options.output.string() + ": " + error.message(), exit_unreadable);
+        throw failure(options.output.string() + ": " + error.message(), exit_trouble);
     for (const extracted_part &part : parts) {
         const std::filesystem::path path = options.output / part.name;
         write_file(path, part.data);
         print(printable(path.string()) + ": " + count_of(part.data.size(), "byte") + "\n");
     }
-    return exit_sound;
+    return exit_good;
 }
 
 } // namespace fwpkg

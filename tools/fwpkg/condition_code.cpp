@@ -6,7 +6,7 @@
 #include <cctype>
 
 #include "package/conditions.h"
-#include "tools/fwpkg/failure.h"
+#include "tools/common/failure.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {

@@ -5,7 +5,6 @@
 
 #include "tools/common/command_line.h"
 #include "tools/fwpkg/commands.h"
-#include "tools/fwpkg/failure.h"
 
 namespace {
 
@@ -86,5 +85,5 @@ int main(int argc, char **argv)
     command_options options;
     command chosen = nullptr;
     describe(app, options, chosen);
-    return run_command_line(app, argc, argv, exit_unreadable, [&] { return chosen(options); });
+    return run_command_line(app, argc, argv, exit_trouble, [&] { return chosen(options); });
 }

@@ -7,10 +7,9 @@
 #include "package/md5.h"
 #include "package/package.h"
 #include "package/validate.h"
+#include "tools/common/files.h"
 #include "tools/fwpkg/blocks.h"
 #include "tools/fwpkg/condition_code.h"
-#include "tools/fwpkg/failure.h"
-#include "tools/fwpkg/files.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {
@@ -104,7 +103,7 @@ bytes make_package(const manifest &manifest, const std::optional<std::string> &k
     size_t end = block_size;
     for (const manifest_part &part : manifest.parts) {
         try {
-            data.push_back(read_file(part.file, package_capacity));
+            data.push_back(read_bytes(part.file, package_capacity));
         } catch (const failure &error) {
             throw failure(part.place + ": " + error.what(), error.status);
         }

@@ -5,9 +5,8 @@
 #include <iterator>
 
 #include "package/package.h"
+#include "tools/common/files.h"
 #include "tools/common/toml_text.h"
-#include "tools/fwpkg/failure.h"
-#include "tools/fwpkg/files.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {
@@ -165,10 +164,9 @@ private:
 
 manifest read_manifest(const std::filesystem::path &path)
 {
-    const std::vector<uint8_t> bytes = read_file(path, manifest_limit);
+    const std::string text = read_text(path, manifest_limit);
     reader reader(path);
     try {
-        const std::string text(bytes.begin(), bytes.end());
         return reader.read(parse_toml(text));
     } catch (const toml::parse_error &error) {
         reader.fail(error.source(), std::string(error.description()));

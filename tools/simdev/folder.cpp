@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "platform/device.h"
-#include "tools/simdev/failure.h"
+#include "tools/common/files.h"
 
 namespace simdev {
 
@@ -80,15 +80,6 @@ std::map<int, fs::path> partition_files(const fs::path &folder)
             files[number] = path;
     }
     return files;
-}
-
-void write_file(const fs::path &path, std::string_view content)
-{
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(content.data(), static_cast<std::streamsize>(content.size()));
-    file.close();
-    if (!file)
-        throw failure(path.string() + ": cannot be written");
 }
 
 } // namespace simdev

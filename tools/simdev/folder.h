@@ -21,7 +21,7 @@
 namespace simdev {
 
 /// Makes the folder for the device that `text` describes; `name` stands for the text in errors. All
-/// partitions are erased (bytes FF). Throws failure or device_error; a folder that exists must be
+/// partitions are erased (bytes FF). Throws failure; a folder that exists must be
 /// empty.
 void make_folder(const std::filesystem::path &folder, const std::string &text,
                  const std::string &name);
@@ -35,8 +35,5 @@ std::filesystem::path folder_path(const std::filesystem::path &folder, const cha
 
 /// The partitions there are: number -> file.
 std::map<int, std::filesystem::path> partition_files(const std::filesystem::path &folder);
-
-/// Replaces the content of a file. Throws failure.
-void write_file(const std::filesystem::path &path, std::string_view content);
 
 } // namespace simdev

@@ -43,16 +43,16 @@ fs::path find_preload()
 
 bool is_wrapped(const fs::path &program)
 {
-    return read_whole_file(program).find("simdev: the platform is wrapped") != std::string::npos;
+    return read_text(program).find("simdev: the platform is wrapped") != std::string::npos;
 }
 
 bool takes_preload(const fs::path &program)
 {
-    const std::string content = read_whole_file(program);
+    const std::string content = read_text(program);
     if (!content.starts_with(ELFMAG))
         return true;
     // Of the same class and machine: then what follows has this machine's layout.
-    const std::string own = read_whole_file("/proc/self/exe");
+    const std::string own = read_text("/proc/self/exe");
     ElfW(Ehdr) header = {};
     ElfW(Ehdr) own_header = {};
     own.copy(reinterpret_cast<char *>(&own_header), sizeof own_header);

@@ -302,7 +302,7 @@ private:
     if (exit_status == exit_not_started)
         throw failure(program.string() + ": cannot be started");
     if (exit_status == exit_own_failure && stderr_path(options) != "-") {
-        std::string said = read_whole_file(stderr_path(options));
+        std::string said = read_text(stderr_path(options));
         if (!said.empty() && said.back() == '\n')
             said.pop_back();
         if (!said.empty())

@@ -130,7 +130,7 @@ std::optional<double> overhead_percent(const run_summary &summary, const run_opt
 
 std::string last_lines(const fs::path &file, int count)
 {
-    const std::string text = read_whole_file(file);
+    const std::string text = read_text(file);
     size_t start = text.size();
     for (; count >= 0 && start > 0; count--)
         start = text.rfind('\n', start - 1) == std::string::npos ? 0 : text.rfind('\n', start - 1);

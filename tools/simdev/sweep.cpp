@@ -112,7 +112,7 @@ contents read_partitions(const fs::path &folder, const std::vector<int> &numbers
 {
     contents result;
     for (const int number : numbers)
-        result[number] = read_whole_file(folder / "dev" / ("fla" + std::to_string(number)));
+        result[number] = read_text(folder / "dev" / ("fla" + std::to_string(number)));
     return result;
 }
 
