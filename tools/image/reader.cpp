@@ -17,7 +17,7 @@ namespace {
 
 [[noreturn]] void fail(const std::filesystem::path &path, const char *reason)
 {
-    throw file_error(path.string() + ": cannot be read: " + reason);
+    throw failure(path.string() + ": cannot be read: " + reason);
 }
 
 } // namespace

@@ -14,13 +14,13 @@ namespace image {
 /// A partition's content.
 struct reader {
     uint64_t size = 0; ///< bytes of the whole partition
-    /// Fills all of `into` from position `offset`; both lie within the size. Throws file_error
-    /// (tools/common/files.h) where that much cannot be read.
+    /// Fills all of `into` from position `offset`; both lie within the size. Throws failure
+    /// (tools/common/failure.h) where that much cannot be read.
     std::function<void(uint64_t offset, std::span<uint8_t> into)> read;
 };
 
 /// A file or a block device of any size, open as long as a copy of the reader lives. Throws
-/// file_error for one that cannot be opened and for what has no size, a pipe for instance.
+/// failure for one that cannot be opened and for what has no size, a pipe for instance.
 reader file_reader(const std::filesystem::path &path);
 
 /// Memory that outlives the reader.
