@@ -1,0 +1,124 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/follow/texts.h"
+
+namespace follow {
+
+namespace {
+
+constexpr char away_idle[] = "The device does not answer. This page goes on asking.";
+constexpr char away_busy[] =
+    "The device has stopped its network while it writes the new firmware. That is as it should be. "
+    "Writing mostly takes less than a minute. Do not switch the device off. This page goes on "
+    "asking.";
+constexpr char away_ended[] =
+    "The device no longer answers; it may be restarting. This is the last that was heard of it.";
+
+} // namespace
+
+const std::array<phase_texts, phase_count> texts = {{
+    {.name = "waiting",
+     .title = "Waiting",
+     .sentence = "Waiting for an upgrade to begin.",
+     .advice = "",
+     .silence = "",
+     .away = away_idle},
+    {.name = "joined",
+     .title = "Under way",
+     .sentence = "An upgrade is under way; how far it is will be known when its next stage begins. "
+                 "Do not switch the device off.",
+     .advice = "",
+     .silence = "A slow download, or a block that the flash refuses, may be the cause.",
+     .away = away_busy},
+    {.name = "downloading",
+     .title = "Downloading",
+     .sentence = "Downloading the new firmware. Nothing was changed so far.",
+     .advice = "",
+     .silence = "The server may be slow or gone, or it did not tell the size of the download. "
+                "The device waits up to 300 s for a server.",
+     .away = away_busy},
+    {.name = "downloaded",
+     .title = "Checking",
+     .sentence = "The new firmware is here. The device stops its network and checks it. "
+                 "Do not switch the device off.",
+     .advice = "",
+     .silence = "The script that stops the network may hang.",
+     .away = away_busy},
+    {.name = "writing",
+     .title = "Writing",
+     .sentence = "Writing the new firmware. Do not switch the device off.",
+     .advice = "",
+     .silence = "The flash may refuse a block, which is tried again and again, or the device may "
+                "have been reset.",
+     .away = away_busy},
+    {.name = "verifying",
+     .title = "Verifying",
+     .sentence = "Reading the new firmware back. Do not switch the device off.",
+     .advice = "",
+     .silence = "The flash may be hard to read, or the device may have been reset.",
+     .away = away_busy},
+    {.name = "verified",
+     .title = "Finishing",
+     .sentence = "The new firmware is written and read back. A moment more. "
+                 "Do not switch the device off.",
+     .advice = "",
+     .silence = "The device may have been reset.",
+     .away = away_busy},
+    {.name = "done",
+     .title = "Done",
+     .sentence = "The new firmware is written.",
+     .advice = "Restart the device if it does not restart by itself.",
+     .silence = "",
+     .away = away_ended},
+    {.name = "invalid-url",
+     .title = "Address refused",
+     .sentence = "The address of the new firmware is not one that the device can use. "
+                 "Nothing was changed.",
+     .advice = "Correct the address (it begins with http://, https://, ftp:// or tftp://) and try "
+               "again.",
+     .silence = "",
+     .away = away_ended},
+    {.name = "download-failed",
+     .title = "Download failed",
+     .sentence = "The new firmware could not be downloaded. Nothing was changed.",
+     .advice = "See whether the server runs, the address is right and the cable is in, and try "
+               "again.",
+     .silence = "",
+     .away = away_ended},
+    {.name = "invalid-package",
+     .title = "Package refused",
+     .sentence =
+         "The new firmware is damaged or not made for this device. Nothing was changed, but "
+         "the device's network is stopped.",
+     .advice = "Restart the device to get its network back, and try another package.",
+     .silence = "",
+     .away = away_ended},
+    {.name = "upgrade-failed",
+     .title = "Upgrade failed",
+     .sentence =
+         "The new firmware could not be written in three attempts. The device may not start "
+         "any more.",
+     .advice =
+         "Leave the device switched on if you can, repeat the upgrade, and ask for support if "
+         "it fails again.",
+     .silence = "",
+     .away = away_ended},
+    {.name = "other-error",
+     .title = "Upgrade failed",
+     .sentence = "The upgrade ended with an error that is not known here.",
+     .advice = "Ask for support, with the text of the error.",
+     .silence = "",
+     .away = away_ended},
+    {.name = "lost",
+     .title = "Lost",
+     .sentence = "Nothing was heard of the upgrade for so long that it was interrupted, most "
+                 "likely by a reset or a loss of power.",
+     .advice = "See whether the device starts, and repeat the upgrade.",
+     .silence = "",
+     .away = away_ended},
+}};
+
+const std::array<const char *, step_count> step_titles = {"Download", "Write", "Verify"};
+const std::array<const char *, step_count> step_names = {"download", "write", "verify"};
+const std::array<const char *, 5> outcome_names = {"none", "done", "refused", "failed", "lost"};
+
+} // namespace follow

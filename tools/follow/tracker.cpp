@@ -1,0 +1,309 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/follow/tracker.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace follow {
+
+namespace {
+
+constexpr int attempt_limit = 3;
+constexpr size_t datagram_limit = 127; // the sender's longest text
+constexpr int64_t rest_after_verifying_ms = 2000;
+constexpr int estimate_from_percent = 2;
+constexpr int64_t estimate_from_ms = 1000;
+
+// Where each step begins and ends in the whole, by the time it takes: a block is 40 ms of writing
+// and next to nothing of reading, and two seconds of rest come last.
+struct span_of_whole {
+    int begin;
+    int end;
+};
+constexpr std::array<span_of_whole, step_count> whole = {{{0, 10}, {10, 90}, {90, 92}}};
+
+bool cut_prefix(std::string_view *text, std::string_view prefix)
+{
+    if (!text->starts_with(prefix))
+        return false;
+    text->remove_prefix(prefix.size());
+    return true;
+}
+
+// A decimal number, cut to 0 to 100; -1 for anything else.
+int read_percent(std::string_view text)
+{
+    const bool negative = cut_prefix(&text, "-");
+    if (text.empty())
+        return -1;
+    int value = 0;
+    for (const char digit : text) {
+        if (digit < '0' || digit > '9')
+            return -1;
+        value = std::min(100, value * 10 + (digit - '0'));
+    }
+    return negative ? 0 : value;
+}
+
+bool ended(const tracker *state)
+{
+    return tracker_outcome(state) != outcome_none;
+}
+
+void end_step(tracker *state, int64_t now_ms)
+{
+    for (step_record &record : state->steps)
+        if (record.seen && record.end_ms == 0)
+            record.end_ms = now_ms;
+}
+
+void begin_run(tracker *state, int64_t now_ms)
+{
+    const unsigned run = state->run + 1;
+    tracker_start(state);
+    state->run = run;
+    state->start_ms = now_ms;
+}
+
+void grow_overall(tracker *state, step which)
+{
+    const auto [begin, end] = whole[which];
+    const int percent = state->steps[which].percent;
+    state->overall = std::max(state->overall, begin + (end - begin) * percent / 100);
+}
+
+void begin_step(tracker *state, step which, int64_t now_ms)
+{
+    end_step(state, now_ms);
+    state->steps[which] = {
+        .seen = true, .percent = 0, .start_ms = now_ms, .grown_ms = now_ms, .end_ms = 0};
+    grow_overall(state, which);
+}
+
+// Before the first word of a run. A lost upgrade may still go on, so only what it could not say
+// itself begins another.
+bool is_fresh(const tracker *state)
+{
+    return state->now == phase_waiting || (ended(state) && state->now != phase_lost);
+}
+
+void begin_writing(tracker *state, int64_t now_ms)
+{
+    const bool was_writing = state->now == phase_lost && state->before_loss >= phase_writing;
+    if (is_fresh(state) || was_writing || state->attempt == attempt_limit)
+        begin_run(state, now_ms);
+    state->attempt++;
+    state->overall = 0;
+    state->steps[step_verify] = {};
+    begin_step(state, step_write, now_ms);
+    state->now = phase_writing;
+}
+
+bool take_stage(tracker *state, std::string_view stage, int64_t now_ms)
+{
+    if (stage == "DOWNLOADING") {
+        begin_run(state, now_ms); // an upgrade says it once: this is another
+        begin_step(state, step_download, now_ms);
+        state->now = phase_downloading;
+    } else if (stage == "WRITING") {
+        begin_writing(state, now_ms);
+    } else if (stage == "VERIFYING") {
+        if (is_fresh(state))
+            begin_run(state, now_ms);
+        state->attempt = std::max(state->attempt, 1);
+        // A second one is another upgrade's word: what was shown does not fall back.
+        const step_record &record = state->steps[step_verify];
+        if (!record.seen)
+            begin_step(state, step_verify, now_ms);
+        state->now = record.percent == 100 ? phase_verified : phase_verifying;
+    } else if (stage == "DONE") {
+        if (is_fresh(state) && state->now != phase_done)
+            begin_run(state, now_ms);
+        end_step(state, now_ms);
+        state->overall = 100;
+        state->end_ms = now_ms;
+        state->now = phase_done;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+void take_error(tracker *state, std::string_view error, int64_t now_ms)
+{
+    if (is_fresh(state))
+        begin_run(state, now_ms);
+    constexpr std::array<std::string_view, 4> errors = {"INVALID URL", "DOWNLOAD FAILED",
+                                                        "INVALID PACKAGE", "UPGRADE FAILED"};
+    const size_t index =
+        static_cast<size_t>(std::find(errors.begin(), errors.end(), error) - errors.begin());
+    state->now = static_cast<phase>(phase_invalid_url + static_cast<int>(index));
+    state->error = {};
+    memcpy(state->error.data(), error.data(), std::min(error.size(), state->error.size() - 1));
+    end_step(state, now_ms);
+    state->end_ms = now_ms;
+}
+
+void take_percent(tracker *state, int percent, int64_t now_ms)
+{
+    const step which = tracker_step(state);
+    if (which == step_count)
+        return;
+    step_record &record = state->steps[which];
+    if (percent <= record.percent)
+        return;
+    record.percent = percent;
+    record.grown_ms = now_ms;
+    grow_overall(state, which);
+    if (percent == 100 && state->now == phase_downloading)
+        state->now = phase_downloaded;
+    if (percent == 100 && state->now == phase_verifying)
+        state->now = phase_verified;
+}
+
+} // namespace
+
+void tracker_start(tracker *state)
+{
+    *state = {};
+    state->now = phase_waiting;
+}
+
+bool tracker_take(tracker *state, std::string_view datagram, int64_t now_ms)
+{
+    if (datagram.size() > datagram_limit)
+        return false;
+    if (cut_prefix(&datagram, "UPGRD_STAGE=")) {
+        if (!take_stage(state, datagram, now_ms))
+            return false;
+        state->word_ms = now_ms;
+        state->silent = false;
+        return true;
+    }
+    if (cut_prefix(&datagram, "UPGRD_ERROR=")) {
+        take_error(state, datagram, now_ms);
+        state->word_ms = now_ms;
+        state->silent = false;
+        return true;
+    }
+    const int percent = cut_prefix(&datagram, "UPGRD_PERCENTAGE=") ? read_percent(datagram) : -1;
+    if (percent < 0)
+        return false;
+    const tracker before = *state;
+    if (state->now == phase_lost)
+        state->now = state->before_loss;
+    if (ended(state))
+        return false; // the 0 that follows DONE
+    if (state->now == phase_waiting) {
+        begin_run(state, now_ms);
+        state->now = phase_joined;
+    }
+    take_percent(state, percent, now_ms);
+    state->word_ms = now_ms;
+    state->silent = false;
+    return before.now != state->now || before.silent || before.overall != state->overall ||
+           (tracker_step(state) != step_count &&
+            before.steps[tracker_step(state)].percent != state->steps[tracker_step(state)].percent);
+}
+
+bool tracker_tick(tracker *state, int64_t now_ms)
+{
+    const int64_t silence = tracker_silence_ms(state, now_ms);
+    if (silence >= loss_ms) {
+        state->before_loss = state->now;
+        state->now = phase_lost;
+        state->end_ms = now_ms;
+        return true;
+    }
+    if (silence >= silence_ms && !state->silent) {
+        state->silent = true;
+        return true;
+    }
+    return false;
+}
+
+int64_t tracker_next_ms(const tracker *state)
+{
+    if (!tracker_active(state))
+        return -1;
+    return state->word_ms + (state->silent ? loss_ms : silence_ms);
+}
+
+bool tracker_active(const tracker *state)
+{
+    return state->now != phase_waiting && !ended(state);
+}
+
+outcome tracker_outcome(const tracker *state)
+{
+    switch (state->now) {
+    case phase_done:
+        return outcome_done;
+    case phase_invalid_url:
+    case phase_download_failed:
+    case phase_invalid_package:
+        return outcome_refused;
+    case phase_upgrade_failed:
+        return outcome_failed;
+    case phase_other_error:
+        return state->attempt > 0 ? outcome_failed : outcome_refused;
+    case phase_lost:
+        return outcome_lost;
+    default:
+        return outcome_none;
+    }
+}
+
+int tracker_exit_status(const tracker *state)
+{
+    constexpr std::array statuses = {3, 0, 1, 2, 4}; // by outcome
+    return statuses[tracker_outcome(state)];
+}
+
+step tracker_step(const tracker *state)
+{
+    for (const step which : {step_verify, step_write, step_download})
+        if (state->steps[which].seen)
+            return which;
+    return step_count;
+}
+
+int64_t tracker_rest_ms(const tracker *state, int64_t now_ms)
+{
+    const step which = tracker_step(state);
+    if (!tracker_active(state) || which == step_count || state->now == phase_downloaded)
+        return -1;
+    const step_record &record = state->steps[which];
+    const int64_t taken = record.grown_ms - record.start_ms;
+    const int64_t after = which == step_download ? 0 : rest_after_verifying_ms;
+    if (state->now == phase_verified)
+        return std::max<int64_t>(0, record.grown_ms + after - now_ms);
+    if (record.percent < estimate_from_percent ||
+        (taken < estimate_from_ms && which != step_verify))
+        return -1;
+    const int64_t rest = taken * (100 - record.percent) / record.percent;
+    return std::max<int64_t>(0, record.grown_ms + rest - now_ms) + after;
+}
+
+int64_t tracker_silence_ms(const tracker *state, int64_t now_ms)
+{
+    return tracker_active(state) ? std::max<int64_t>(0, now_ms - state->word_ms) : 0;
+}
+
+int64_t tracker_run_ms(const tracker *state, int64_t now_ms)
+{
+    if (state->run == 0)
+        return 0;
+    return std::max<int64_t>(0, (ended(state) ? state->end_ms : now_ms) - state->start_ms);
+}
+
+int64_t tracker_step_ms(const tracker *state, step which, int64_t now_ms)
+{
+    const step_record &record = state->steps[which];
+    if (!record.seen)
+        return 0;
+    const int64_t last_ms = ended(state) ? state->end_ms : now_ms;
+    return std::max<int64_t>(0, (record.end_ms != 0 ? record.end_ms : last_ms) - record.start_ms);
+}
+
+} // namespace follow
