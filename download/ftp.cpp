@@ -176,14 +176,15 @@ int start_transfer(transfer *state)
     return 0;
 }
 
-/// Up to `room` bytes; fewer only when the data has ended. One byte a system call: the simplest
-/// read that is exact, and fast enough for a package of some megabytes.
+/// Up to `room` bytes; fewer only when the data has ended.
 int read_data(transfer *state, uint8_t *destination, int room)
 {
     int count = 0;
     while (count < room && !state->data_ended) {
-        if (safe_read(state->ftp->data_socket, destination + count, 1) == 1)
-            count++;
+        const ssize_t result = safe_read(state->ftp->data_socket, destination + count,
+                                         static_cast<size_t>(room - count));
+        if (result > 0)
+            count += static_cast<int>(result);
         else
             state->data_ended = true;
     }
@@ -215,11 +216,12 @@ int receive(transfer *state, iobuf *buffer, download_callback callback, void *ar
     return 0;
 }
 
-/// Judges nothing any more: the bytes are there.
+/// Judges nothing any more: the bytes are there, and nobody feeds the watchdog meanwhile.
 void close_dialogue(transfer *state)
 {
     ftp_downloader *ftp = state->ftp;
     close(ftp->data_socket);
+    limit_silence(ftp->control_socket, ftp_closing_seconds);
     if (exchange(state, nullptr, nullptr) != reply_transfer_complete)
         diagnose(at_end, "ftp error\n");
     exchange(state, "QUIT", nullptr);

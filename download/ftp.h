@@ -19,8 +19,9 @@
 ///
 /// `download` returns -1 when
 ///  - the server did not greet with 220 or its SIZE is no number; the transfer was tried all the
-///  same;
-///  - the control connection ended or went silent for 300 s before the last byte was there;
+///    same;
+///  - the control connection ended, went silent for 300 s or sent 1,000 reads without a complete
+///    reply before the last byte was there;
 ///  - a command would be longer than 1023 bytes;
 ///  - `buffer` is full, also because the data ended too early: every pass commits a block then;
 ///  - `callback` asked to stop. It is called about once a block.

@@ -47,9 +47,9 @@ int open_socket(const sockaddr_in *address)
         diagnose(at_socket, "socket error: %s", strerror(errno));
         return -1;
     }
+    limit_silence(result, ftp_silence_seconds);
     // The kernel gives up connecting well before this.
     const timeval silence = {.tv_sec = ftp_silence_seconds, .tv_usec = 0};
-    setsockopt(result, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof(silence));
     setsockopt(result, SOL_SOCKET, SO_SNDTIMEO, &silence, sizeof(silence));
     if (connect(result, reinterpret_cast<const sockaddr *>(address), sizeof(*address)) != 0) {
         diagnose(at_connect, "connect error: %s", strerror(errno));
@@ -59,12 +59,18 @@ int open_socket(const sockaddr_in *address)
     return result;
 }
 
+void limit_silence(int socket, time_t seconds)
+{
+    const timeval silence = {.tv_sec = seconds, .tv_usec = 0};
+    setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &silence, sizeof(silence));
+}
+
 int ftpcmd(const char *command, const char *argument, int socket, char *reply)
 {
     reply[0] = '\0';
     if (command != nullptr && !send_command(command, argument, socket))
         return -1;
-    do { // as long as the server sends lines that are no reply; its silence ends it
+    for (int reads = 0; reads < ftp_reply_read_limit; reads++) {
         // Not safe_read: an interrupted read is reported like every other failure, then repeated.
         const ssize_t length = read(socket, reply, read_size);
         const int error = length == 0 ? ECONNRESET : errno;
@@ -76,6 +82,10 @@ int ftpcmd(const char *command, const char *argument, int socket, char *reply)
         }
         if (char *line_end = strstr(reply, "\r\n"); line_end != nullptr)
             *line_end = '\0';
-    } while (!complete(reply));
-    return number_from_text(reply, 10, nullptr);
+        if (complete(reply))
+            return number_from_text(reply, 10, nullptr);
+    }
+    reply[0] = '\0';
+    diagnose(at_reply, "fgets error: %s", strerror(EAGAIN)); // as silence does
+    return -1;
 }

@@ -3,9 +3,10 @@
 // The control connection of FTP (RFC 959): commands out, replies in, and the connecting that the
 // data connection needs too.
 //
-// One read is taken as one line. A server sends a reply with one write and the next only after
-// another command, so this holds but for two cases, both kept simple on purpose: of several replies
-// that arrive in one read only the first is seen, and a reply that is cut inside its code is lost.
+// One read is taken as one line. A server sends a reply with one write, and all but the one that
+// ends a transfer only after another command, so this holds but for two cases, both kept simple on
+// purpose: of several replies that arrive in one read only the first is seen (150 and 226 of a
+// short transfer, for instance), and a reply that is cut inside its code is lost.
 #pragma once
 
 #include <netinet/in.h>
@@ -13,8 +14,13 @@
 
 #include "platform/diagnostic.h"
 
-/// Seconds without a byte after which a read or a write on a socket of `open_socket` fails.
+/// Seconds without a byte after which a read or a write on a socket of `open_socket` fails, and
+/// after which a read of the closing dialogue does.
 constexpr time_t ftp_silence_seconds = 300;
+constexpr time_t ftp_closing_seconds = 5;
+
+/// Reads after which a control connection that sends no complete reply counts as silent.
+constexpr int ftp_reply_read_limit = 1000;
 
 /// The place of the message about a failed connect, for a host that is not found, too.
 constexpr diagnostic_place at_connect = {"ftp.c", "open_socket", 106};
@@ -29,12 +35,16 @@ constexpr size_t ftp_reply_text = 4;
 /// with a text that no newline ends on standard error, when it cannot be made or connected.
 int open_socket(const sockaddr_in *address);
 
+/// From now on a read of `socket` fails after `seconds` without a byte.
+void limit_silence(int socket, time_t seconds);
+
 /// Sends `command`, `argument` (nothing when null) and CR LF, in one write whose result is not
 /// looked at; nothing when `command` is null. Then reads until a reply is complete, that is until a
 /// read begins with a digit and has a blank as its fourth character, and returns the number at its
 /// start. `reply`, of ftp_reply_size bytes, holds that read's text up to its first CR LF.
 ///
-/// -1 when the connection has ended, failed or was silent for too long (with a text that no newline
-/// ends on standard error) and when the command does not fit its 1024 bytes, terminator included
-/// (nothing is sent then). `reply` is empty then.
+/// -1 when the connection has ended, failed, was silent for too long or sent ftp_reply_read_limit
+/// reads that are no reply (with a text that no newline ends on standard error) and when the
+/// command does not fit its 1024 bytes, terminator included (nothing is sent then). `reply` is
+/// empty then.
 int ftpcmd(const char *command, const char *argument, int socket, char *reply);

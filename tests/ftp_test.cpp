@@ -39,7 +39,8 @@ struct server {
     string data;
     string received = "";
     int control = -1, transfer = -1; ///< the client's sockets
-    std::deque<string> reads = {};   ///< what the coming reads of the control connection give
+    int data_reads = 0;
+    std::deque<string> reads = {}; ///< what the coming reads of the control connection give
 
     void reply(const string &word)
     {
@@ -69,6 +70,7 @@ struct server {
     ssize_t read(int socket, char *buffer, size_t size)
     {
         string none;
+        data_reads += socket == transfer ? 1 : 0;
         string &from = socket == transfer ? data : reads.empty() ? none : reads.front();
         if (socket == control && (from.empty() || from == "#")) {
             errno = from.empty() ? EAGAIN : EINTR; // silence, or a signal
@@ -163,6 +165,7 @@ struct row {
     int calls = 1000;              ///< until it asks to stop
     string url = "ftp://%/fw.pkg"; ///< "%" for host and port
     string sent = wire;
+    int data_reads = -1; ///< -1: not looked at
 };
 
 /// A downloader and its URL live until the process ends.
@@ -206,6 +209,7 @@ void expect_dialogue(const row &wanted)
     EXPECT_EQ(buffer->current, wanted.blocks);
     for (int at = 0; at < buffer->total; at++)
         EXPECT_EQ(buffer->blocks[at / 4][at % 4], wanted.data[static_cast<size_t>(at)]) << at;
+    EXPECT_EQ(wanted.data_reads < 0 ? -1 : played.data_reads, wanted.data_reads);
     EXPECT_EQ(wanted.asks.empty() ? "" : told, wanted.asks);
     free(buffer);
 }
@@ -216,7 +220,8 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
     const string login = "USER me\r\nPASS \r\nTYPE I\r\n";
     // clang-format off
     const row rows[] = {
-        {.what = "all as it should be", .asks = "4 4 2 "},
+        // Each ask is for a whole block: the last one learns that there is no more.
+        {.what = "all as it should be", .asks = "4 4 2 ", .data_reads = 4},
         {"greeting 120", {{"", "120 soon\r\n"}}, SAYS "255: soon" TOTALS(10, 10), -1},
         {"greeting of several lines", {{"", "220-hello\r\n|220-  you\r\n|  220 x\r\n|220 there\r\n"}}},
         {"line lost that is cut in its code, text that is cut", {{"", "22|220 he|llo\r\n"}}},
@@ -268,6 +273,20 @@ TEST(Ftp, FailsOnceWhenTheControlConnectionEnds)
         wanted.sent = step.empty() ? "" : wire.substr(0, wire.find('\n', wire.find(step)) + 1);
         expect_dialogue(wanted);
     }
+}
+
+TEST(Ftp, LeavesAServerThatSendsNoCompleteReply)
+{
+    string chatter;
+    for (int i = 0; i < 999; i++)
+        chatter += "220-more\r\n|";
+    expect_dialogue({"999 lines and a reply", {{"", chatter + "220 there\r\n"}}});
+    row wanted = {"1000 lines", {{"", chatter + "220-more\r\n|220 there\r\n"}}};
+    wanted.said = FAILS "Resource temporarily unavailable";
+    wanted.result = -1;
+    wanted.total = wanted.blocks = 0;
+    wanted.sent = "";
+    expect_dialogue(wanted);
 }
 
 TEST(Ftp, SaysSoWhenTheHostIsUnknown)

@@ -81,8 +81,35 @@ def test_a_file_that_is_not_there_costs_one_wait(make_device, serve_ftp):
         "ftp.c:ftp_downloader_download:310: RETR: Failed to open file.",
         "ftp->total = 0", "iobuf->total = 0",
         SILENT + "ftp.c:ftp_downloader_download:362: ftp error"]
-    assert run.report["virtual_us"] == 300_000_000
+    assert run.report["virtual_us"] == 5_000_000
     assert run.datagrams == ["UPGRD_ERROR=INVALID PACKAGE"]
+
+
+@pytest.mark.parametrize("goodbye", [b"221 bye\r\n", b""])
+def test_the_end_of_the_dialogue_is_waited_for_five_seconds_a_reply(goodbye, make_device, tcp_peer):
+    package = make_package([Part(3, CONTENT[:5000])])
+
+    def hasty(listener):  # 150 and 226 in one write, of which the device sees the first
+        with listener.accept()[0] as connection, socket.create_server(("127.0.0.1", 0)) as data:
+            connection.settimeout(30)
+            high, low = divmod(data.getsockname()[1], 256)
+            for reply in ("220 ", "230 ", "200 ", f"213 {len(package)}", f"227 ,{high},{low}"):
+                connection.sendall(f"{reply}\r\n".encode())
+                connection.recv(100)
+            connection.sendall(b"150 here\r\n226 done\r\n")
+            with data.accept()[0] as sender:
+                sender.sendall(package)
+            assert connection.recv(100) == b"QUIT\r\n"
+            if goodbye:
+                connection.sendall(goodbye)
+            assert connection.recv(1) == b""
+
+    run = make_device().run(f"ftp://me@127.0.0.1:{tcp_peer(hasty)}/f", grace=300)
+    silences = 1 if goodbye else 2
+    assert run.stderr.count(SILENT.encode()) == silences
+    assert run.status == 0
+    closing = run.of("script")[0]["virtual_us"]
+    assert closing == silences * 5_000_000
 
 
 def test_a_silent_server_ends_the_run(make_device, tcp_peer):
