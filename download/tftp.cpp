@@ -33,7 +33,6 @@ enum tftp_opcode : uint16_t {
 constexpr uint16_t tftp_port = 69;
 constexpr int tftp_block_size = 512;
 constexpr int tftp_header_size = 4;
-constexpr int packet_capacity = tftp_header_size + tftp_block_size;
 constexpr int retry_count = 5;
 constexpr int answer_timeout_seconds = 5;
 constexpr int idle_answer_limit = 10'000; // answers without a new block; a sane peer sends a few
@@ -75,8 +74,9 @@ struct transfer {
     int fd;
     sockaddr_in server;
     const char *file;
-    uint8_t *packet; // packet_capacity bytes, as sent, and sent again
-    uint8_t answer[packet_capacity];
+    int capacity;    // bytes of each of the two packets
+    uint8_t *packet; // as sent, and sent again
+    uint8_t *answer;
     uint16_t block_number;
     uint16_t opcode; // of the next packet
     bool finished;
@@ -119,7 +119,7 @@ int build_packet(transfer *transfer)
     if (transfer->opcode == tftp_read_request) {
         const size_t name_size = strlen(transfer->file) + 1;
         // The buffer's last byte stays free.
-        if (2 + name_size + sizeof tftp_mode > packet_capacity - 1) {
+        if (2 + name_size + sizeof tftp_mode > static_cast<size_t>(transfer->capacity) - 1) {
             diagnose(at_request, "too long remote-filename\n");
             return -1;
         }
@@ -138,8 +138,10 @@ int build_packet(transfer *transfer)
 // Waits for the socket: the result of select.
 int wait_for_answer(int fd)
 {
-    if (fd < 0 || fd >= FD_SETSIZE)
+    if (fd < 0 || fd >= FD_SETSIZE) {
+        errno = EBADF; // what no set can hold
         return -1;
+    }
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(fd, &readable);
@@ -172,8 +174,9 @@ answer_kind receive_answer(transfer *transfer, int *received_size)
         return answer_none;
     sockaddr_in sender = {};
     socklen_t sender_size = sizeof sender;
-    const ssize_t size = recvfrom(transfer->fd, transfer->answer, sizeof transfer->answer, 0,
-                                  reinterpret_cast<sockaddr *>(&sender), &sender_size);
+    const ssize_t size =
+        recvfrom(transfer->fd, transfer->answer, static_cast<size_t>(transfer->capacity), 0,
+                 reinterpret_cast<sockaddr *>(&sender), &sender_size);
     if (size < 0) {
         diagnose(at_receive, "recvfrom error: %s\n", strerror(errno));
         return answer_failed;
@@ -232,7 +235,7 @@ int exchange_packet(transfer *transfer, int size)
     }
 }
 
-void report_error_packet(uint8_t *packet, int size)
+void report_error_packet(uint8_t *packet, int size, int capacity)
 {
     static const char *const texts[] = {
         "Undefined error",        "File not found",
@@ -243,7 +246,7 @@ void report_error_packet(uint8_t *packet, int size)
     if (size < tftp_header_size)
         return;
     // The text ends where the packet does; the last byte of a full one gives way.
-    packet[std::min(size, packet_capacity - 1)] = '\0';
+    packet[std::min(size, capacity - 1)] = '\0';
     const uint16_t code = load_be16(packet + 2);
     if (packet[tftp_header_size] != '\0')
         diagnose(at_error_packet, "%s\n",
@@ -261,7 +264,7 @@ bool take_block(transfer *transfer, int size)
         diagnose(at_store, "no room for the package\n");
         return false;
     }
-    if (size != packet_capacity) {
+    if (size != transfer->capacity) {
         fprintf(stderr, "receive last packet\n");
         if (!writer->committed) {
             iobuf_commit(writer->iobuf);
@@ -277,7 +280,7 @@ bool take_answer(transfer *transfer, int size)
 {
     const uint16_t opcode = load_be16(transfer->answer);
     if (opcode == tftp_error) {
-        report_error_packet(transfer->answer, size);
+        report_error_packet(transfer->answer, size, transfer->capacity);
         return false;
     }
     if (opcode == tftp_data) {
@@ -297,18 +300,19 @@ bool take_answer(transfer *transfer, int size)
     return !idle_answer_ends(transfer);
 }
 
-// Fetches `remote_file` from port `port` of `host` into `buffer`. 0, -1 on failure, 1 without a
-// socket. Only gets are asked for, `block_size` is tftp_block_size, and the callback is never
-// called.
+// Fetches `remote_file` from port `port` of `host` into `buffer`, in blocks of `block_size` bytes
+// (a server sends 512 unless asked otherwise). 0, -1 on failure, 1 without a socket. Only gets are
+// asked for, and the callback is never called.
 int do_tftp(tftp_command /*command*/, const hostent *host, const char *remote_file,
             struct iobuf *buffer, download_callback /*callback*/, void * /*argument*/,
             uint16_t port, int block_size)
 {
     transfer transfer = {};
-    transfer.packet =
-        static_cast<uint8_t *>(calloc(1, tftp_header_size + static_cast<size_t>(block_size)));
+    transfer.capacity = tftp_header_size + block_size;
+    transfer.packet = static_cast<uint8_t *>(calloc(2, static_cast<size_t>(transfer.capacity)));
     if (transfer.packet == nullptr)
         return -1;
+    transfer.answer = transfer.packet + transfer.capacity;
     transfer.fd = socket(AF_INET, SOCK_DGRAM, 0);
     if (transfer.fd < 0) {
         diagnose(at_socket, "socket error : %s\n", strerror(errno));

@@ -2,9 +2,11 @@
 //
 // TFTP (RFC 1350): read requests in "octet" mode with blocks of 512 bytes, always from port 69.
 //
-// One packet is under way at a time; each is sent at most five times, five seconds apart. TFTP does
-// not tell a size, and this downloader never calls its callback, so a TFTP download is silent: no
-// stage, no percentage, no kick of the watchdog.
+// One packet is under way at a time. It is sent again after five seconds without an answer, and the
+// fifth such silence ends the transfer; a packet from elsewhere starts that count anew, but 10,000
+// answers without a new block end it as well. TFTP does not tell a size, and this downloader never
+// calls its callback, so a TFTP download is silent: no stage, no percentage, no kick of the
+// watchdog.
 #pragma once
 
 #include "download/downloader.h"
