@@ -15,6 +15,7 @@
 ///
 /// The default provider reads lines of KEY=value from /etc/syscfg.conf (CMake cache variable
 /// UPGRADE_SYSCFG_FILE) anew at each call: the first line with the key wins, the value is all that
-/// follows the "=" up to the end of the line, "#" begins a comment line. A missing or unreadable
-/// file, or a line longer than memory allows, sets no key.
+/// follows the first "=" up to the end of the line, "#" begins a comment line. A missing file sets
+/// no key. One that is there and cannot be read ends the program with exit status 1 and one line on
+/// standard error: "not set" would make a device that has a key take packages in clear.
 extern "C" const char *getsyscfg(const char *key);
