@@ -4,187 +4,61 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include "package/package.h"
-#include "platform/number.h"
 
 namespace {
 
 constexpr int requirement_capacity = 1024; // bytes of a variable's name, and of its compiled text
 
-bool is_comparison(uint8_t code)
-{
-    return (code & ~condition_numeric) <= condition_not_equal;
-}
-
-// A number as conditions mean it: automatic base, 0 without a text or digits.
-int32_t number_of(const char *text)
-{
-    return text == nullptr ? 0 : number_from_text(text, 0, nullptr);
-}
-
-bool compare(uint8_t code, const char *answer, const char *value)
-{
-    int32_t difference = 0;
-    if ((code & condition_numeric) != 0) {
-        // Wraps around: numbers further apart than 32 bits compare inverted, as they always did.
-        difference = static_cast<int32_t>(static_cast<uint32_t>(number_of(answer)) -
-                                          static_cast<uint32_t>(number_of(value)));
-    } else {
-        difference = strcmp(answer == nullptr ? "" : answer, value);
-    }
-    switch (code & ~condition_numeric) {
-    case condition_equal:
-        return difference == 0;
-    case condition_greater:
-        return difference > 0;
-    case condition_less:
-        return difference < 0;
-    case condition_greater_equal:
-        return difference >= 0;
-    case condition_less_equal:
-        return difference <= 0;
-    default:
-        return difference != 0;
-    }
-}
-
-// One item of the code: a comparison with its outcome, an operator, or the begin or end of a group.
-struct condition_item {
-    uint8_t code;
-    bool outcome;    // of a comparison
-    uint8_t results; // see evaluate_items
-    int32_t match;   // of a begin: the item that ends the group, -1 for none
+// How an evaluation gets along without recursion, with one pass and one look-up a comparison:
+//
+// A level is what lies between "(" and ")". What it comes to depends on the accumulator that it
+// begins with only, so each level is evaluated for both at once: `from[0]` is the accumulator as it
+// now stands if the level began with 0, `from[1]` if it began with 1. A closed group began with 1;
+// its `from[1]` is the operand of the level around it.
+//
+// A group that is still open at the end of the code runs to that end, and then the level around it
+// goes on behind the "(" and so evaluates the same items again, this time beginning with its own
+// accumulator. What that comes to is known, too: it is the group's `from` for that accumulator.
+struct level {
+    bool from[2];
+    uint8_t pending; // operator that awaits its right side
 };
 
-// Evaluates the comparison at `*position` and steps behind it: 0 or 1, or -1 when it does not end
-// before the code does.
-int evaluate_comparison(const uint8_t *code, int length, int *position, condition_lookup lookup)
-{
-    const char *name = reinterpret_cast<const char *>(code) + *position + 1;
-    const char *end = reinterpret_cast<const char *>(code) + length;
-    const void *name_end = memchr(name, '\0', static_cast<size_t>(end - name));
-    if (name_end == nullptr)
-        return -1;
-    const char *value = static_cast<const char *>(name_end) + 1;
-    const void *value_end = memchr(value, '\0', static_cast<size_t>(end - value));
-    if (value_end == nullptr)
-        return -1;
-    const bool outcome = compare(code[*position], lookup(name), value);
-    *position = static_cast<int>(static_cast<const uint8_t *>(value_end) + 1 - code);
-    return outcome ? 1 : 0;
-}
+constexpr level fresh_level = {.from = {false, true}, .pending = condition_and};
 
-// Splits the code into items up to the end of the outermost level, and evaluates each comparison
-// once, in order. The number of items, or -1 when a comparison is not complete: nothing is skipped
-// in an evaluation, so it would be met. `end` as in eval_conds.
-int read_items(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup,
-               condition_item *items)
+bool combine(uint8_t pending, bool accumulator, bool operand)
 {
-    int count = 0;
-    int innermost = -1; // open group; `match` links it to the one around it until it is closed
-    for (int position = 0; position < length;) {
-        condition_item item = {.code = code[position], .outcome = false, .results = 0, .match = -1};
-        if (is_comparison(item.code)) {
-            const int outcome = evaluate_comparison(code, length, &position, lookup);
-            if (outcome < 0)
-                return -1;
-            item.outcome = outcome != 0;
-        } else {
-            position++;
-        }
-        if (item.code == condition_open) {
-            item.match = innermost;
-            innermost = count;
-        } else if (item.code == condition_close && innermost >= 0) {
-            innermost = std::exchange(items[innermost].match, count);
-        } else if (item.code == condition_close) {
-            if (end != nullptr)
-                *end = code + position;
-            break;
-        }
-        items[count++] = item;
-    }
-    while (innermost >= 0)
-        innermost = std::exchange(items[innermost].match, -1);
-    return count;
-}
-
-// Where an evaluation stands: the accumulator in bit 0, the pending operator above it.
-enum evaluation_state : int {
-    state_and = 0,
-    state_or = 2,
-    state_and_not = 4,
-    state_count = 6,
-    state_start = 1, // "and" with the accumulator set
-};
-
-int state_of(evaluation_state pending, bool accumulator)
-{
-    return pending | (accumulator ? 1 : 0);
-}
-
-bool combine(int state, bool result)
-{
-    const bool accumulator = (state & 1) != 0;
-    switch (state & ~1) {
-    case state_or:
-        return accumulator || result;
-    case state_and_not:
-        return accumulator && !result;
-    default:
-        return accumulator && result;
-    }
-}
-
-// The item at which a level goes on after `item` at `index`, and the state it has there.
-int next_state(const condition_item *items, int index, int state, int *next)
-{
-    const condition_item *item = &items[index];
-    const bool accumulator = (state & 1) != 0;
-    *next = index + 1;
-    switch (item->code) {
-    case condition_and:
-        return state_of(state_and, accumulator);
+    switch (pending) {
     case condition_or:
-        return state_of(state_or, accumulator);
+        return accumulator || operand;
     case condition_and_not:
-        return state_of(state_and_not, accumulator);
-    case condition_open:
-        // A group without its end is evaluated up to the end of the code, and the level around it
-        // then evaluates the same items again.
-        if (item->match >= 0)
-            *next = item->match + 1;
-        return state_of(state_and,
-                        combine(state, (items[index + 1].results >> state_start & 1) != 0));
+        return accumulator && !operand;
     default:
-        if (is_comparison(item->code))
-            return state_of(state_and, combine(state, item->outcome));
-        return state; // a code without a meaning
+        return accumulator && operand;
     }
 }
 
-// Evaluates from the last item to the first, so that neither nesting nor groups left open cost more
-// than the length. Bit s of an item's `results` is what its level comes to when it is reached in
-// state s. `items` has one item more than `count`, for the end.
-bool evaluate_items(condition_item *items, int count)
+void take_operand(level *level, bool operand)
 {
-    items[count] = {.code = condition_close, .outcome = false, .results = 0, .match = -1};
-    for (int index = count; index >= 0; index--) {
-        unsigned results = 0;
-        for (int state = 0; state < state_count; state++) {
-            bool result = (state & 1) != 0;
-            if (items[index].code != condition_close) {
-                int next = 0;
-                const int reached = next_state(items, index, state, &next);
-                result = (items[next].results >> reached & 1) != 0;
-            }
-            results |= (result ? 1U : 0U) << state;
-        }
-        items[index].results = static_cast<uint8_t>(results);
+    for (bool &accumulator : level->from)
+        accumulator = combine(level->pending, accumulator, operand);
+    level->pending = condition_and;
+}
+
+// What the outermost level comes to when the code ends with `depth` groups open.
+bool finish(const level *levels, int depth)
+{
+    level inner = levels[depth];
+    while (depth-- > 0) {
+        level outer = levels[depth];
+        take_operand(&outer, inner.from[1]);
+        for (bool &accumulator : outer.from)
+            accumulator = inner.from[accumulator ? 1 : 0];
+        inner = outer;
     }
-    return (items[0].results >> state_start & 1) != 0;
+    return inner.from[1];
 }
 
 } // namespace
@@ -196,16 +70,33 @@ int eval_conditions(const uint8_t *code, int length, condition_lookup lookup)
 
 int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup)
 {
-    if (length <= 0)
-        return 1;
-    auto *items = static_cast<condition_item *>(
-        calloc(static_cast<size_t>(length) + 1, sizeof(condition_item)));
-    if (items == nullptr)
-        return -1;
-    const int count = read_items(code, length, end, lookup, items);
-    const int result = count < 0 ? -1 : (evaluate_items(items, count) ? 1 : 0);
-    free(items);
-    return result;
+    level levels[condition_depth_limit + 1];
+    int depth = 0;
+    levels[0] = fresh_level;
+    for (int position = 0; position < length;) {
+        const code_item item = read_code_item(code + position, length - position);
+        position += item.size;
+        if (item.comparison && !item.complete)
+            return -1;
+        if (item.comparison) {
+            const bool holds = comparison_holds(item.code, lookup(item.name), item.value);
+            take_operand(&levels[depth], holds);
+        } else if (item.code >= condition_and_not && item.code <= condition_and) {
+            levels[depth].pending = item.code;
+        } else if (item.code == condition_open) {
+            if (depth == condition_depth_limit)
+                return 0; // not -1, which would count as met
+            levels[++depth] = fresh_level;
+        } else if (item.code == condition_close && depth > 0) {
+            depth--;
+            take_operand(&levels[depth], levels[depth + 1].from[1]);
+        } else if (item.code == condition_close) {
+            if (end != nullptr)
+                *end = code + position;
+            break;
+        }
+    }
+    return finish(levels, depth) ? 1 : 0;
 }
 
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the established names

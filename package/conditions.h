@@ -11,22 +11,11 @@
 
 #include <cstdint>
 
-/// The code bytes. A numeric comparison is its text form plus condition_numeric. Any other byte is
-/// skipped.
-enum condition_code : uint8_t {
-    condition_equal = 0,
-    condition_greater = 1,
-    condition_less = 2,
-    condition_greater_equal = 3,
-    condition_less_equal = 4,
-    condition_not_equal = 5,
-    condition_numeric = 8,
-    condition_and_not = 16,
-    condition_or = 17,
-    condition_and = 18,
-    condition_open = 19,
-    condition_close = 255, ///< at the outermost level the end of the code
-};
+#include "package/condition_item.h"
+#include "package/format.h"
+
+/// No package can open more groups: its code lies in the first block, behind header and entry.
+constexpr int condition_depth_limit = package_block_size;
 
 /// The value of `name`, NUL-terminated, or null when it has none; valid until the next call.
 using condition_lookup = const char *(*)(const char *name);
@@ -37,8 +26,8 @@ using condition_lookup = const char *(*)(const char *name);
 int build_conditions(char *text, uint8_t *code, int capacity);
 
 /// Evaluates `length` bytes of code: 1 when the condition holds, 0 when not, -1 when a comparison
-/// is not complete before the end of the code (or memory runs out). Code of length 0 holds. The
-/// upgrade takes -1 for a condition that is met.
+/// is not complete before the end of the code. Code of length 0 holds. The upgrade takes -1 for a
+/// condition that is met. No memory but the stack is used.
 int eval_conditions(const uint8_t *code, int length, condition_lookup lookup);
 
 /// Evaluates up to the closing byte of the group that `code` begins in, as eval_conditions does,
@@ -48,6 +37,7 @@ int eval_conditions(const uint8_t *code, int length, condition_lookup lookup);
 /// A group without its closing byte runs to the end of the code, and the level around it then
 /// evaluates the same bytes again from the group's start. Each comparison asks `lookup` once all
 /// the same, in the order of the code; time is linear in `length`, and the stack does not grow.
+/// Code with more than condition_depth_limit groups open at once is not met (0).
 int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_lookup lookup);
 
 /// The feature set that get_feature looks in: `_feature_set_size` bytes of NUL-terminated names and
@@ -69,5 +59,6 @@ const char *get_feature(const char *name);
 ///
 /// The variable's text is compiled where it stands in the environment, and so used up: a second
 /// part of the same type finds the rest of it, fails to compile it and is refused, unless the text
-/// held no comparison. Devices in the field rely on it.
+/// held no comparison. Kept: with a copy, packages with two parts of a type that devices refuse
+/// today would be taken.
 int eval_features(uint32_t type, const uint8_t *features, int length);

@@ -103,7 +103,8 @@ int take_operator(char **text)
 }
 
 // Ends the value at `*text` with NUL and steps behind it. Returns its start, or null without the
-// closing quote. The opening quote stays in the value: packages in the field compare with it.
+// closing quote. Kept: the opening quote stays in the value. Without it the compiled code of
+// existing packages and a new text for the same value would differ.
 char *take_value(char **text)
 {
     char *value = *text;

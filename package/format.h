@@ -3,7 +3,7 @@
 // The firmware package as a file, in constants: docs/package-format.md says what each field means.
 //
 // For whoever reads, makes or checks packages. All numbers in the file are big-endian
-// (platform/bytes.h). Condition code has its constants in package/conditions.h.
+// (platform/bytes.h). Condition code has its constants in package/condition_item.h.
 #pragma once
 
 #include <cstddef>

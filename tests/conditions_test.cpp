@@ -192,13 +192,14 @@ TEST(EvalConditions, AgreesWithThePlainEvaluation)
 TEST(EvalConditions, EndsSoonWhateverIsLeftOpen)
 {
     values = {{"a", "1"}};
-    EXPECT_EQ(evaluated(std::string(65535, '\x13')), 1);
+    EXPECT_EQ(evaluated(std::string(condition_depth_limit, '\x13')), 1);
+    EXPECT_EQ(evaluated(std::string(condition_depth_limit + 1, '\x13')),
+              0); // never met for lack of room
     std::string mixed;
     for (int i = 0; i < 500; i++)
         mixed += "\x13\0a\0001\0"s;
     EXPECT_EQ(evaluated(mixed), 1);
-    EXPECT_EQ(evaluated(std::string(20000, '\x13') + "\0a\0002\0"s + std::string(20000, '\xFF')),
-              0);
+    EXPECT_EQ(evaluated(std::string(4000, '\x13') + "\0a\0002\0"s + std::string(4000, '\xFF')), 0);
 }
 
 TEST(EvalConds, TellsWhereTheGroupEnds)

@@ -81,13 +81,6 @@ std::string value_text(const std::string &value)
     return escape_all(value, [](unsigned char c, size_t) { return c > ' ' && c < 0x7F; });
 }
 
-const char *lookup_value; // of comparison_holds: a look-up function is given a name alone
-
-const char *single_lookup(const char * /*name*/)
-{
-    return lookup_value;
-}
-
 } // namespace
 
 std::vector<uint8_t> compile_condition(const std::string &text, const std::string &place)
@@ -114,25 +107,21 @@ std::vector<uint8_t> compile_condition(const std::string &text, const std::strin
 std::vector<condition_item> list_condition(std::span<const uint8_t> code)
 {
     std::vector<condition_item> items;
-    const auto string_at = [&](size_t begin, std::string &text) {
-        const auto end = std::find(code.begin() + static_cast<ptrdiff_t>(begin), code.end(), 0);
-        text.assign(code.begin() + static_cast<ptrdiff_t>(begin), end);
-        return end != code.end();
-    };
-    for (size_t position = 0; position < code.size();) {
-        const uint8_t byte = code[position];
-        condition_item item{static_cast<int>(position), 1, byte, false, true, {}, {}};
-        // 0 to 5 and, with condition_numeric, 8 to 13; what else is below 16 is ignored.
-        item.comparison =
-            byte < 2 * condition_numeric && byte % condition_numeric <= condition_not_equal;
-        if (item.comparison) {
-            item.complete = string_at(position + 1, item.name) &&
-                            string_at(position + 2 + item.name.size(), item.value);
-            const size_t length =
-                item.complete ? 3 + item.name.size() + item.value.size() : code.size() - position;
-            item.length = static_cast<int>(length);
+    for (int position = 0, length = static_cast<int>(code.size()); position < length;) {
+        const uint8_t *at = code.data() + position;
+        const code_item found = read_code_item(at, length - position);
+        condition_item item{position,       found.size, found.code, found.comparison,
+                            found.complete, {},         {}};
+        if (found.comparison && found.complete) {
+            item.name = found.name;
+            item.value = found.value;
+        } else if (found.comparison) { // as much as there is
+            const uint8_t *end = at + found.size;
+            const uint8_t *name_end = std::find(at + 1, end, 0);
+            item.name.assign(at + 1, name_end);
+            item.value.assign(std::min(name_end + 1, end), end);
         }
-        position += static_cast<size_t>(item.length);
+        position += found.size;
         items.push_back(std::move(item));
     }
     return items;
@@ -212,16 +201,7 @@ condition_text decompile_condition(std::span<const uint8_t> code)
 
 bool comparison_holds(const condition_item &item, const std::optional<std::string> &actual)
 {
-    std::vector<uint8_t> code{item.code};
-    code.insert(code.end(), item.name.begin(), item.name.end());
-    code.push_back(0);
-    code.insert(code.end(), item.value.begin(), item.value.end());
-    code.push_back(0);
-    code.push_back(condition_close);
-    lookup_value = actual ? actual->c_str() : nullptr;
-    const int held = eval_conditions(code.data(), static_cast<int>(code.size()), single_lookup);
-    lookup_value = nullptr;
-    return held != 0;
+    return ::comparison_holds(item.code, actual ? actual->c_str() : nullptr, item.value.c_str());
 }
 
 } // namespace fwpkg
