@@ -36,6 +36,10 @@ elseif(CMAKE_BUILD_TYPE MATCHES "^(Release|MinSizeRel)$")
     target_compile_options(common_options INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
 endif()
 
+# What `--version` says: the project's version, for the programs that print it.
+add_library(version INTERFACE)
+target_compile_definitions(version INTERFACE UPGRADE_VERSION="${PROJECT_VERSION}")
+
 add_library(device_options INTERFACE)
 target_link_libraries(device_options INTERFACE common_options)
 target_compile_options(device_options INTERFACE -fno-exceptions -fno-rtti)

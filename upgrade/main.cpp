@@ -3,6 +3,7 @@
 // One run, one upgrade: download, stop networking, prepare, write and verify.
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -26,6 +27,33 @@ enum exit_status {
 };
 
 char default_url[] = "http://" DEFAULT_SERVER "/upgrade/flash.pkg";
+
+constexpr char help_text[] = "Usage: upgrade [URL]\n"
+                             "\n"
+                             "Downloads a firmware package and writes it to the device's flash. "
+                             "Without a URL the package is\n"
+                             "%s.\n"
+                             "\n"
+                             "  http://HOST[:PORT]/PATH    https://HOST[:PORT]/PATH\n"
+                             "  ftp://[USER[:PASSWORD]@]HOST[:PORT]/PATH    tftp://HOST/FILE\n"
+                             "\n"
+                             "  -h, --help       print this text and do nothing else\n"
+                             "  -V, --version    print the version and do nothing else\n"
+                             "\n"
+                             "Exit status: 0 upgraded, 1 nothing was written, 2 writing failed.\n";
+
+// Answers an argument that is a question and no URL. Whether it was one.
+bool answer_question(const char *argument)
+{
+    const auto is = [argument](const char *text) { return strcmp(argument, text) == 0; };
+    if (is("--help") || is("-h"))
+        printf(help_text, default_url);
+    else if (is("--version") || is("-V"))
+        printf("upgrade %s\n", UPGRADE_VERSION);
+    else
+        return false;
+    return true;
+}
 
 // A device opened on a free standard descriptor would get the diagnostics written into it.
 void open_standard_descriptors()
@@ -86,6 +114,8 @@ bool write_and_verify(upgrade_context *context)
 int main(int /*argc*/, char **argv)
 {
     open_standard_descriptors();
+    if (argv[1] != nullptr && answer_question(argv[1]))
+        return exit_done;
     signal(SIGPIPE, SIG_IGN); // a write to a closed peer is a failed write, not the end
     char *url = argv[1] != nullptr ? argv[1] : default_url;
     upgrade_context context = {};

@@ -124,6 +124,34 @@ def test_a_refused_package_touches_no_flash(name, make_device, serve_tftp):
     assert run.status == 1
 
 
+@pytest.mark.parametrize("argument, beginning", [
+    ("--help", "Usage: upgrade [URL]\n"), ("-h", "Usage: upgrade [URL]\n"),
+    ("--version", "upgrade "), ("-V", "upgrade "),
+])
+def test_a_question_is_answered_and_nothing_else_done(argument, beginning, make_device):
+    run = make_device().run(argument)
+    assert run.stdout.decode().startswith(beginning)
+    assert (run.status, run.stderr, run.datagrams) == (0, b"", [])
+    assert [operation["op"] for operation in run.operations] == ["start"]
+
+
+@pytest.mark.parametrize("argument", ["--helpme", "-v", "help", ""])
+def test_every_other_text_is_a_url(argument, make_device):
+    run = make_device().run(argument)
+    assert run.stderr.startswith(f"download start ...\nurl = {argument}\n".encode())
+    assert run.status == 1
+
+
+def test_a_configuration_that_cannot_be_read_ends_the_run(make_device):
+    device = make_device()
+    (device.folder / "etc/syscfg.conf").unlink()
+    (device.folder / "etc/syscfg.conf").mkdir()
+    run = device.run("ftp://127.0.0.1:1/f")
+    assert run.stderr.decode() == ("download start ...\nurl = ftp://127.0.0.1:1/f\n"
+                                   "cannot read /etc/syscfg.conf: Is a directory\n")
+    assert (run.status, run.datagrams) == (1, [])
+
+
 @pytest.mark.parametrize("url, said", [
     ("TfTpd", ["tftp.c:tftp_downloader_open:505: FUNCTION_FAILED"]),
     ("gopher://127.0.0.1/f", []),

@@ -34,6 +34,8 @@ int run_command_line(CLI::App &app, int argc, char **argv, int trouble_status,
                      const std::function<int()> &command)
 {
     occupy_standard_descriptors();
+    app.set_version_flag("-V,--version", app.get_name() + " " + UPGRADE_VERSION,
+                         "Print the version and exit");
     try {
         int status = 0;
         try {
