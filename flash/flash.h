@@ -22,8 +22,9 @@ constexpr int trailer_rest_microseconds = 100'000; ///< after each trailer
 int write_package(upgrade_context *context);
 
 /// Reads every part whose size is not 0 back. 0, or -1 as write_package. A difference or a failed
-/// read is reported on standard error and is a success all the same: devices in the field rely on
-/// it. The messages are the writer's own, "writing" included.
+/// read is reported on standard error and is a success all the same. Kept: a device whose flash
+/// reads back different would fail its upgrades from one version to the next. The messages are the
+/// writer's own, "writing" included.
 int verify_package(upgrade_context *context);
 
 /// Writes `length` bytes from the table `blocks` of `block_size` bytes each to the open device

@@ -23,7 +23,8 @@ void dump_part(int index, const package_part *part)
         printf("    type: unknown<%d>\n", part->type);
     printf("    compress: %d\n", static_cast<int>(part->compress));
     printf("    actual size: %lu\n", static_cast<unsigned long>(part->actual_size));
-    // Flags come before size and offset, unlike in the file: readers of the dump rely on it.
+    // Flags come before size and offset, unlike in the file. Kept: another order would change the
+    // dump.
     printf("    flags: %08lx\n", static_cast<unsigned long>(part->flags));
     printf("    size: %lu\n", static_cast<unsigned long>(part->size));
     printf("    offset: %lu\n", static_cast<unsigned long>(part->offset));

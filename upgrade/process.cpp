@@ -134,7 +134,8 @@ int process_package(upgrade_context *context)
 int run_script(const char *path)
 {
     char *const arguments[] = {const_cast<char *>(path), nullptr};
-    // vfork: no copy of an address space that holds the whole package.
+    // vfork: nothing is set aside for a second address space, so that the script starts even where
+    // the package left little memory.
     const pid_t child = vfork(); // NOLINT(clang-analyzer-security.insecureAPI.vfork)
     if (child == 0) {
         // The script is not to inherit that it is ignored; a bare system call, safe in this child.
