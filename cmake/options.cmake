@@ -4,7 +4,11 @@
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
-# Static programs have one address: Debian's C library for ARM has no start code for movable ones.
+# Static programs have one address, unless the tool chain knows better: Debian's GNU C library for ARM
+# has no start code for movable ones.
+if(NOT DEFINED UPGRADE_STATIC_FLAGS)
+    set(UPGRADE_STATIC_FLAGS -static)
+endif()
 if(NOT UPGRADE_STATIC)
     set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 endif()

@@ -128,7 +128,9 @@ bool handshake(cyassl_client *self)
 #ifdef FP_ECC
     wc_ecc_fp_free();
 #endif
+#ifdef UPGRADE_HAVE_MALLOC_TRIM
     malloc_trim(0);
+#endif
     return made;
 }
 

@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <type_traits>
 #include <unistd.h>
 
 #include "tools/simdev/core/real.h"
@@ -60,13 +61,16 @@ extern "C" [[gnu::used]] const char simdev_face_mark[] = "simdev: the platform i
 
 #ifdef SIMDEV_WRAP
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
-#define REAL(name) extern decltype(name) __real_##name;
+// In two steps, for a name that is a macro: see real.h.
+#define REAL_NAME_AS_IT_IS(name) __real_##name
+#define REAL_NAME(name) REAL_NAME_AS_IT_IS(name)
+#define REAL(name) extern decltype(name) REAL_NAME(name);
 extern "C" {
 REAL_CALLS
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 #undef REAL
-#define REAL(name) real.name = __real_##name;
+#define REAL(name) real.name = REAL_NAME(name);
 #else
 #define REAL(name) find(&real.name, #name);
 #endif
@@ -128,7 +132,9 @@ extern "C" {
         return fd;                                                                                 \
     }
 OPEN(open)
+#ifndef open64
 OPEN(open64)
+#endif
 
 #define FUNCTION(result, name, parameters, specifiers)                                             \
     result FACE(name)                                                                              \
@@ -154,11 +160,13 @@ FUNCTION(FILE *, fopen, (const char *path, const char *mode), )
     return sim_fopen(path, mode);
 }
 
+#ifndef fopen64
 FUNCTION(FILE *, fopen64, (const char *path, const char *mode), )
 {
     start();
     return sim_fopen(path, mode);
 }
+#endif
 
 FUNCTION(ssize_t, read, (int fd, void *buffer, size_t size), )
 {
@@ -185,11 +193,13 @@ FUNCTION(off_t, lseek, (int fd, off_t offset, int whence), noexcept)
     return static_cast<off_t>(sim_lseek(fd, offset, whence));
 }
 
+#ifndef lseek64
 FUNCTION(off64_t, lseek64, (int fd, off64_t offset, int whence), noexcept)
 {
     start();
     return sim_lseek(fd, offset, whence);
 }
+#endif
 
 FUNCTION(int, close, (int fd), )
 {
@@ -197,15 +207,15 @@ FUNCTION(int, close, (int fd), )
     return sim_close(fd);
 }
 
-int FACE(ioctl)(int fd, unsigned long request, ...) noexcept;
-int FACE(ioctl)(int fd, unsigned long request, ...) noexcept
+int FACE(ioctl)(int fd, ioctl_request request, ...) noexcept;
+int FACE(ioctl)(int fd, ioctl_request request, ...) noexcept
 {
     start();
     va_list arguments;
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    return sim_ioctl(fd, request, argument);
+    return sim_ioctl(fd, static_cast<std::make_unsigned_t<ioctl_request>>(request), argument);
 }
 
 FUNCTION(void, sync, (), noexcept)

@@ -294,7 +294,7 @@ int sim_ioctl(int fd, unsigned long request, void *argument)
 {
     slot *device = followed(fd);
     if (device == nullptr || device->kind != slot_gpio || request != gpio_request_watchdog)
-        return real.ioctl(fd, request, argument);
+        return real.ioctl(fd, static_cast<ioctl_request>(request), argument);
     struct {
         int32_t line;
         uint8_t level;

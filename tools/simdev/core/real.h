@@ -6,10 +6,37 @@
 
 #include <cstdio>
 #include <ctime>
+// Musl's headers make open64, fopen64 and lseek64 macros of the plain names, which are for large
+// files there: all of them come first, so that the members below are named alike everywhere.
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
+#include <unistd.h>
+
+template<typename Request> Request request_of(int (*)(int, Request, ...));
+/// What the C library has for the second parameter of `ioctl`: its kind of integer.
+using ioctl_request = decltype(request_of(&::ioctl));
+
+#ifndef SIMDEV_HAVE_STRERRORNAME
+/// As the GNU C library has it, from error_names.cpp.
+extern "C" const char *strerrorname_np(int error);
+#endif
+
+#ifdef _REDIR_TIME64
+// Musl where `long` has 32 bits: its headers give calls with times to these symbols, which is what
+// a linker sees. Here they are the names as well, for the face and the members below.
+extern "C" {
+decltype(clock_nanosleep) __clock_nanosleep_time64;
+decltype(nanosleep) __nanosleep_time64;
+decltype(select) __select_time64;
+}
+#define clock_nanosleep __clock_nanosleep_time64
+#define nanosleep __nanosleep_time64
+#define select __select_time64
+#endif
 
 struct sim_real {
     int (*open64)(const char *path, int flags, ...);
@@ -18,7 +45,7 @@ struct sim_real {
     ssize_t (*write)(int fd, const void *buffer, size_t size);
     off64_t (*lseek64)(int fd, off64_t offset, int whence);
     int (*close)(int fd);
-    int (*ioctl)(int fd, unsigned long request, ...);
+    int (*ioctl)(int fd, ioctl_request request, ...);
     int (*clock_nanosleep)(clockid_t clock, int flags, const timespec *time, timespec *rest);
     int (*select)(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout);
     int (*poll)(pollfd *fds, nfds_t count, int timeout_ms);
