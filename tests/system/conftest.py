@@ -44,6 +44,8 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / os.environ.get("UPGRADE_BUILD", "build/dev")
 PROGRAM = os.environ.get("UPGRADE_PROGRAM")
 SIMDEV = BUILD / "tools/simdev/simdev"
+# EIO's text, as the C library of the program has it.
+IO_ERROR = "I/O error" if "-musl/" in (PROGRAM or "") else "Input/output error"
 FINDING = 99  # exit status that simdev asks the sanitizers for
 PEER_SECONDS = 30  # no peer waits longer, so that no thread is left behind
 

@@ -3,6 +3,7 @@
 what no server should."""
 
 import contextlib
+import re
 import shutil
 import socket
 import ssl
@@ -276,4 +277,5 @@ def test_a_thousand_redirects_end_where_they_lead(make_device):
         run = make_device().run(f"http://127.0.0.1:{port}/p", **PATIENT)
     assert run.status == 0
     assert requests[-1].startswith(b"GET /999 HTTP/1.0\r\n")
-    assert run.stderr.count(b"client->ssl = (nil)\n") == 2 * 1000
+    # C libraries print a null pointer in one of these ways.
+    assert len(re.findall(rb"client->ssl = (?:\(nil\)|0+)\n", run.stderr)) == 2 * 1000

@@ -8,6 +8,7 @@ import zlib
 
 import pytest
 
+from conftest import IO_ERROR
 from package import OPTIONAL, Part, make_package, seal
 
 KERNEL = bytes(range(256)) * 20  # 5120 bytes: a block and a part of one
@@ -233,11 +234,11 @@ FAULTS = {  # faults, what is said from the first stage on, virtual microseconds
     "a block that is refused for a while": (
         ["write-error@2x3"],
         [*stage("WRITING"), *OPEN, "UPGRD_PERCENTAGE=80",
-         *["write block #1 failed: Input/output error"] * 3, "UPGRD_PERCENTAGE=100", *VERIFIED],
+         *[f"write block #1 failed: {IO_ERROR}"] * 3, "UPGRD_PERCENTAGE=100", *VERIFIED],
         PAUSES + 3 * 400_000),
     "a trailer that is refused": (
         ["write-error@3"],
-        [*stage("WRITING"), *WROTE, "partition checksum write error: Input/output error", "",
+        [*stage("WRITING"), *WROTE, f"partition checksum write error: {IO_ERROR}", "",
          *VERIFIED], PAUSES),
 }
 
