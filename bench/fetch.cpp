@@ -1,13 +1,15 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Downloads a URL as the program does, into a buffer of the program's size, and prints the result
-// and the bytes stored. Nothing is written.
+// Downloads a URL as the program does, into a buffer of the program's size, and prints the result, the
+// bytes stored and their CRC-32. Nothing is written.
 //
 //     fetch URL [CA FILE]
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 
 #include "download/downloaders.h"
+#include "flash/crc32.h"
 #include "package/format.h"
 
 struct WOLFSSL_CTX;
@@ -48,6 +50,9 @@ int main(int argc, char **argv)
     if (buffer == nullptr || source == nullptr)
         return 1;
     const int result = source->ops->download(source, buffer, go_on, nullptr);
-    printf("%d %d\n", result, buffer->total);
+    uint32_t crc = 0;
+    for (int at = 0; at < buffer->total; at += 4096)
+        crc = crc32(crc, buffer->blocks[at / 4096], std::min(4096, buffer->total - at));
+    printf("%d %d %u\n", result, buffer->total, crc);
     return result == 0 ? 0 : 1;
 }

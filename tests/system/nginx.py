@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""nginx with the configuration of docs/package-server.md, on free ports of the loopback.
+"""nginx with the configuration of docs/package-server.md or of its package, on free ports of the loopback.
 
     with Nginx(folder, {"a.pkg": bytes}) as server:
         server.http, server.https     ports, both on 127.0.0.1 and 127.0.0.2
         server.authority              the CA file
         server.stranger               the CA file of somebody else
 
-/upgrade/latest.pkg redirects to /upgrade/flash.pkg on
+With stock=True the configuration is the one that the package of nginx brings, with a server for `files`.
+Else /upgrade/latest.pkg redirects to /upgrade/flash.pkg on
 127.0.0.2. The server is an ordinary user's; its files stay in `folder`.
 """
 
@@ -33,7 +34,8 @@ def free_ports(count):
 
 
 class Nginx:
-    def __init__(self, folder, files):
+    def __init__(self, folder, files, stock=False):
+        self.stock = stock
         self.folder = pathlib.Path(folder)
         served = self.folder / "served"
         for name, content in files.items():
@@ -56,13 +58,22 @@ class Nginx:
                      f"{name}.key", "-out", f"{name}.pem")
         return self.folder / f"{name}.pem"
 
-    def configuration(self):
+    def packaged(self):
+        """/etc/nginx/nginx.conf with other files and servers, as an ordinary user can run it."""
+        text = pathlib.Path("/etc/nginx/nginx.conf").read_text()
+        text = re.sub(r"^\s*(user|pid|error_log|access_log|include /etc/nginx/(?!mime)\S*) ?.*;", "",
+                      text, flags=re.M)
+        addresses = f"listen 127.0.0.1:{self.http}; listen 127.0.0.1:{self.https} ssl;"
+        servers = (f"server {{ {addresses} root {self.folder}/served;"
+                   f"ssl_certificate {self.folder}/packages.pem;"
+                   f"ssl_certificate_key {self.folder}/packages.key; }}\n")
+        end = text.index("}", text.index("http {"))
+        return text[:end] + servers + text[end:]
+
+    def documented(self):
         page = (ROOT / "docs/package-server.md").read_text()
         text = re.search(r"```nginx\n(.*?)```", page, re.S).group(1)
-        paths = "".join(f"{kind}_temp_path {self.folder}/{kind};\n"
-                        for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
         changes = {
-            "http {\n": "http {\naccess_log off;\n" + paths,
             "listen 80;": "".join(f"listen 127.0.0.{n}:{self.http};" for n in (1, 2)),
             "listen 443 ssl;": "".join(f"listen 127.0.0.{n}:{self.https} ssl;" for n in (1, 2)),
             "/etc/nginx/": f"{self.folder}/",
@@ -72,6 +83,13 @@ class Nginx:
         for old, new in changes.items():
             assert old in text, old
             text = text.replace(old, new)
+        return text
+
+    def configuration(self):
+        text = self.packaged() if self.stock else self.documented()
+        paths = "".join(f"{kind}_temp_path {self.folder}/{kind};\n"
+                        for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        text = text.replace("http {\n", "http {\naccess_log off;\n" + paths)
         user = "user root root;" if os.getuid() == 0 else ""  # no other in a user namespace
         return (f"{user} daemon off; master_process off; pid {self.folder}/pid;"
                 f"error_log {self.folder}/error.log;\n{text}")
