@@ -5,8 +5,8 @@
 
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/world.h"
-#include "httpc/cprotocol.h"
-#include "httpc/http-priv.h"
+#include "httpc/extra_texts.h"
+#include "httpc/httpc_client.h"
 
 namespace {
 

@@ -7,12 +7,14 @@
 
 #include "httpc/http-priv.h"
 #include "httpc/sslcli.h"
+#include "platform/diagnostic.h"
+#include "platform/text.h"
 
 namespace {
 
 void store_error(httpc_client *client)
 {
-    _http_copy(client->request.error_text, sizeof(client->request.error_text), strerror(errno));
+    safe_strncpy(client->request.error_text, strerror(errno), sizeof(client->request.error_text));
 }
 
 } // namespace
@@ -28,7 +30,7 @@ int _httpc_connect(httpc_client *client)
                                              client->request.port, client->connect_timeout_seconds);
     if (client->socket >= 0)
         return 0;
-    _http_recv_error("httpc.c", "httpcSendRequest", __LINE__);
+    diagnose_recv({"httpc.c", "httpcSendRequest", __LINE__});
     store_error(client);
     return -1;
 }

@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "httpc/cprotocol.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,20 +9,15 @@
 
 #include "httpc/http-priv.h"
 #include "httpc/sslcli.h"
+#include "platform/diagnostic.h"
 #include "platform/number.h"
+#include "platform/text.h"
 
 namespace {
 
 constexpr char unit[] = "cprotocol.c";
-constexpr int header_name_size = 32;
-constexpr int header_value_size = 64;
 
 static_assert(sizeof(httpc_response::buffer) == httpc_refill_size + 2);
-
-void recv_error(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
-{
-    _http_recv_error(unit, function, line);
-}
 
 void flush_trace(httpc_response *response)
 {
@@ -67,7 +60,7 @@ int parse_status_line(httpc_client *client, const char *line)
     if (reason == nullptr)
         return -1;
     client->response.status = number_from_text(code + 1, 10, nullptr);
-    _http_copy(client->response.reason, sizeof(client->response.reason), reason + 1);
+    safe_strncpy(client->response.reason, reason + 1, sizeof(client->response.reason));
     return 0;
 }
 
@@ -98,8 +91,8 @@ void parse_header_line(httpc_client *client, char *line)
     if (keep && begins(line, "Cookie:")) {
         parse_cookie(client, line);
     } else if (begins(line, "Content-Type: ")) {
-        _http_copy(client->response.content_type, sizeof(client->response.content_type),
-                   behind_colon(colon));
+        safe_strncpy(client->response.content_type, behind_colon(colon),
+                     sizeof(client->response.content_type));
     } else if (begins(line, "Content-Length: ")) { // with its blank: "Content-Length:5" is none
         client->content_length = number_from_text(behind_colon(colon), 10, nullptr);
     } else if (keep) {
@@ -112,7 +105,7 @@ void parse_header_line(httpc_client *client, char *line)
 
 int _httpc_net_read(httpc_client *client, void *buffer, int length)
 {
-    if (!_http_wait_readable(client->socket, httpc_response_wait_seconds, unit, __func__, __LINE__))
+    if (!_http_wait_readable(client->socket, httpc_response_wait_seconds, diagnostic_here(unit)))
         return 0;
     ssize_t result = 0;
     if (client->tls != nullptr) {
@@ -134,7 +127,7 @@ int _httpc_recv(httpc_client *client)
         const int count =
             _httpc_net_read(client, response->buffer + filled, httpc_refill_size + 1 - filled);
         if (count < 0) {
-            recv_error();
+            diagnose_recv(diagnostic_here(unit));
             return -1;
         }
         if (count == 0) {
@@ -153,13 +146,13 @@ int _httpc_read_char(httpc_client *client, char *out)
     httpc_response *response = &client->response;
     if (response->head_size >= httpc_head_limit) {
         flush_trace(response);
-        recv_error();
+        diagnose_recv(diagnostic_here(unit));
         return -1;
     }
     if (response->available <= 0) {
         // Kept: a head needs full refills, even where the last one brought the rest of it.
         if (_httpc_recv(client) != 1) {
-            recv_error();
+            diagnose_recv(diagnostic_here(unit));
             return -1;
         }
         response->buffer[response->available] = '\0';
@@ -179,7 +172,7 @@ int _httpc_read_line(httpc_client *client, char *buffer, int max)
     while (stored < max) { // the limit on the head bounds the carriage returns
         char byte = '\0';
         if (_httpc_read_char(client, &byte) < 0) {
-            recv_error();
+            diagnose_recv(diagnostic_here(unit));
             result = -1;
             break;
         }
@@ -201,7 +194,7 @@ int _httpc_parse_response(httpc_client *client)
         const int result = _httpc_read_line(client, line, httpc_line_size);
         fprintf(stderr, "buf: %s\n", line);
         if (result < 0 || (first && parse_status_line(client, line) < 0)) {
-            recv_error();
+            diagnose_recv(diagnostic_here(unit));
             return -1;
         }
         if (first)
@@ -210,48 +203,4 @@ int _httpc_parse_response(httpc_client *client)
             return client->response.end_of_data == 0 ? 1 : 0;
         parse_header_line(client, line);
     }
-}
-
-void _httpc_parse_headers(httpc_client *client, const char *text)
-{
-    char value[header_value_size] = {};
-    for (;;) { // each turn consumes a name and its colon
-        char name[header_name_size] = {};
-        while (isspace(static_cast<uint8_t>(*text)) != 0)
-            text++;
-        const char *colon = strchr(text, ':');
-        if (colon == nullptr)
-            return;
-        memcpy(name, text, std::min<size_t>(static_cast<size_t>(colon - text), sizeof(name) - 1));
-        text = behind_colon(colon);
-        const size_t length = strcspn(text, "\r\n");
-        // Kept: only the value's own length is overwritten, so a longer one before it shows behind.
-        memcpy(value, text, std::min(length, sizeof(value) - 1));
-        _httpc_add_var(&client->headers, name, value);
-        text += length;
-        for (int skip = *text == '\r' ? 2 : 1; skip > 0 && *text != '\0'; skip--)
-            text++;
-    }
-}
-
-void _httpc_parse_content(char *out, const char *text)
-{
-    while (*text != '\0') {
-        if (*text == '%' && text[1] != '\0' && text[2] != '\0') {
-            // Kept: the escape's second character alone counts, as a decimal digit.
-            *out++ = text[2] >= '0' && text[2] <= '9' ? static_cast<char>(text[2] - '0') : '\0';
-            text += 3;
-        } else {
-            *out++ = *text == '+' ? ' ' : *text;
-            text++;
-        }
-    }
-    *out = '\0';
-}
-
-int _httpc_read_response(httpc_client *client)
-{
-    memset(client->response.buffer, 0, httpc_refill_size + 1);
-    client->response.read_position = 0;
-    return _httpc_recv(client);
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Reading the response of an HTTP request.
+// Reading the response of an HTTP request. Diagnostics name the unit "cprotocol.c".
 //
 // The reader hands out a head byte by byte from refills of the receive buffer. A head's refill must
 // be full (1024 bytes): a response of fewer bytes in all fails, and so does a head that goes on
@@ -34,15 +34,5 @@ int _httpc_read_line(httpc_client *client, char *buffer, int max);
 /// length and, with `keep_headers` set there, its headers. 1, 0 when it ended with the connection;
 /// -1.
 int _httpc_parse_response(httpc_client *client);
-
-/// Adds the "name: value" lines of `text` to the headers, names cut to 31 characters and values to
-/// 63. A line without a ":" ends the walk.
-void _httpc_parse_headers(httpc_client *client, const char *text);
-
-/// Decodes form text into `out`, which has room for as much as `text` and a terminator.
-void _httpc_parse_content(char *out, const char *text);
-
-/// Empties the receive buffer and refills it; the result is that of `_httpc_recv`.
-int _httpc_read_response(httpc_client *client);
 
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

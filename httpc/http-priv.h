@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
 // The lowest layer of the HTTP client: splitting URLs, connecting, reading and writing with a
-// bounded wait, and the escaping of form variables (application/x-www-form-urlencoded).
+// bounded wait. Diagnostics name the unit "http-priv.c".
 //
 // TCP over IPv4 only. Where a client has a TLS object its reads and writes go through that object,
 // but readiness is still asked of the socket below it. Nothing here is retried, and a socket
@@ -9,25 +9,14 @@
 // writes under TLS are traced on standard error.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <netinet/in.h>
-#include <sys/select.h>
 
 #include "httpc/httpc_client.h"
+#include "platform/diagnostic.h"
 
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
 // begin with an underscore, and diagnostics print them.
-
-/// "<unit>:<function>:line <line>:recv error:<strerror(errno)>", the diagnostic of the library.
-/// Leaves `errno` as it was.
-void _http_recv_error(const char *unit, const char *function, int line);
-
-/// "<unit>:<function>:<line> <strerror(errno)> ": a wait that failed. Leaves `errno` as it was.
-void _http_wait_error(const char *unit, const char *function, int line);
-
-/// Copies `text` into `field` of `size` bytes, cut where it does not fit; zero behind it.
-void _http_copy(char *field, size_t size, const char *text);
 
 /// Splits `url`; 0, or -1 with a diagnostic when it is null or has 128 characters or more.
 ///
@@ -49,8 +38,8 @@ int _http_net_connect(const char *host, uint16_t port, const char *request_host,
                       uint16_t request_port, int timeout_seconds);
 
 /// Waits up to `seconds` for `socket` to become readable; whether it is. A wait that fails is
-/// reported in the caller's name and leaves the answer to the set, as it then stands.
-bool _http_wait_readable(int socket, int seconds, const char *unit, const char *function, int line);
+/// reported as of `place` and leaves the answer to the set, as it then stands.
+bool _http_wait_readable(int socket, int seconds, const diagnostic_place &place);
 
 /// Waits up to two seconds and reads up to `length` bytes. Their count; 0 when nothing came or the
 /// peer closed; -1 on a failed read, without a diagnostic.
@@ -61,21 +50,5 @@ int _http_net_read(httpc_client *client, void *buffer, int length);
 /// a diagnostic. `buffer` is text with a terminator behind its `length` bytes: under TLS it is
 /// printed.
 int _http_net_write(httpc_client *client, const char *buffer, int length);
-
-/// 1 for letters, digits, ".", "_" and "-", else 0.
-int _safe_char(char byte);
-
-/// Escapes `source`: a space becomes "+", an unsafe byte "%" and two upper-case hexadecimal digits.
-/// The bytes written, no terminator among them; -1 when `size` does not hold them and one more.
-int _encode_string(const char *source, char *destination, int size);
-
-/// Writes name=value, both escaped, without a terminator; its length, or -1. `destination` has
-/// 2 * `size` + 1 bytes.
-int _encode_content(const char *name, const char *value, char *destination, int size);
-
-/// Appends a pair to the text in `buffer` (`size` bytes, zeroed behind the text), behind a "&"
-/// unless it is the first; the text's new length. -1 with a diagnostic and the buffer unchanged
-/// when the pair and a terminator do not fit.
-int _encode_contents(const char *name, const char *value, char *buffer, int size);
 
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -37,13 +37,6 @@ httpc_client *httpcOpenClient(const char *host, uint16_t port, int use_tls);
 /// from `httpcGetResponse` for ever after. `path` is cut at 127 characters.
 int httpcInitRequest(httpc_client *client, int method, const char *path);
 
-/// Appends a request header: 0, or -1 for a null name or without memory. A null value is stored and
-/// not sent; the first value of a name is the one that counts.
-int httpcAddHeader(httpc_client *client, const char *name, const char *value);
-
-/// Appends a request variable, likewise. A GET carries the variables in its path, a POST as body.
-int httpcPushVar(httpc_client *client, const char *name, const char *value);
-
 /// Sets the request's content type, cut at 63 characters; null sets none. 0.
 int httpcSetContentType(httpc_client *client, const char *type);
 
@@ -63,17 +56,28 @@ int httpcGetResponse(httpc_client *client, int keep_headers);
 /// likewise. A `size` of 0 reads nothing and ends the body unless bytes wait in the client.
 int httpcReadResponse(httpc_client *client, void *buffer, int size);
 
-/// Sets `*out` to bytes of the body inside the client, good until the next call: their count, at
-/// most `wanted`; 0 at the end, with `*out` null and the socket closed; -1.
-int httpcRecvResponse(httpc_client *client, char **out, int wanted);
-
-/// The first value of the header or variable with exactly this name; null when there is none.
-const char *httpcGetHeader(httpc_client *client, const char *name);
-const char *httpcGetVar(httpc_client *client, const char *name);
-
 /// The length of the body last sent or, after a response, the one it announced: 0 for none, and
 /// whatever number the server wrote, below 0 too.
 int httpcGetContentLength(httpc_client *client);
+
+// For users of the library; the program does not call what follows.
+
+/// Appends a request header: 0, or -1 for a null name or without memory. A null value is stored and
+/// not sent; the first value of a name is the one that counts.
+int httpcAddHeader(httpc_client *client, const char *name, const char *value);
+
+/// Appends a request variable, likewise. A GET carries the variables in its path, a POST as body.
+int httpcPushVar(httpc_client *client, const char *name, const char *value);
+
+/// The first value of the header with exactly this name; null when there is none.
+const char *httpcGetHeader(httpc_client *client, const char *name);
+
+/// The first value of the variable with exactly this name; null when there is none.
+const char *httpcGetVar(httpc_client *client, const char *name);
+
+/// Sets `*out` to bytes of the body inside the client, good until the next call: their count, at
+/// most `wanted`; 0 at the end, with `*out` null and the socket closed; -1.
+int httpcRecvResponse(httpc_client *client, char **out, int wanted);
 
 /// The response's content type, empty when it had none.
 char *httpcGetContentType(httpc_client *client);

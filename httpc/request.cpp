@@ -7,8 +7,10 @@
 #include <cstring>
 
 #include "httpc/connection.h"
+#include "httpc/extra_texts.h"
 #include "httpc/http-priv.h"
 #include "httpc/httpc.h"
+#include "platform/diagnostic.h"
 
 namespace {
 
@@ -16,13 +18,14 @@ constexpr int body_piece_size = 512;
 constexpr int accept_language_count = 37; // kept: what the line's 24 bytes add to the count
 constexpr int unready_write_limit = 30;   // of 2 s each: a peer that reads nothing for a minute
 
-void recv_error(int line)
+/// The place of the call. To readers of logs all of this file is one function.
+constexpr diagnostic_place here(int line = __builtin_LINE())
 {
-    _http_recv_error("httpc.c", "httpcSendRequest", line);
+    return {.unit = "httpc.c", .function = "httpcSendRequest", .number = line};
 }
 
-/// One write of the request: 0, or -1 with the socket closed.
-int send_bytes(httpc_client *client, const char *bytes, int length, int line = __builtin_LINE())
+/// One write of the request: 0, or -1 with a diagnostic of `place` and the socket closed.
+int send_bytes(httpc_client *client, const diagnostic_place &place, const char *bytes, int length)
 {
     if (_http_net_write(client, bytes, length) >= 0) {
         // A write that was given up counts as sent, but a request of thousands of headers, which a
@@ -31,16 +34,15 @@ int send_bytes(httpc_client *client, const char *bytes, int length, int line = _
             return 0;
         errno = ETIMEDOUT;
     }
-    recv_error(line);
+    diagnose_recv(place);
     _httpc_set_error(client);
     return -1;
 }
 
 /// Formats and sends one line: the bytes to count, or -1. A line that does not fit is left out: a
-/// redirect sends the response's headers again, and they may be of any length. Diagnostics say
-/// `place`, a line of this file.
-__attribute__((format(printf, 3, 4))) int send_line(httpc_client *client, int place,
-                                                    const char *format, ...)
+/// redirect sends the response's headers again, and they may be of any length.
+__attribute__((format(printf, 3, 4))) int
+send_line(httpc_client *client, const diagnostic_place &place, const char *format, ...)
 {
     char line[httpc_line_size] = {};
     va_list arguments;
@@ -49,10 +51,10 @@ __attribute__((format(printf, 3, 4))) int send_line(httpc_client *client, int pl
     const int length = vsnprintf(line, sizeof(line), format, arguments);
     va_end(arguments);
     if (length < 0 || length >= httpc_line_size) {
-        recv_error(place);
+        diagnose_recv(place);
         return 0;
     }
-    return send_bytes(client, line, length, place) < 0 ? -1 : length;
+    return send_bytes(client, place, line, length) < 0 ? -1 : length;
 }
 
 /// The first line with its trace: the bytes to count, or -1.
@@ -61,38 +63,38 @@ int send_first_line(httpc_client *client)
     char line[httpc_line_size];
     const int length = _httpc_encode_first_line(client, line, sizeof(line));
     fprintf(stderr, "write(%d, (%s), %d)\n", client->socket, line, length);
-    return send_bytes(client, line, length) < 0 ? -1 : length;
+    return send_bytes(client, here(), line, length) < 0 ? -1 : length;
 }
 
 /// The lines after the first and the empty line that ends the head: the bytes to count, or -1.
 int send_headers(httpc_client *client)
 {
     int total = accept_language_count;
-    if (send_line(client, __LINE__, "Accept-Language: zh-cn\r\n") < 0)
+    if (send_line(client, here(), "Accept-Language: zh-cn\r\n") < 0)
         return -1;
     int count = 0;
     if (client->request.content_type[0] != '\0') {
-        if ((count = send_line(client, __LINE__, "Content-type: %s\r\n",
+        if ((count = send_line(client, here(), "Content-type: %s\r\n",
                                client->request.content_type)) < 0)
             return -1;
         total += count;
     }
     client->content_length = static_cast<int32_t>(strlen(client->request.encoded_variables));
-    if ((count = send_line(client, __LINE__, "Content-Length: %d\r\n", client->content_length)) < 0)
+    if ((count = send_line(client, here(), "Content-Length: %d\r\n", client->content_length)) < 0)
         return -1;
     total += count;
     // Kept: the client's host without its port, after a redirect too.
-    if ((count = send_line(client, __LINE__, "Host: %s\r\n", client->host)) < 0)
+    if ((count = send_line(client, here(), "Host: %s\r\n", client->host)) < 0)
         return -1;
     total += count;
     for (const httpc_var *node = client->headers.first; node != nullptr; node = node->next) {
         if (node->value == nullptr)
             continue;
-        if ((count = send_line(client, __LINE__, "%s: %s\r\n", node->name, node->value)) < 0)
+        if ((count = send_line(client, here(), "%s: %s\r\n", node->name, node->value)) < 0)
             return -1;
         total += count;
     }
-    if ((count = send_line(client, __LINE__, "\r\n")) < 0)
+    if ((count = send_line(client, here(), "\r\n")) < 0)
         return -1;
     return total + count;
 }
@@ -103,11 +105,11 @@ int send_body(httpc_client *client)
     const char *body = client->request.encoded_variables;
     int left = client->content_length;
     for (; left >= body_piece_size; left -= body_piece_size, body += body_piece_size) {
-        if (send_bytes(client, body, body_piece_size) < 0)
+        if (send_bytes(client, here(), body, body_piece_size) < 0)
             return -1;
     }
     // Kept: the rest is written also when there is none.
-    return send_bytes(client, body, left) < 0 ? -1 : client->content_length;
+    return send_bytes(client, here(), body, left) < 0 ? -1 : client->content_length;
 }
 
 } // namespace
@@ -118,7 +120,7 @@ int httpcSendRequest(httpc_client *client)
         return -1;
     client->unready_writes = 0;
     if (_httpc_encode_vars(client) < 0) {
-        recv_error(__LINE__);
+        diagnose_recv(here());
         _httpc_set_error(client);
         return -1;
     }

@@ -1,9 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-//
 #include "httpc/response.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "httpc/connection.h"
@@ -11,20 +9,21 @@
 #include "httpc/http-priv.h"
 #include "httpc/httpc.h"
 #include "httpc/sslcli.h"
+#include "platform/diagnostic.h"
 
 namespace {
 
 constexpr char unit[] = "httpc.c";
 
-void recv_error(const char *function = __builtin_FUNCTION(), int line = __builtin_LINE())
+/// The place of the call in what is one function to readers of logs.
+constexpr diagnostic_place in_get_response(int line = __builtin_LINE())
 {
-    _http_recv_error(unit, function, line);
+    return {.unit = unit, .function = "httpcGetResponse", .number = line};
 }
 
-void trace_tls(const httpc_client *client, int line = __builtin_LINE())
+void trace_tls(const httpc_client *client, const diagnostic_place &place)
 {
-    fprintf(stderr, "%s:httpcGetResponse:%d: client->ssl = %p\n", unit, line,
-            static_cast<const void *>(client->tls));
+    diagnose(place, "client->ssl = %p\n", static_cast<const void *>(client->tls));
 }
 
 /// Reads a head into a client without headers or variables: 0, or -1 with the socket closed.
@@ -35,10 +34,10 @@ int read_head(httpc_client *client, int keep_headers)
     _httpc_free_vars(&client->headers);
     client->response.keep_headers = keep_headers;
     const int result = _httpc_parse_response(client);
-    trace_tls(client);
+    trace_tls(client, in_get_response());
     if (result < 0) {
         _httpc_set_error(client);
-        recv_error("httpcGetResponse");
+        diagnose_recv(in_get_response());
         return -1;
     }
     client->response.parsed = 1;
@@ -48,11 +47,11 @@ int read_head(httpc_client *client, int keep_headers)
 /// What ends `httpcGetResponse` once its response, or one that it led to, was disposed of.
 int finish_response(httpc_client *client, int result)
 {
-    trace_tls(client);
+    trace_tls(client, in_get_response());
     if (result >= 0)
         return client->response.status;
     _httpc_set_error(client);
-    recv_error("httpcGetResponse");
+    diagnose_recv(in_get_response());
     return -1;
 }
 
@@ -73,7 +72,7 @@ int _httpc_dispose_redirect(httpc_client *client)
 {
     const char *location = _httpc_get_var(&client->headers, "Location");
     if (location == nullptr) {
-        recv_error();
+        diagnose_recv(diagnostic_here(unit));
         return httpc_response_final;
     }
     char scheme[8] = {};
@@ -81,7 +80,7 @@ int _httpc_dispose_redirect(httpc_client *client)
     memset(client->request.path, 0, sizeof(client->request.path));
     if (httpcParseURL(location, scheme, client->request.host, &client->request.port,
                       client->request.path) < 0) {
-        recv_error();
+        diagnose_recv(diagnostic_here(unit));
         return -1;
     }
     client->redirect = 0;
@@ -93,12 +92,12 @@ int _httpc_dispose_redirect(httpc_client *client)
     if (strcmp(scheme, "HTTPS") == 0) {
         client->tls = create_cyassl_client();
         if (client->tls == nullptr) {
-            fprintf(stderr, "%s:%s:%d: FUNCTION FAILED!\n", unit, __func__, __LINE__);
+            diagnose(diagnostic_here(unit), "FUNCTION FAILED!\n");
             return -1;
         }
     }
     if (httpcSendRequest(client) < 0) {
-        recv_error();
+        diagnose_recv(diagnostic_here(unit));
         return -1;
     }
     memset(&client->response, 0, sizeof(client->response));
@@ -124,7 +123,7 @@ int httpcGetResponse(httpc_client *client, int keep_headers)
         result = finish_response(client, disposed);
     for (; depth > 0; depth--) {
         if (result < 0)
-            recv_error("_httpc_dispose_redirect");
+            diagnose_recv({unit, "_httpc_dispose_redirect", __LINE__});
         result = finish_response(client, result);
     }
     return result;
@@ -145,41 +144,9 @@ int httpcReadResponse(httpc_client *client, void *buffer, int size)
     const int count = size < 0 ? -1 : _httpc_net_read(client, buffer, size);
     if (count < 0) {
         _httpc_set_error(client);
-        recv_error();
+        diagnose_recv(diagnostic_here(unit));
     } else if (count == 0) {
         _httpc_drop_socket(client);
     }
-    return count;
-}
-
-int httpcRecvResponse(httpc_client *client, char **out, int wanted)
-{
-    httpc_response *response = &client->response;
-    if (wanted < 1)
-        return -1;
-    if (response->available < 0) {
-        recv_error();
-        return -1;
-    }
-    if (response->available == 0 && response->end_of_data != 1 &&
-        _httpc_read_response(client) < 0) {
-        _httpc_set_error(client);
-        recv_error();
-        return -1;
-    }
-    if (response->available == 0) {
-        *out = nullptr;
-        _httpc_drop_socket(client);
-        return 0;
-    }
-    *out = response->buffer + response->read_position;
-    if (response->available >= wanted) {
-        response->available -= wanted;
-        response->read_position += wanted;
-        return wanted;
-    }
-    const int count = response->available;
-    response->available = 0;
-    response->read_position = 0;
     return count;
 }

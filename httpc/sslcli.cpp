@@ -21,39 +21,29 @@
 
 #include "httpc/httpc_client.h"
 #include "platform/device.h"
+#include "platform/diagnostic.h"
 
 namespace {
 
-// The line numbers of this unit's messages are fixed texts: the messages stay comparable from one
-// version to the next.
-enum line : int {
-    create_begin = 66,
-    create_no_memory = 68,
-    create_no_context = 74,
-    create_no_ca = 78,
-    create_no_connection = 84,
-    connect_begin = 98,
-    connect_unknown_host = 102,
-    connect_refused = 113,
-    connect_no_handshake = 120,
-    release_begin = 152,
-    read_begin = 160,
-};
-
-void checkpoint(const char *function, line number)
+// What the messages of this unit begin with; see platform/diagnostic.h.
+constexpr diagnostic_place in(const char *function, int number)
 {
-    fprintf(stderr, "sslcli.c:%s:%d: CHECKPOINT\n", function, number);
+    return {.unit = "sslcli.c", .function = function, .number = number};
 }
+constexpr diagnostic_place at_create = in("create_cyassl_client", 66);
+constexpr diagnostic_place at_create_memory = in("create_cyassl_client", 68);
+constexpr diagnostic_place at_create_context = in("create_cyassl_client", 74);
+constexpr diagnostic_place at_create_authority = in("create_cyassl_client", 78);
+constexpr diagnostic_place at_create_connection = in("create_cyassl_client", 84);
+constexpr diagnostic_place at_connect = in("cyassl_client_connect", 98);
+constexpr diagnostic_place at_connect_host = in("cyassl_client_connect", 102);
+constexpr diagnostic_place at_connect_socket = in("cyassl_client_connect", 113);
+constexpr diagnostic_place at_connect_handshake = in("cyassl_client_connect", 120);
+constexpr diagnostic_place at_release = in("cyassl_client_release", 152);
+constexpr diagnostic_place at_read = in("cyassl_client_read", 160);
 
-void function_failed(const char *function, line number)
-{
-    fprintf(stderr, "sslcli.c:%s:%d: FUNCTION FAILED!\n", function, number);
-}
-
-void system_error(const char *function, line number)
-{
-    fprintf(stderr, "sslcli.c:%s:%d: %s\n", function, number, strerror(errno));
-}
+constexpr char checkpoint[] = "CHECKPOINT\n";
+constexpr char function_failed[] = "FUNCTION FAILED!\n";
 
 WOLFSSL_METHOD *client_method()
 {
@@ -136,13 +126,13 @@ bool handshake(cyassl_client *self)
 
 int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
 {
-    checkpoint(__func__, connect_begin);
+    diagnose(at_connect, checkpoint);
     self->secured = false;
     if (host == nullptr)
         return -1;
     const hostent *entry = gethostbyname(host);
     if (entry == nullptr) {
-        system_error(__func__, connect_unknown_host);
+        diagnose(at_connect_host, "%s\n", strerror(errno));
         return -1;
     }
     sockaddr_in address = {};
@@ -153,7 +143,7 @@ int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
     // No newline: the next line completes it.
     fprintf(stderr, "Connect to %s:%d......", inet_ntoa(address.sin_addr), port);
     if (connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) < 0) {
-        system_error(__func__, connect_refused); // kept: the socket stays open
+        diagnose(at_connect_socket, "%s\n", strerror(errno)); // kept: the socket stays open
         return -1;
     }
     fprintf(stderr, "connected\nsock = %d\n", socket);
@@ -161,13 +151,13 @@ int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
     self->socket = socket;
     self->secured = handshake(self);
     if (!self->secured)
-        function_failed(__func__, connect_no_handshake);
+        diagnose(at_connect_handshake, function_failed);
     return socket;
 }
 
 void cyassl_client_release(cyassl_client *self)
 {
-    checkpoint(__func__, release_begin);
+    diagnose(at_release, checkpoint);
     // Kept: the socket is its user's, and the record stays, a few bytes in a run that ends soon.
     wolfSSL_shutdown(self->connection);
     wolfSSL_free(self->connection);
@@ -181,7 +171,7 @@ bool may_pass(const cyassl_client *self)
 
 int cyassl_client_read(cyassl_client *self, void *buffer, int length)
 {
-    checkpoint(__func__, read_begin);
+    diagnose(at_read, checkpoint);
     return may_pass(self) ? wolfSSL_read(self->connection, buffer, length) : -1;
 }
 
@@ -203,29 +193,29 @@ const char *const cyassl_ca_file = ca_file;
 
 cyassl_client *create_cyassl_client()
 {
-    checkpoint(__func__, create_begin);
+    diagnose(at_create, checkpoint);
     auto *self = static_cast<cyassl_client *>(calloc(1, sizeof(cyassl_client)));
     if (self == nullptr) {
-        function_failed(__func__, create_no_memory);
+        diagnose(at_create_memory, function_failed);
         return nullptr;
     }
     // Kept: what was made before a failure is not freed; the run ends with it.
     // NOLINTBEGIN(clang-analyzer-unix.Malloc)
     self->context = wolfSSL_CTX_new(client_method());
     if (self->context == nullptr) {
-        function_failed(__func__, create_no_context);
+        diagnose(at_create_context, function_failed);
         return nullptr; // cppcheck-suppress memleak ; kept
     }
     if (wolfSSL_CTX_load_verify_locations(self->context, cyassl_ca_file, nullptr) !=
         WOLFSSL_SUCCESS) {
-        function_failed(__func__, create_no_ca);
+        diagnose(at_create_authority, function_failed);
         return nullptr; // cppcheck-suppress memleak ; kept
     }
     wolfSSL_CTX_SetIORecv(self->context, receive);
     wolfSSL_CTX_SetIOSend(self->context, transmit);
     self->socket = -1;
     if (!renew_connection(self)) {
-        function_failed(__func__, create_no_connection);
+        diagnose(at_create_connection, function_failed);
         return nullptr; // cppcheck-suppress memleak ; kept
     }
     // NOLINTEND(clang-analyzer-unix.Malloc)

@@ -44,6 +44,6 @@ struct cyassl_client {
 /// The certificates of the authorities that are trusted, in PEM form.
 extern const char *const cyassl_ca_file;
 
-/// A new object, not connected; it is never freed. Null without memory, without a readable CA file
-/// or where the library makes no objects (each with one line on standard error).
+/// A new object, not connected; it is never freed, finished or not. Null without memory, without a
+/// readable CA file or where the library makes no objects (each with one line on standard error).
 cyassl_client *create_cyassl_client();

@@ -22,23 +22,39 @@ namespace {
 int listener = -1;
 int peer = -1;
 int slept = 0;
+int resets_left = 0;        ///< connections that are reset before anything is read
+string request;             ///< what the client has sent before the first piece
 std::vector<string> pieces; ///< what the server still has to send, first piece first
 enum ending { closes, resets, falls_silent } how_it_ends = closes;
+
+void abort_connection()
+{
+    const linger abort = {1, 0};
+    setsockopt(peer, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
+    close(peer);
+}
 
 /// The server's turn, taken whenever the client begins to wait: one piece, then the end.
 void serve()
 {
     if (peer < 0) {
         peer = accept(listener, nullptr, nullptr);
+        request.clear();
+        if (resets_left > 0) {
+            resets_left--;
+            abort_connection();
+            peer = -1;
+        }
     } else if (!pieces.empty()) {
+        char bytes[1000];
+        const ssize_t count = recv(peer, bytes, sizeof(bytes), MSG_DONTWAIT);
+        request.append(bytes, count < 0 ? 0 : static_cast<size_t>(count));
         send(peer, pieces.front().data(), pieces.front().size(), MSG_NOSIGNAL);
         pieces.erase(pieces.begin());
     } else if (how_it_ends == closes) {
         shutdown(peer, SHUT_WR);
     } else if (how_it_ends == resets) {
-        const linger abort = {1, 0};
-        setsockopt(peer, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
-        close(peer);
+        abort_connection();
         peer = dup(listener); // no longer the connection, but still taken
     }
 }
@@ -210,6 +226,17 @@ TEST(HttpDownload, EndsWithTheCallbackAndWithAnotherStatus)
         EXPECT_EQ(refused.result, -1) << status;
         EXPECT_EQ(refused.total, 0) << status;
     }
+}
+
+TEST(HttpDownload, SendsOneRequestAndSixTimesWhereConnectionsAreReset)
+{
+    resets_left = 5;
+    EXPECT_EQ(download(ok(4097), 0, {4097}, closes).result, 0);
+    EXPECT_EQ(request, "GET /p HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-type: text/html\r\n"
+                       "Content-Length: 0\r\nHost: 127.0.0.1\r\n\r\n");
+    resets_left = 6;
+    EXPECT_EQ(download(ok(4097), 0, {4097}, closes).result, -1);
+    EXPECT_EQ(resets_left, 0);
 }
 
 TEST(HttpDownload, TriesSixTimesAndRefusesUrlsThatItCannotSplit)

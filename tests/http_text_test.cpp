@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "httpc/cprotocol.h"
+#include "httpc/extra_texts.h"
 #include "httpc/httpc.h"
 #include "httpc/httpc_client.h"
 
@@ -39,28 +39,11 @@ TEST(HttpUrl, SplitsAsTheDevicesDo)
 
 TEST(HttpEscape, EscapesWithinItsLimits)
 {
-    const struct {
-        const char *source;
-        int size, result;
-        const char *text;
-    } rows[] = {
-        {"a b/c", 32, 7, "a+b%2Fc"},
-        {"~\xE9", 32, 6, "%7E%E9"},
-        {"", 1, 0, ""},
-        {"ab", 3, 2, "ab"},
-        {"abc", 3, -1, "ab"},
-        {"/", 4, 3, "%2F"},
-        {"/", 3, -1, ""},
-        {"a", INT32_MIN, -1, ""},
-    };
-    for (const auto &row : rows) {
-        char out[32] = {};
-        EXPECT_EQ(_encode_string(row.source, out, row.size), row.result) << row.source;
-        EXPECT_STREQ(out, row.text);
-    }
     char out[32] = {};
-    EXPECT_EQ(_encode_content("abc", "def", out, 4), 7); // the value has the name's limit
-    EXPECT_STREQ(out, "abc=def");
+    EXPECT_EQ(_encode_string("a b/c~\xE9", out, 14), 13);
+    EXPECT_STREQ(out, "a+b%2Fc%7E%E9");
+    EXPECT_EQ(_encode_string("abc", out, 3), -1);
+    EXPECT_EQ(_encode_string("/", out, 3), -1);
     char pairs[12] = {};
     EXPECT_EQ(_encode_contents("n", "v", pairs, sizeof(pairs)), 3);
     EXPECT_EQ(_encode_contents("m", "12345678", pairs, sizeof(pairs)), -1);
@@ -82,4 +65,30 @@ TEST(HttpEscape, DecodesFormsAndHeaderBlocks)
     EXPECT_EQ(httpcGetHeader(&client, string(31, 'n').c_str()), string(63, 'v'));
     EXPECT_NE(httpcGetHeader(&client, "C"), nullptr);
     httpcFreeHeaders(&client);
+}
+
+TEST(HttpList, KeepsTheOrderAndTheFirstValueOfANameInALongHead)
+{
+    httpc_list list = {};
+    EXPECT_EQ(_httpc_add_var(&list, nullptr, "v"), -1);
+    EXPECT_EQ(_httpc_get_var(&list, ""), nullptr);
+    // The square of these would take hours.
+    constexpr int count = 300'000;
+    for (int i = 0; i < count; i++) {
+        const string name = std::to_string(i * 7 % count);
+        EXPECT_EQ(_httpc_add_var(&list, (" \t" + name).c_str(), name.c_str()), 0);
+        EXPECT_EQ(_httpc_add_var(&list, "same", name.c_str()), 0);
+    }
+    int i = 0;
+    for (const httpc_var *node = list.first; node != nullptr; node = node->next) {
+        const string number = std::to_string((i == 0 ? 0 : i - 1) * 7 % count);
+        const string name = i == 1 ? "same" : number;
+        EXPECT_EQ(node->name, name);
+        EXPECT_EQ(_httpc_get_var(&list, name.c_str()), number);
+        i++;
+    }
+    EXPECT_EQ(_httpc_get_var(&list, "300000"), nullptr);
+    _httpc_free_vars(&list);
+    EXPECT_EQ(list.first, nullptr);
+    EXPECT_EQ(list.last, nullptr);
 }

@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <cstring>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <vector>
@@ -22,7 +23,10 @@ int slept_seconds = 0;
 struct fake_connect {
     int result, error, poll_result;
     short events;
+    int interruptions = 0; ///< polls that a signal ends before
 };
+bool connects_blocking; ///< what the socket was at the last connect
+int poll_milliseconds;
 constexpr fake_connect refused = {-1, ECONNREFUSED, 0, 0};
 fake_connect connecting = refused;
 // Servers that a connect reaches when there are any: what each answers, then what became of it.
@@ -56,11 +60,18 @@ int __wrap_connect(int socket, const sockaddr *address, socklen_t)
         send_last(reached.socket, reached.answer);
         return 0;
     }
+    connects_blocking = (fcntl(socket, F_GETFL) & O_NONBLOCK) == 0;
     errno = connecting.error;
     return connecting.result;
 }
-int __wrap_poll(pollfd *entry, nfds_t, int)
+int __wrap_poll(pollfd *entry, nfds_t, int milliseconds)
 {
+    EXPECT_EQ(entry->events, POLLIN | POLLOUT);
+    poll_milliseconds = milliseconds;
+    errno = EINTR;
+    if (connecting.interruptions-- > 0)
+        return -1;
+    errno = EIO;
     entry->revents = connecting.events;
     return connecting.poll_result;
 }
@@ -81,35 +92,60 @@ size_t count_of(const string &text, const string &word)
 TEST_F(Httpc, ConnectsWithinATimeout)
 {
     const struct {
-        int timeout;
+        int timeout, milliseconds;
         fake_connect connecting;
         bool connected;
         const char *said;
     } rows[] = {
-        {0, {0, 0, 0, 0}, true, ""},
-        {0, refused, false, ""},
-        {5, {-1, EINPROGRESS, 1, POLLOUT}, true, "timed_connect(): 1\n"},
-        {5, {-1, EINPROGRESS, 1, POLLOUT | POLLIN}, false, "timed_connect(): -1\n"},
-        {5, {-1, EINPROGRESS, 1, POLLOUT | POLLERR}, false, "timed_connect(): -1\n"},
-        {5, {-1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n"},
-        {5, {-1, EINPROGRESS, -1, 0}, false, ""},
-        {INT32_MAX, {0, 0, 0, 0}, false, "timed_connect(): 0\n"}, // at once: no success
+        {0, 0, {0, 0, 0, 0}, true, ""},
+        {0, 0, refused, false, ""},
+        {5, 5000, {-1, EINPROGRESS, 1, POLLOUT, 2}, true, "timed_connect(): 1\n"},
+        {5, 5000, {-1, EINPROGRESS, 1, POLLOUT | POLLIN}, false, "timed_connect(): -1\n"},
+        {5, 5000, {-1, EINPROGRESS, 1, POLLOUT | POLLERR}, false, "timed_connect(): -1\n"},
+        {5, 5000, {-1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n"},
+        {INT32_MAX, INT32_MAX, {-1, EINPROGRESS, -1, 0}, false, ""},
+        {5, 0, {0, 0, 0, 0}, false, "timed_connect(): 0\n"}, // at once: no success
     };
     sockaddr_in address = {};
     address.sin_family = AF_INET;
+    const auto *generic = reinterpret_cast<sockaddr *>(&address);
     for (const auto &row : rows) {
         connecting = row.connecting;
+        poll_milliseconds = 0;
         CaptureStderr();
-        const int socket =
-            _tcp_connect2(-1, reinterpret_cast<sockaddr *>(&address), sizeof(address), row.timeout);
-        connecting = refused;
+        const int socket = _tcp_connect2(-1, generic, sizeof(address), row.timeout);
         const string said = GetCapturedStderr();
         EXPECT_EQ(socket >= 0, row.connected) << said;
         EXPECT_EQ(said.find(row.said), 0U) << said;
-        EXPECT_EQ(count_of(said, "_tcp_connect2:line"), row.connected ? 0U : 2U);
-        if (socket >= 0)
-            close(socket);
+        EXPECT_EQ(count_of(said, "http-priv.c:_tcp_connect2:line"), row.connected ? 0U : 2U);
+        EXPECT_EQ(poll_milliseconds, row.milliseconds);
+        EXPECT_EQ(connects_blocking, row.timeout == 0);
+        if (socket < 0)
+            continue;
+        linger option = {};
+        socklen_t size = sizeof(option);
+        EXPECT_EQ(getsockopt(socket, SOL_SOCKET, SO_LINGER, &option, &size), 0);
+        EXPECT_EQ(option.l_onoff, 1);
+        EXPECT_EQ(option.l_linger, 5);
+        EXPECT_EQ(fcntl(socket, F_GETFL) & O_NONBLOCK, 0);
+        close(socket);
     }
+    // A socket that the caller has made stays open, and nonblocking where it was or the poll
+    // failed.
+    const struct {
+        int flags, poll_result;
+        bool blocks;
+    } own[] = {{0, 0, true}, {O_NONBLOCK, 0, false}, {0, -1, false}};
+    for (const auto &row : own) {
+        const int socket = ::socket(AF_INET, SOCK_STREAM | row.flags, 0);
+        connecting = {-1, EINPROGRESS, row.poll_result, 0};
+        CaptureStderr();
+        EXPECT_EQ(_tcp_connect2(socket, generic, sizeof(address), 5), -1);
+        EXPECT_EQ(count_of(GetCapturedStderr(), "_tcp_connect2:line"), 1U);
+        EXPECT_EQ((fcntl(socket, F_GETFL) & O_NONBLOCK) == 0, row.blocks);
+        EXPECT_EQ(close(socket), 0);
+    }
+    connecting = refused;
     // A failed connect rests a second and an unknown host does not; the request host goes first.
     slept_seconds = 0;
     EXPECT_EQ(_http_net_connect("127.0.0.1", 1, "127.0.0.2", 1, 0), -1);
@@ -220,10 +256,30 @@ TEST(HttpcClient, RefusesWhatItCannotHoldAndSaysFarewell)
     client->socket = pair_with(&peer);
     cyassl_client tls = {};
     tls.ops = &fake_ops;
+    tls.socket = client->socket;
     client->tls = &tls;
     tls_calls.clear();
     EXPECT_EQ(httpcCloseClient(client), 0);
     EXPECT_EQ(tls_calls, (std::vector<string>{"release"})); // the farewell is not encrypted
     EXPECT_EQ(read_at_once(peer), "0");
+    EXPECT_EQ(tls.socket, -1); // closed: what a release sends reaches nobody
     close(peer);
+    // Behind the body's end the socket's number may be somebody else's.
+    client = httpcOpenClient("h", 80, 0);
+    client->socket = pair_with(&peer);
+    client->tls = &tls;
+    tls.socket = client->socket;
+    const int former = client->socket;
+    shutdown(peer, SHUT_WR);
+    char byte = 0;
+    EXPECT_EQ(httpcReadResponse(client, &byte, 1), 0);
+    int others_peer = -1;
+    const int other = pair_with(&others_peer);
+    EXPECT_EQ(other, former);
+    EXPECT_EQ(tls.socket, -1);
+    EXPECT_EQ(httpcCloseClient(client), 0);
+    EXPECT_EQ(read_at_once(others_peer), "");
+    close(peer);
+    close(other);
+    close(others_peer);
 }
