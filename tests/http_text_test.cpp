@@ -73,7 +73,7 @@ TEST(HttpList, KeepsTheOrderAndTheFirstValueOfANameInALongHead)
     EXPECT_EQ(_httpc_add_var(&list, nullptr, "v"), -1);
     EXPECT_EQ(_httpc_get_var(&list, ""), nullptr);
     // The square of these would take hours.
-    constexpr int count = 300'000;
+    constexpr int count = 100'000;
     for (int i = 0; i < count; i++) {
         const string name = std::to_string(i * 7 % count);
         EXPECT_EQ(_httpc_add_var(&list, (" \t" + name).c_str(), name.c_str()), 0);
@@ -87,7 +87,7 @@ TEST(HttpList, KeepsTheOrderAndTheFirstValueOfANameInALongHead)
         EXPECT_EQ(_httpc_get_var(&list, name.c_str()), number);
         i++;
     }
-    EXPECT_EQ(_httpc_get_var(&list, "300000"), nullptr);
+    EXPECT_EQ(_httpc_get_var(&list, "100000"), nullptr);
     _httpc_free_vars(&list);
     EXPECT_EQ(list.first, nullptr);
     EXPECT_EQ(list.last, nullptr);
