@@ -7,19 +7,16 @@
 #pragma once
 
 #include "download/iobuf.h"
+#include "platform/progress.h"
 
 struct downloader;
-
-/// Told after every read how many bytes were just stored (signed, more than 0 as a rule) with the
-/// argument that was handed to `download`. A result of 0 or less asks the downloader to stop.
-using download_callback = int (*)(void *argument, int count);
 
 struct downloader_ops {
     /// Size of the package in bytes as far as the protocol knows it by now, 0 when it does not.
     int (*length)(downloader *self);
     /// Fetches the whole package into `buffer`. Negative on failure, else 0 or more. `callback`
     /// may be null, and a protocol may never call it.
-    int (*download)(downloader *self, iobuf *buffer, download_callback callback, void *argument);
+    int (*download)(downloader *self, iobuf *buffer, progress_callback callback, void *argument);
     /// 0 in every protocol.
     int (*result)(downloader *self);
 };

@@ -192,7 +192,7 @@ int read_data(transfer *state, uint8_t *destination, int room)
 }
 
 /// Each pass commits its block, also an empty one: data that ends early uses up the blocks.
-int receive(transfer *state, iobuf *buffer, download_callback callback, void *argument)
+int receive(transfer *state, iobuf *buffer, progress_callback callback, void *argument)
 {
     const int size = state->ftp->size;
     while (buffer->total < size) {
@@ -233,7 +233,7 @@ int ftp_length(downloader *self)
     return from_base(self)->size;
 }
 
-int ftp_download(downloader *self, iobuf *buffer, download_callback callback, void *argument)
+int ftp_download(downloader *self, iobuf *buffer, progress_callback callback, void *argument)
 {
     transfer state = {};
     state.ftp = from_base(self);

@@ -36,7 +36,7 @@ int next_ask(const iobuf *buffer, int length, int position)
 }
 
 /// Fills the next block and commits it: 0, 1 when the callback stops it, -1.
-int fetch_block(httpc_client *client, iobuf *buffer, download_callback callback, void *argument)
+int fetch_block(httpc_client *client, iobuf *buffer, progress_callback callback, void *argument)
 {
     const int length = httpcGetContentLength(client);
     uint8_t *block = iobuf_request(buffer);
@@ -75,7 +75,7 @@ int http_downloader_length(downloader *self)
     return httpcGetContentLength(client_of(self));
 }
 
-int http_downloader_download(downloader *self, iobuf *buffer, download_callback callback,
+int http_downloader_download(downloader *self, iobuf *buffer, progress_callback callback,
                              void *argument)
 {
     httpc_client *client = client_of(self);

@@ -64,7 +64,7 @@ struct tftp_downloader {
 
 // Where the next byte goes, kept from packet to packet.
 struct iobuf_writer {
-    struct iobuf *iobuf;
+    iobuf *buffer;
     uint8_t *position;
     int space;      // bytes left in the current block
     bool committed; // no block is under way
@@ -89,21 +89,21 @@ bool store_data(iobuf_writer *writer, const uint8_t *data, int size)
 {
     while (size > 0) {
         if (writer->space == 0) {
-            writer->position = iobuf_request(writer->iobuf);
+            writer->position = iobuf_request(writer->buffer);
             if (writer->position == nullptr)
                 return false;
-            writer->space = writer->iobuf->block_size;
+            writer->space = writer->buffer->block_size;
             writer->committed = false;
         }
         const int count = std::min(size, writer->space);
         memcpy(writer->position, data, static_cast<size_t>(count));
-        writer->iobuf->total += count;
+        writer->buffer->total += count;
         writer->position += count;
         writer->space -= count;
         data += count;
         size -= count;
         if (writer->space == 0) {
-            iobuf_commit(writer->iobuf);
+            iobuf_commit(writer->buffer);
             writer->committed = true;
         }
     }
@@ -111,28 +111,28 @@ bool store_data(iobuf_writer *writer, const uint8_t *data, int size)
 }
 
 // Builds the packet for the next opcode. Its size, or -1 when the file name is too long.
-int build_packet(transfer *transfer)
+int build_packet(transfer *state)
 {
-    uint8_t *at = transfer->packet;
-    store_be16(at, transfer->opcode);
+    uint8_t *at = state->packet;
+    store_be16(at, state->opcode);
     at += 2;
-    if (transfer->opcode == tftp_read_request) {
-        const size_t name_size = strlen(transfer->file) + 1;
+    if (state->opcode == tftp_read_request) {
+        const size_t name_size = strlen(state->file) + 1;
         // The buffer's last byte stays free.
-        if (2 + name_size + sizeof tftp_mode > static_cast<size_t>(transfer->capacity) - 1) {
+        if (2 + name_size + sizeof tftp_mode > static_cast<size_t>(state->capacity) - 1) {
             diagnose(at_request, "too long remote-filename\n");
             return -1;
         }
-        memcpy(at, transfer->file, name_size);
+        memcpy(at, state->file, name_size);
         memcpy(at + name_size, tftp_mode, sizeof tftp_mode);
         at += name_size + sizeof tftp_mode;
-    } else if (transfer->opcode == tftp_acknowledgement) {
-        store_be16(at, transfer->block_number);
+    } else if (state->opcode == tftp_acknowledgement) {
+        store_be16(at, state->block_number);
         at += 2;
-        transfer->block_number++;
+        state->block_number++;
     }
     // Any other opcode is an echo of what the peer sent, and stands alone.
-    return static_cast<int>(at - transfer->packet);
+    return static_cast<int>(at - state->packet);
 }
 
 // Waits for the socket: the result of select.
@@ -163,9 +163,9 @@ enum answer_kind {
 };
 
 // Waits for a packet and receives it; its size into `received_size`.
-answer_kind receive_answer(transfer *transfer, int *received_size)
+answer_kind receive_answer(transfer *state, int *received_size)
 {
-    const int ready = wait_for_answer(transfer->fd);
+    const int ready = wait_for_answer(state->fd);
     if (ready < 0) {
         diagnose(at_select, "select error: %s\n", strerror(errno));
         return answer_failed;
@@ -174,28 +174,27 @@ answer_kind receive_answer(transfer *transfer, int *received_size)
         return answer_none;
     sockaddr_in sender = {};
     socklen_t sender_size = sizeof sender;
-    const ssize_t size =
-        recvfrom(transfer->fd, transfer->answer, static_cast<size_t>(transfer->capacity), 0,
-                 reinterpret_cast<sockaddr *>(&sender), &sender_size);
+    const ssize_t size = recvfrom(state->fd, state->answer, static_cast<size_t>(state->capacity), 0,
+                                  reinterpret_cast<sockaddr *>(&sender), &sender_size);
     if (size < 0) {
         diagnose(at_receive, "recvfrom error: %s\n", strerror(errno));
         return answer_failed;
     }
-    if (!is_whole(transfer->answer, size))
+    if (!is_whole(state->answer, size))
         return answer_foreign;
     // The server answers from a port of its own (RFC 1350, section 4); only the port is compared.
-    if (transfer->server.sin_port == htons(tftp_port))
-        transfer->server.sin_port = sender.sin_port;
-    if (sender.sin_port != transfer->server.sin_port)
+    if (state->server.sin_port == htons(tftp_port))
+        state->server.sin_port = sender.sin_port;
+    if (sender.sin_port != state->server.sin_port)
         return answer_foreign;
     *received_size = static_cast<int>(size);
     return answer_received;
 }
 
-// Counts an answer that brought no new block. Whether it was one too many, which ends the transfer.
-bool idle_answer_ends(transfer *transfer)
+// Counts an answer that brought no new block. Whether it was one too many, which ends the state.
+bool idle_answer_ends(transfer *state)
 {
-    if (++transfer->idle_answers < idle_answer_limit)
+    if (++state->idle_answers < idle_answer_limit)
         return false;
     diagnose(at_last_timeout, "last timeout\n");
     return true;
@@ -203,27 +202,26 @@ bool idle_answer_ends(transfer *transfer)
 
 // Sends the packet of `size` bytes until an answer comes. The answer's size, 0 when none is awaited
 // any more, -1 on failure.
-int exchange_packet(transfer *transfer, int size)
+int exchange_packet(transfer *state, int size)
 {
     int retries = retry_count;
     // Ends: time-outs use up the retries, foreign packets the limit of idle answers.
     for (;;) {
-        if (sendto(transfer->fd, transfer->packet, static_cast<size_t>(size), 0,
-                   reinterpret_cast<const sockaddr *>(&transfer->server),
-                   sizeof transfer->server) < 0) {
+        if (sendto(state->fd, state->packet, static_cast<size_t>(size), 0,
+                   reinterpret_cast<const sockaddr *>(&state->server), sizeof state->server) < 0) {
             diagnose(at_send, "send error: %s\n", strerror(errno));
             return -1;
         }
-        if (transfer->finished && transfer->opcode == tftp_acknowledgement)
+        if (state->finished && state->opcode == tftp_acknowledgement)
             return 0; // the last acknowledgement gets no answer
         int received_size = 0;
-        const answer_kind answer = receive_answer(transfer, &received_size);
+        const answer_kind answer = receive_answer(state, &received_size);
         if (answer == answer_failed)
             return -1;
         if (answer == answer_received)
             return received_size;
         if (answer == answer_foreign) {
-            if (idle_answer_ends(transfer))
+            if (idle_answer_ends(state))
                 return -1;
             retries = retry_count;
         }
@@ -256,92 +254,91 @@ void report_error_packet(uint8_t *packet, int size, int capacity)
 }
 
 // Stores a data block of the expected number. False when there is no room for it.
-bool take_block(transfer *transfer, int size)
+bool take_block(transfer *state, int size)
 {
-    iobuf_writer *writer = &transfer->writer;
-    transfer->idle_answers = 0;
-    if (!store_data(writer, transfer->answer + tftp_header_size, size - tftp_header_size)) {
+    iobuf_writer *writer = &state->writer;
+    state->idle_answers = 0;
+    if (!store_data(writer, state->answer + tftp_header_size, size - tftp_header_size)) {
         diagnose(at_store, "no room for the package\n");
         return false;
     }
-    if (size != transfer->capacity) {
+    if (size != state->capacity) {
         fprintf(stderr, "receive last packet\n");
         if (!writer->committed) {
-            iobuf_commit(writer->iobuf);
+            iobuf_commit(writer->buffer);
             writer->committed = true;
         }
-        transfer->finished = true;
+        state->finished = true;
     }
     return true;
 }
 
-// Acts on the answer of `size` bytes and chooses the next opcode. False ends the transfer.
-bool take_answer(transfer *transfer, int size)
+// Acts on the answer of `size` bytes and chooses the next opcode. False ends the state.
+bool take_answer(transfer *state, int size)
 {
-    const uint16_t opcode = load_be16(transfer->answer);
+    const uint16_t opcode = load_be16(state->answer);
     if (opcode == tftp_error) {
-        report_error_packet(transfer->answer, size, transfer->capacity);
+        report_error_packet(state->answer, size, state->capacity);
         return false;
     }
     if (opcode == tftp_data) {
-        const int number = load_be16(transfer->answer + 2);
-        if (number == transfer->block_number) {
-            transfer->opcode = tftp_acknowledgement;
-            return take_block(transfer, size);
+        const int number = load_be16(state->answer + 2);
+        if (number == state->block_number) {
+            state->opcode = tftp_acknowledgement;
+            return take_block(state, size);
         }
-        if (number + 1 == transfer->block_number) {
-            transfer->block_number = static_cast<uint16_t>(number);
-            transfer->opcode = tftp_acknowledgement;
-            return !idle_answer_ends(transfer);
+        if (number + 1 == state->block_number) {
+            state->block_number = static_cast<uint16_t>(number);
+            state->opcode = tftp_acknowledgement;
+            return !idle_answer_ends(state);
         }
     }
     // Kept: anything else is answered by its own opcode, alone.
-    transfer->opcode = opcode;
-    return !idle_answer_ends(transfer);
+    state->opcode = opcode;
+    return !idle_answer_ends(state);
 }
 
 // Fetches `remote_file` from port `port` of `host` into `buffer`, in blocks of `block_size` bytes
 // (a server sends 512 unless asked otherwise). 0, -1 on failure, 1 without a socket. Only gets are
 // asked for, and the callback is never called.
-int do_tftp(tftp_command /*command*/, const hostent *host, const char *remote_file,
-            struct iobuf *buffer, download_callback /*callback*/, void * /*argument*/,
-            uint16_t port, int block_size)
+int do_tftp(tftp_command /*command*/, const hostent *host, const char *remote_file, iobuf *buffer,
+            progress_callback /*callback*/, void * /*argument*/, uint16_t port, int block_size)
 {
-    transfer transfer = {};
-    transfer.capacity = tftp_header_size + block_size;
-    transfer.packet = static_cast<uint8_t *>(calloc(2, static_cast<size_t>(transfer.capacity)));
-    if (transfer.packet == nullptr)
+    transfer state = {};
+    state.capacity = tftp_header_size + block_size;
+    state.packet = static_cast<uint8_t *>(calloc(2, static_cast<size_t>(state.capacity)));
+    if (state.packet == nullptr)
         return -1;
-    transfer.answer = transfer.packet + transfer.capacity;
-    transfer.fd = socket(AF_INET, SOCK_DGRAM, 0);
-    if (transfer.fd < 0) {
+    state.answer = state.packet + state.capacity;
+    state.fd = socket(AF_INET, SOCK_DGRAM, 0);
+    if (state.fd < 0) {
         diagnose(at_socket, "socket error : %s\n", strerror(errno));
-        free(transfer.packet);
+        free(state.packet);
         return 1; // counts as a download of nothing; the package check refuses it
     }
     sockaddr_in local = {};
     local.sin_family = AF_INET;
-    (void)bind(transfer.fd, reinterpret_cast<const sockaddr *>(&local), sizeof local);
-    transfer.server.sin_family = static_cast<sa_family_t>(host->h_addrtype);
-    memcpy(&transfer.server.sin_addr, host->h_addr_list[0], sizeof transfer.server.sin_addr);
-    transfer.server.sin_port = htons(port);
+    (void)bind(state.fd, reinterpret_cast<const sockaddr *>(&local), sizeof local);
+    state.server.sin_family = static_cast<sa_family_t>(host->h_addrtype);
+    memcpy(&state.server.sin_addr, host->h_addr_list[0], sizeof state.server.sin_addr);
+    state.server.sin_port = htons(port);
     fprintf(stderr, "tftp download start ...\n");
-    transfer.file = remote_file;
-    transfer.block_number = 1;
-    transfer.opcode = tftp_read_request;
-    transfer.writer = {.iobuf = buffer, .position = nullptr, .space = 0, .committed = true};
+    state.file = remote_file;
+    state.block_number = 1;
+    state.opcode = tftp_read_request;
+    state.writer = {.buffer = buffer, .position = nullptr, .space = 0, .committed = true};
     // Ends: every answer without a new block counts against a limit, and the buffer has an end.
     for (;;) {
-        int size = build_packet(&transfer);
+        int size = build_packet(&state);
         if (size > 0)
-            size = exchange_packet(&transfer, size);
-        if (size <= 0 || !take_answer(&transfer, size))
+            size = exchange_packet(&state, size);
+        if (size <= 0 || !take_answer(&state, size))
             break;
     }
-    close(transfer.fd);
-    free(transfer.packet);
+    close(state.fd);
+    free(state.packet);
     fprintf(stderr, "tftp download packet length: %d\n", buffer->total);
-    return transfer.finished ? 0 : -1;
+    return state.finished ? 0 : -1;
 }
 
 int tftp_downloader_length(downloader * /*self*/)
@@ -349,7 +346,7 @@ int tftp_downloader_length(downloader * /*self*/)
     return 0;
 }
 
-int tftp_downloader_download(downloader *self, struct iobuf *buffer, download_callback callback,
+int tftp_downloader_download(downloader *self, iobuf *buffer, progress_callback callback,
                              void *argument)
 {
     const auto *tftp = reinterpret_cast<const tftp_downloader *>(self);

@@ -19,7 +19,7 @@ namespace {
 constexpr int retry_rest_microseconds = 400'000;
 
 using blocks_function = int (*)(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
-                                download_callback callback, void *callback_context);
+                                progress_callback callback, void *callback_context);
 
 // Opens the part's device with `flags` and hands its blocks to `process`. 0, or -1.
 int process_part(upgrade_context *context, const package_part *part, int flags,
@@ -119,7 +119,7 @@ int verify_package(upgrade_context *context)
 }
 
 int write_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
-                 download_callback callback, void *callback_context)
+                 progress_callback callback, void *callback_context)
 {
     uint32_t crc = 0;
     int index = 0;
@@ -138,7 +138,7 @@ int write_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t len
 }
 
 int verify_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
-                  download_callback callback, void *callback_context)
+                  progress_callback callback, void *callback_context)
 {
     // cppcheck-suppress allocaCalled ; once a call, and a block has a page
     auto *scratch = static_cast<uint8_t *>(alloca(static_cast<size_t>(block_size)));

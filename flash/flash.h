@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "download/downloader.h"
+#include "platform/progress.h"
 #include "upgrade/context.h"
 
 constexpr int block_rest_microseconds = 40'000;    ///< after each block written
@@ -36,10 +36,10 @@ int verify_package(upgrade_context *context);
 /// A failed block is written again after 400 ms, without end: half a partition is worth less than a
 /// device that the watchdog resets. A short write counts as a whole one. `block_size` is above 0.
 int write_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
-                 download_callback callback, void *callback_context);
+                 progress_callback callback, void *callback_context);
 
 /// Compares `length` bytes of `fd` with the table `blocks`: 1 when all are the same, 0 at the first
 /// difference or failed read, with one line on standard error. `callback`, unless null, is told
 /// each block's bytes, and its result ignored. The trailer is not read. `block_size` is above 0.
 int verify_blocks(int fd, uint8_t *const *blocks, int32_t block_size, int32_t length,
-                  download_callback callback, void *callback_context);
+                  progress_callback callback, void *callback_context);

@@ -21,7 +21,7 @@ void send_stage(upgrade_context *context);
 /// reached. The context is not used.
 void send_error(upgrade_context *context, const char *text);
 
-/// The progress callback, a download_callback: `argument` is the upgrade_context, `count` the bytes
+/// The progress callback, a progress_callback: `argument` is the upgrade_context, `count` the bytes
 /// just processed. Kicks the watchdog, reports the stage "DOWNLOADING" at the first call of a run
 /// (that is when the downloader is asked for the length), and reports the percentage whenever it
 /// grows. A stage whose total is 0 or less has no percentage; one that receives more than its total
