@@ -11,6 +11,7 @@
 #include "flash/crc32.h"
 #include "package/md5.h"
 #include "package/package.h"
+#include "package/decrypt.h"
 #include "package/validate.h"
 
 namespace {

@@ -11,6 +11,7 @@
 #include "flash/flash.h"
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/world.h"
+#include "package/decrypt.h"
 #include "package/validate.h"
 #include "platform/bytes.h"
 #include "platform/device.h"

@@ -40,11 +40,11 @@ bool combine(uint8_t pending, bool accumulator, bool operand)
     }
 }
 
-void take_operand(level *level, bool operand)
+void take_operand(level *at, bool operand)
 {
-    for (bool &accumulator : level->from)
-        accumulator = combine(level->pending, accumulator, operand);
-    level->pending = condition_and;
+    for (bool &accumulator : at->from)
+        accumulator = combine(at->pending, accumulator, operand);
+    at->pending = condition_and;
 }
 
 // What the outermost level comes to when the code ends with `depth` groups open.

@@ -32,32 +32,32 @@ void dump_part(int index, const package_part *part)
 
 } // namespace
 
-void init_package_struct(package *package)
+void init_package_struct(package *record)
 {
-    *package = {};
-    for (package_part &part : package->parts)
+    *record = {};
+    for (package_part &part : record->parts)
         part.type = -1;
 }
 
-int read_package_head(package *package, const uint8_t *block, int /*length*/)
+int read_package_head(package *record, const uint8_t *block, int /*length*/)
 {
-    package->magic = load_be32(block + package_magic_offset);
-    if (package->magic != package_magic) {
-        fprintf(stderr, "Bad magic: %08lx\n", static_cast<unsigned long>(package->magic));
+    record->magic = load_be32(block + package_magic_offset);
+    if (record->magic != package_magic) {
+        fprintf(stderr, "Bad magic: %08lx\n", static_cast<unsigned long>(record->magic));
         return -1;
     }
-    package->version = load_be16(block + package_version_offset);
-    if (package->version != package_version) {
-        fprintf(stderr, "Bad version: %d\n", package->version);
+    record->version = load_be16(block + package_version_offset);
+    if (record->version != package_version) {
+        fprintf(stderr, "Bad version: %d\n", record->version);
         return -1;
     }
-    package->encryp = load_be16(block + package_encryption_offset);
-    package->size = load_be32(block + package_size_offset);
-    package->checksum = block + package_checksum_offset;
+    record->encryp = load_be16(block + package_encryption_offset);
+    record->size = load_be32(block + package_size_offset);
+    record->checksum = block + package_checksum_offset;
     return 0;
 }
 
-int read_package_parts(package *package, const uint8_t *block, int length)
+int read_package_parts(package *record, const uint8_t *block, int length)
 {
     if (length < package_header_size)
         return -1;
@@ -65,7 +65,7 @@ int read_package_parts(package *package, const uint8_t *block, int length)
     for (int index = 0; index < package_part_count; index++) {
         // An entry may claim to end beyond the block; the next one then has nothing remaining.
         const uint8_t *entry = block + std::min(offset, length);
-        const int header_size = read_part(&package->parts[index], entry, length - offset);
+        const int header_size = read_part(&record->parts[index], entry, length - offset);
         if (header_size < 0) {
             fprintf(stderr, "error while reading part info\n");
             return -1;
@@ -108,17 +108,17 @@ int read_part(package_part *part, const uint8_t *entry, int remaining)
     return header_size;
 }
 
-void dump_package(const package *package)
+void dump_package(const package *record)
 {
-    printf("magic: %08lx\n", static_cast<unsigned long>(package->magic));
+    printf("magic: %08lx\n", static_cast<unsigned long>(record->magic));
     printf("checksum: ");
     for (int i = 0; i < package_checksum_size; i++)
-        printf("%02x ", package->checksum[i]);
-    printf("\nversion: %d\n", package->version);
-    printf("encryp: %d\n", package->encryp);
-    printf("size: %lu\n", static_cast<unsigned long>(package->size));
-    for (int i = 0; i < package_part_count && package->parts[i].type >= 0; i++)
-        dump_part(i, &package->parts[i]);
+        printf("%02x ", record->checksum[i]);
+    printf("\nversion: %d\n", record->version);
+    printf("encryp: %d\n", record->encryp);
+    printf("size: %lu\n", static_cast<unsigned long>(record->size));
+    for (int i = 0; i < package_part_count && record->parts[i].type >= 0; i++)
+        dump_part(i, &record->parts[i]);
 }
 
 const char *const part_type_names[part_type_count] = {

@@ -41,17 +41,17 @@ struct package {
 extern const char *const part_type_names[part_type_count];
 
 /// Zeroes the record and marks all part slots empty (type -1).
-void init_package_struct(package *package);
+void init_package_struct(package *record);
 
 /// Reads the header at `block`, the first block. 0, or -1 with one line on standard error for a
 /// wrong magic or version; what was read before the failure stays in the record, the wrong value
 /// included. `length` is not looked at: the caller's block is larger than any header.
-int read_package_head(package *package, const uint8_t *block, int length);
+int read_package_head(package *record, const uint8_t *block, int length);
 
 /// Reads the part table in the `length` bytes of the first block, deciphered. Returns the number of
 /// entries, 0 to 8; eight are read without looking for the end mark. -1 on failure: without a
 /// message when `length` is below the header's size, else with read_part's line and one more.
-int read_package_parts(package *package, const uint8_t *block, int length);
+int read_package_parts(package *record, const uint8_t *block, int length);
 
 /// Reads one entry of which `remaining` bytes (signed) are there. Returns its header size, by which
 /// the caller steps to the next entry; 0 at the end mark, the record untouched; -1 with one line on
@@ -60,4 +60,4 @@ int read_package_parts(package *package, const uint8_t *block, int length);
 int read_part(package_part *part, const uint8_t *entry, int remaining);
 
 /// Prints the record on standard output, the part table up to its first empty slot.
-void dump_package(const package *package);
+void dump_package(const package *record);

@@ -37,14 +37,14 @@ TEST(PackageParts, AreReadUpToTheEndMarkOrTheEighth)
     const auto entry = entry_of(26, "\0\0"s, "\0\0\0\0"s);
     std::string table;
     for (int count = 0; count <= 9; count++) {
-        package package;
-        init_package_struct(&package);
-        EXPECT_EQ(read_package_parts(&package, block_of(head + table).data(), block_size),
+        package record;
+        init_package_struct(&record);
+        EXPECT_EQ(read_package_parts(&record, block_of(head + table).data(), block_size),
                   std::min(count, 8));
         table += entry;
     }
-    package package;
-    EXPECT_EQ(read_package_parts(&package, block_of(head).data(), 27), -1);
+    package record;
+    EXPECT_EQ(read_package_parts(&record, block_of(head).data(), 27), -1);
 }
 
 TEST(PackageParts, FindTheVariableFields)
@@ -108,10 +108,10 @@ TEST(PackageParts, RefuseWhatDoesNotLieInTheBlock)
         EXPECT_EQ(testing::internal::GetCapturedStderr(), row.message) << row.what;
     }
     // The same through the table: an entry that ends three bytes before the block does.
-    package package;
-    init_package_struct(&package);
+    package record;
+    init_package_struct(&record);
     const auto block = block_of(head + entry_of(block_size - 28 - 3, "\0\0"s, "\0\0\0\0"s));
     testing::internal::CaptureStderr();
-    EXPECT_EQ(read_package_parts(&package, block.data(), block_size), -1);
+    EXPECT_EQ(read_package_parts(&record, block.data(), block_size), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), invalid + "error while reading part info\n");
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "package/validate.h"
+#include "package/decrypt.h"
 
 #include <cstring>
 #include <gtest/gtest.h>

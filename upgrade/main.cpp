@@ -12,6 +12,7 @@
 #include "platform/device.h"
 #include "upgrade/context.h"
 #include "upgrade/process.h"
+#include "upgrade/script.h"
 #include "upgrade/status.h"
 #include "upgrade/watchdog.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Between download and flash: stopping the network, and preparing the package.
+// Between download and flash: preparing the package.
 #pragma once
 
 #include "upgrade/context.h"
@@ -12,8 +12,3 @@
 /// is refused, mostly with one line on standard error; a mandatory part whose conditions or
 /// features are not met refuses it without one.
 int process_package(upgrade_context *context);
-
-/// Runs the executable file `path` without arguments and waits for it, however long it takes. The
-/// child's process id, or a negative number when none was started or waited for. What the script
-/// returned is not looked at.
-int run_script(const char *path);

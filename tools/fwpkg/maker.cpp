@@ -6,6 +6,7 @@
 
 #include "package/md5.h"
 #include "package/package.h"
+#include "package/decrypt.h"
 #include "package/validate.h"
 #include "tools/common/files.h"
 #include "tools/fwpkg/blocks.h"

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <new>
 
+#include "package/decrypt.h"
 #include "package/validate.h"
 #include "tools/fwpkg/text.h"
 

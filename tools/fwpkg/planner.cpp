@@ -8,6 +8,8 @@
 
 #include "flash/flash.h"
 #include "package/conditions.h"
+#include "package/decrypt.h"
+#include "package/selection.h"
 #include "package/validate.h"
 #include "platform/device.h"
 #include "platform/syscfg.h"
@@ -72,9 +74,8 @@ struct planner {
     bool prepare();
     bool select_parts();
     void write_parts();
-    bool part_applies(package_part &part, planned_part &planned);
-    bool requirement_applies(package_part &part, planned_part &planned);
-    bool partition_fits(package_part &part, planned_part &planned);
+    std::string list_comparisons(const package_part &part, planned_part &planned) const;
+    bool judge(package_part &part, planned_part &planned) const;
     bool parts_are_present();
     bool write_part(const package_part &part, planned_part &planned);
     bool end(int exit_status, const std::string &reason);
@@ -117,18 +118,6 @@ bool planner::prepare()
            end(1, "error reading package parts");
 }
 
-/// A part that is not for this device: dropped when optional, else false.
-bool drop(package_part &part, planned_part &planned, const std::string &reason)
-{
-    const bool optional = (part.flags & part_flag_optional) != 0;
-    if (planned.reason.empty())
-        planned.reason = reason;
-    planned.outcome = optional ? part_outcome::dropped : part_outcome::refused;
-    if (optional)
-        part.actual_size = part.size = 0;
-    return optional;
-}
-
 /// Why the device's answer about its requirement is no: the text as it stands, unless an earlier
 /// part of the type used it up, or the comparison that fails.
 std::string requirement_reason(const std::string &original, const planned_part &planned,
@@ -157,48 +146,63 @@ bool list_requirement(std::string text, const package_part &part, planned_part &
     return true;
 }
 
-bool planner::requirement_applies(package_part &part, planned_part &planned)
+/// Lists what the device is about to compare, and returns what it would mean if the requirement
+/// were not met. The requirement is as the environment has it now: not as it was described, once a
+/// part has used it up.
+std::string planner::list_comparisons(const package_part &part, planned_part &planned) const
 {
-    std::string reason = "type " + std::to_string(part.type) + " is above " +
-                         std::to_string(part_type_count - 1) + ": no device takes it";
-    if (part.type < part_type_count) {
-        const std::string type = part_type_names[part.type];
-        // As the environment has it now: not as it was described, once a part has used it up.
-        if (const char *text = getenv(requirement_variable(type).c_str()); text != nullptr) {
-            planned.requirement_text = text;
-            const bool compiles = list_requirement(text, part, planned);
-            reason =
-                requirement_reason(device.description.requirements.at(type), planned, compiles);
-        }
+    planned.conditions =
+        compare_all({part.conditions, part.conditions_length}, getsyscfg, key_name());
+    if (part.type >= part_type_count)
+        return "type " + std::to_string(part.type) + " is above " +
+               std::to_string(part_type_count - 1) + ": no device takes it";
+    const std::string type = part_type_names[part.type];
+    const char *text = getenv(requirement_variable(type).c_str());
+    if (text == nullptr)
+        return {};
+    planned.requirement_text = text;
+    const bool compiles = list_requirement(text, part, planned);
+    return requirement_reason(device.description.requirements.at(type), planned, compiles);
+}
+
+bool partition_size(void *context, int32_t /*type*/, uint64_t *size)
+{
+    const auto *planned = static_cast<const planned_part *>(context);
+    *size = planned->partition_size.value_or(0);
+    return planned->partition_size.has_value();
+}
+
+/// The device's verdict on a part, with its reason in words. False when it refuses the package.
+bool planner::judge(package_part &part, planned_part &planned) const
+{
+    const uint32_t needed = part.actual_size;
+    const std::string requirement = list_comparisons(part, planned);
+    const part_verdict verdict = judge_part(&part, partition_size, &planned);
+    if (verdict.refused && verdict.fault == part_fault_conditions) { // it asked no further
+        planned.requirement_text.reset();
+        planned.requirement.clear();
     }
-    return eval_features(static_cast<uint32_t>(part.type), part.features, part.features_length) !=
-               0 ||
-           drop(part, planned, reason);
-}
-
-bool planner::part_applies(package_part &part, planned_part &planned)
-{
-    const std::span<const uint8_t> code(part.conditions, part.conditions_length);
-    planned.conditions = compare_all(code, getsyscfg, key_name());
-    if (eval_conditions(part.conditions, part.conditions_length, getsyscfg) == 0 &&
-        !drop(part, planned, "its conditions are not met" + failed_comparison(planned.conditions)))
-        return false;
-    // Asked even of a part that was just dropped: asking uses up the requirement's text.
-    return requirement_applies(part, planned);
-}
-
-bool planner::partition_fits(package_part &part, planned_part &planned)
-{
-    if (part.actual_size == 0)
-        return true;
-    if (!planned.partition_size)
-        return drop(part, planned, "cannot open target device: there is no " + planned.partition);
-    if (*planned.partition_size >= part.actual_size)
-        return true;
-    return drop(part, planned,
-                "not enough space on target device: " + std::to_string(part.actual_size) +
-                    " bytes needed, " + planned.partition + " has " +
-                    std::to_string(*planned.partition_size));
+    if (verdict.fault != part_fault_none)
+        planned.outcome = verdict.refused ? part_outcome::refused : part_outcome::dropped;
+    switch (verdict.fault) {
+    case part_fault_conditions:
+        planned.reason = "its conditions are not met" + failed_comparison(planned.conditions);
+        break;
+    case part_fault_requirement:
+        planned.reason = requirement;
+        break;
+    case part_fault_partition:
+        planned.reason = "cannot open target device: there is no " + planned.partition;
+        break;
+    case part_fault_room:
+        planned.reason = "not enough space on target device: " + std::to_string(needed) +
+                         " bytes needed, " + planned.partition + " has " +
+                         std::to_string(*planned.partition_size);
+        break;
+    case part_fault_none:
+        break;
+    }
+    return !verdict.refused;
 }
 
 /// Walks the parts as the device does before it writes anything.
@@ -217,7 +221,7 @@ bool planner::select_parts()
     for (size_t index = 0; index < plan.parts.size(); index++) {
         package_part &part = record.parts[index];
         planned_part &planned = plan.parts[index];
-        if (!part_applies(part, planned) || !partition_fits(part, planned))
+        if (!judge(part, planned))
             return end(1, planned.place + ": " + planned.reason);
         if (planned.outcome == part_outcome::not_written && part.size == 0)
             planned.outcome = part_outcome::empty;
@@ -234,18 +238,13 @@ int64_t block_number(const package_part &part)
 
 bool planner::parts_are_present()
 {
-    const int64_t present = (int64_t{buffer->total} + block_size - 1) / block_size;
-    for (size_t index = 0; index < plan.parts.size(); index++) {
-        const package_part &part = record.parts[index];
-        const int64_t blocks = block_number(part);
-        const int64_t needed = part.offset / block_size + blocks;
-        if (!part_type_is_writable(part.type) || blocks == 0 || needed <= present)
-            continue;
-        plan.parts[index].outcome = part_outcome::refused;
-        plan.parts[index].reason = "its data is not in the package";
-        return end(1, plan.parts[index].place + ": " + plan.parts[index].reason);
-    }
-    return true;
+    const int absent = first_absent_part(&record, buffer.get());
+    if (absent < 0)
+        return true;
+    planned_part &planned = plan.parts[static_cast<size_t>(absent)];
+    planned.outcome = part_outcome::refused;
+    planned.reason = "its data is not in the package";
+    return end(1, planned.place + ": " + planned.reason);
 }
 
 bool planner::write_part(const package_part &part, planned_part &planned)
