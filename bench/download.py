@@ -62,7 +62,7 @@ def files(runs, folder):
     (folder / "3m.pkg").write_bytes(os.urandom(SIZE))
     folder.chmod(0o755)
     servers = [
-        subprocess.Popen(["/usr/sbin/atftpd", "--daemon", "--no-fork", "--user", "root.root",
+        subprocess.Popen([ROOT / "scripts/server", "atftpd", "--daemon", "--no-fork", "--user", "root.root",
                           "--bind-address", "127.0.0.1", "--logfile", "-", folder],
                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL),
         subprocess.Popen(["/usr/bin/python3", "-m", "pyftpdlib", "-i", "127.0.0.1", "-p", "2121",

@@ -10,7 +10,9 @@ import subprocess
 import sys
 import tempfile
 import time
+from pathlib import Path
 
+SERVER = Path(__file__).resolve().parents[2] / "scripts/server"
 ADDRESS = "192.0.2.1"  # the servers
 LAB_ADDRESS = "192.0.2.2"  # the results; the board reaches it over another interface
 
@@ -89,13 +91,13 @@ class Servers:
         nginx.write_text(NGINX.format(**values))
         vsftpd.write_text(VSFTPD.format(**values))
         self.commands = {
-            "nginx": ["nginx", "-c", nginx, "-p", f"{work}/", "-e", "stderr"],
-            "ftp": ["vsftpd", vsftpd],
-            "tftp": ["atftpd", "--daemon", "--no-fork", "--user", "root.root", "--port", "69"]
+            "nginx": [SERVER, "nginx", "-c", nginx, "-p", f"{work}/", "-e", "stderr"],
+            "ftp": [SERVER, "vsftpd", vsftpd],
+            "tftp": [SERVER, "atftpd", "--daemon", "--no-fork", "--user", "root.root", "--port", "69"]
             + ["--bind-address", ADDRESS, "--logfile", "-", files],
             # As anybody but root: then it does not change its user, which it may not here.
             "9p": ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
-            + ["diod", "-f", "-n", "-L", "stderr", "-l", f"{LAB_ADDRESS}:5640", "-e", lab],
+            + [SERVER, "diod", "-f", "-n", "-L", "stderr", "-l", f"{LAB_ADDRESS}:5640", "-e", lab],
         }
         self.work = work
         self.running = {}

@@ -14,7 +14,6 @@ Else /upgrade/latest.pkg redirects to /upgrade/flash.pkg on
 import os
 import pathlib
 import re
-import shutil
 import signal
 import socket
 import subprocess
@@ -97,10 +96,9 @@ class Nginx:
     def __enter__(self):
         configuration = self.folder / "nginx.conf"
         configuration.write_text(self.configuration())
-        program = shutil.which("nginx", path="/usr/sbin:/usr/bin")
-        self.process = subprocess.Popen([program, "-c", configuration, "-p", self.folder, "-e",
-                                         "stderr"], stdin=subprocess.DEVNULL,
-                                        stderr=subprocess.DEVNULL)
+        self.process = subprocess.Popen(
+            [ROOT / "scripts/server", "nginx", "-c", configuration, "-p", self.folder, "-e", "stderr"],
+            stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         while f":{self.https} " not in subprocess.check_output(["ss", "-Hltn"], text=True):
             assert self.process.poll() is None
         return self

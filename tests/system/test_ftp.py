@@ -4,13 +4,15 @@
 Unusual replies have their unit tests (ftp_test.cpp).
 """
 
-import shutil
+import pathlib
 import socket
 import sys
 
 import pytest
 
 from package import Part, make_package
+
+SERVER = pathlib.Path(__file__).resolve().parents[2] / "scripts/server"
 
 CONTENT = bytes(range(251)) * 12_000  # 3 MB
 SILENT = "ftp.c:ftpcmd:127: fgets error: Resource temporarily unavailable"
@@ -31,7 +33,7 @@ no_anon_password=YES
 def vsftpd(folder, port):
     configuration = folder.parent / "vsftpd.conf"
     configuration.write_text(VSFTPD.format(port=port, folder=folder))
-    return [shutil.which("vsftpd", path="/usr/sbin:/usr/bin"), configuration]
+    return [SERVER, "vsftpd", configuration]
 
 
 def pyftpdlib(folder, port):

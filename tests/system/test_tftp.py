@@ -6,15 +6,17 @@ A script is a list of steps: ("69", bytes) is what the client must send next to 
 ("other", bytes) from another port, ("host", bytes) from the transfer port of another address.
 """
 
-import os
-import pwd
 import grp
-import shutil
+import os
+import pathlib
+import pwd
 import socket
 
 import pytest
 
 from package import Part, make_package
+
+SERVER = pathlib.Path(__file__).resolve().parents[2] / "scripts/server"
 
 REQUEST = b"\0\1f\0octet\0"
 FULL = bytes(range(256)) * 2
@@ -176,7 +178,7 @@ def test_a_real_server_serves_an_upgrade(make_device, start_server, tmp_path):
     (served / "flash.pkg").write_bytes(make_package([Part(3, content)]))
     user = f"{pwd.getpwuid(os.getuid()).pw_name}.{grp.getgrgid(os.getgid()).gr_name}"
     port = start_server(lambda port: [
-        shutil.which("atftpd", path="/usr/sbin:/usr/bin"), "--daemon", "--no-fork", "--user", user,
+        SERVER, "atftpd", "--daemon", "--no-fork", "--user", user,
         "--bind-address", "127.0.0.1", "--port", str(port), "--logfile", "-", served],
         socket.SOCK_DGRAM)
     device = make_device(partitions={3: 131072})

@@ -1,9 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """The run as a whole: messages, order, datagrams, flash and exit status."""
 
-import os
 import struct
-import subprocess
 import zlib
 
 import pytest
