@@ -10,6 +10,8 @@
 /// `destination` with zeros, and returns `destination`: it is always terminated.
 inline char *safe_strncpy(char *destination, const char *source, size_t size)
 {
-    destination[size - 1] = '\0';
-    return strncpy(destination, source, size - 1);
+    const size_t length = strnlen(source, size - 1);
+    memcpy(destination, source, length);
+    memset(destination + length, 0, size - length);
+    return destination;
 }

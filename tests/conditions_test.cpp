@@ -220,7 +220,8 @@ TEST(Features, AreLookedUpInThePublishedSetAlone)
     _feature_set_size = static_cast<int>(set.size());
     EXPECT_STREQ(get_feature("ram"), "64");
     EXPECT_STREQ(get_feature("board"), "rev2");
-    EXPECT_EQ(get_feature("64"), nullptr);
+    for (const char *near : {"64", "ra", "ramx", ""})
+        EXPECT_EQ(get_feature(near), nullptr) << near;
     EXPECT_EQ(get_feature("RAM"), nullptr);
     EXPECT_EQ(get_feature("cut"), nullptr);
     _feature_set_size = 8; // "ram", "64", and the first letter of a name

@@ -31,7 +31,26 @@ const std::string head = "\xDB\xAD\x47\x5E\0\1\0\1\0\0\x20\x05"
 
 } // namespace
 
-// The header and the dump are compared on whole runs.
+TEST(PackageDump, NamesEveryType)
+{
+    const char *const names[] = {"image",     "unknown<1>", "kernel",    "base", "app",
+                                 "unkown<5>", "unkown<6>",  "unkown<7>", "bios", "unknown<9>"};
+    for (int type = 0; type < 10; type++) {
+        package record;
+        init_package_struct(&record);
+        const auto block = block_of(head);
+        ASSERT_EQ(read_package_head(&record, block.data(), block_size), 0);
+        record.parts[0].type = type;
+        testing::internal::CaptureStdout();
+        dump_package(&record);
+        const std::string dump = testing::internal::GetCapturedStdout();
+        EXPECT_NE(dump.find("  part #0:\n    type: "s + names[type] + "\n"), std::string::npos)
+            << dump;
+        EXPECT_EQ(dump.find("part #1"), std::string::npos);
+    }
+}
+
+// The header and the rest of the dump are compared on whole runs.
 TEST(PackageParts, AreReadUpToTheEndMarkOrTheEighth)
 {
     const auto entry = entry_of(26, "\0\0"s, "\0\0\0\0"s);
@@ -106,6 +125,20 @@ TEST(PackageParts, RefuseWhatDoesNotLieInTheBlock)
         testing::internal::CaptureStderr();
         EXPECT_EQ(read_part(&part, bytes.data(), row.remaining), -1) << row.what;
         EXPECT_EQ(testing::internal::GetCapturedStderr(), row.message) << row.what;
+    }
+    // What ends exactly where the bytes do is read.
+    const struct {
+        std::string entry;
+        int remaining, result;
+    } exact[] = {
+        {"\0\0\0\0"s, 4, 0},
+        {entry_of(26, "\0\0"s, "\0\0\0\0"s), 26, 26},
+        {entry_of(26, "\0\0"s, "\0\0\0\3abc"s), 29, 26},
+    };
+    for (const auto &row : exact) {
+        const std::vector<uint8_t> bytes(row.entry.begin(), row.entry.begin() + row.remaining);
+        package_part part = {};
+        EXPECT_EQ(read_part(&part, bytes.data(), row.remaining), row.result) << row.remaining;
     }
     // The same through the table: an entry that ends three bytes before the block does.
     package record;

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """The run as a whole: messages, order, datagrams, flash and exit status."""
 
+import signal
 import struct
 import zlib
 
@@ -280,11 +281,61 @@ def test_receivers_that_are_missing_change_nothing_but_a_line(make_device, serve
     assert run.status == 0
 
 
-def test_closed_standard_streams_reach_no_partition(make_device, serve_tftp):
+@pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1, 2)])
+def test_closed_standard_streams_reach_no_partition(closed, make_device, serve_tftp):
     device = make_device()
     run = start(device, serve_tftp, make_package([Part(2, KERNEL)]),
-                faults=["closed:fd=0", "closed:fd=1", "closed:fd=2", "server-drip:seconds=2"])
-    assert (run.status, run.stdout, run.stderr) == (0, b"", b"")
+                faults=[f"closed:fd={fd}" for fd in closed])
+    assert run.status == 0
+    assert (run.stdout == b"", run.stderr == b"") == (1 in closed, 2 in closed)
     assert device.flash(2) == KERNEL + b"\xff" * (65536 - 5120 - 16) + trailer(KERNEL)
+    assert run.datagrams[-2:] == stage("DONE")
+
+
+def test_a_slow_server_is_waited_for(make_device, serve_tftp):
+    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]),
+                faults=["server-drip:seconds=2"])
     # 9216 bytes are 19 packets, the first of which comes at once.
     assert run.report["stages"][0]["virtual_us"] == 18 * 2_000_000
+
+
+def test_the_package_is_looked_at_after_the_script(make_device, serve_tftp):
+    device = make_device(configuration={})
+    script = device.folder / "etc/rc.d/init.d/network.stop"
+    # Keeps the state that it inherits, and only then sets the key that the package needs.
+    script.write_text(f"""#!/bin/sh
+cd {device.folder}
+grep SigIgn /proc/self/status >ignored
+ls -l /proc/$PPID/fd >descriptors
+echo VENID=late >etc/syscfg.conf
+""")
+    run = start(device, serve_tftp, make_package([Part(2, KERNEL)], key=b"late"))
+    assert run.status == 0
+    assert after_download(run).startswith("decrypt using: late\n")
+    ignored = int((device.folder / "ignored").read_text().split()[1], 16)
+    assert ignored & 1 << (signal.SIGPIPE - 1) == 0
+    # Nothing of the download and of the datagrams before is still open.
+    assert "socket:" not in (device.folder / "descriptors").read_text()
+    # A watchdog line that is not configured goes to the driver, which judges it.
+    assert {kick["line"] for kick in run.of("kick")} == {-1}
+
+
+@pytest.mark.parametrize("missing, heard, silent", [
+    (1, "server_datagrams", "datagrams"), (2, "datagrams", "server_datagrams")])
+def test_a_missing_receiver_leaves_the_other_all(missing, heard, silent, make_device, serve_tftp):
+    run = start(make_device(), serve_tftp, make_package([Part(2, b"k")]),
+                faults=[f"receiver-missing:receiver={missing}"])
+    assert getattr(run, heard) == [*stage("WRITING"), "UPGRD_PERCENTAGE=100", *stage("VERIFYING"),
+                                   "UPGRD_PERCENTAGE=100", *stage("DONE")]
+    assert getattr(run, silent) == []
+
+
+def test_every_device_that_is_opened_is_closed(make_device, serve_tftp):
+    package = make_package([Part(2, KERNEL), Part(3, b"b", actual_size=70000, flags=OPTIONAL),
+                            Part(0, b"i")])
+    run = start(make_device(partitions={0: 65536, 2: 65536, 3: 65536}), serve_tftp, package)
+    assert run.status == 2  # type 0 is not written, three times
+    for target in ("/dev/fla0", "/dev/fla2", "/dev/fla3", "/dev/gpio"):
+        opened, closed = ([o for o in run.of(name) if o.get("target") == target]
+                          for name in ("open", "close"))
+        assert len(opened) == len(closed) > 0, target
