@@ -271,7 +271,8 @@ step tracker_step(const tracker *state)
 int64_t tracker_rest_ms(const tracker *state, int64_t now_ms)
 {
     const step which = tracker_step(state);
-    if (!tracker_active(state) || which == step_count || state->now == phase_downloaded)
+    if (!tracker_active(state) || state->silent || which == step_count ||
+        state->now == phase_downloaded)
         return -1;
     const step_record &record = state->steps[which];
     const int64_t taken = record.grown_ms - record.start_ms;
@@ -281,8 +282,8 @@ int64_t tracker_rest_ms(const tracker *state, int64_t now_ms)
     if (record.percent < estimate_from_percent ||
         (taken < estimate_from_ms && which != step_verify))
         return -1;
-    const int64_t rest = taken * (100 - record.percent) / record.percent;
-    return std::max<int64_t>(0, record.grown_ms + rest - now_ms) + after;
+    const int64_t end_ms = record.grown_ms + taken * (100 - record.percent) / record.percent;
+    return end_ms < now_ms ? -1 : end_ms - now_ms + after; // past its end it was wrong
 }
 
 int64_t tracker_silence_ms(const tracker *state, int64_t now_ms)

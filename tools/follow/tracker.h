@@ -90,8 +90,9 @@ int tracker_exit_status(const tracker *state);
 /// The step that lasts, or lasted when the upgrade ended; step_count: none is known.
 step tracker_step(const tracker *state);
 
-/// An estimate of how long it still takes, -1 where there is none. For a download that is the
-/// download alone, since no datagram tells the size of what is to be written.
+/// An estimate of how long it still takes, -1 where there is none: at first, in silence, and when
+/// it has proved wrong. For a download that is the download alone, since no datagram tells the size
+/// of what is to be written.
 int64_t tracker_rest_ms(const tracker *state, int64_t now_ms);
 
 /// Milliseconds since the last word while the upgrade goes on, else 0.
