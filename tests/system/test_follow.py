@@ -1,0 +1,276 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""upgrade-follow: live upgrades, recordings, floods, and what goes wrong around it."""
+
+import contextlib
+import json
+import os
+import pathlib
+import pty
+import resource
+import signal
+import socket
+import subprocess
+import threading
+import time
+import urllib.request
+
+import pytest
+
+from conftest import BUILD, ROOT
+from package import Part, make_package
+
+FOLLOW = BUILD / "tools/follow/upgrade-follow"
+RECORDINGS = ROOT / "tests/recordings"
+STATUSES = {"http": 0, "tftp": 0, "written-twice": 0, "above-100": 0, "refused-url": 1,
+            "refused-package": 1, "failed-download": 1, "failed-upgrade": 2, "reset": 4}
+HEAD = '{"format":"upgrade datagrams","version":1,"clock":1700000000.5}\n'
+
+
+class Follower:
+    """A follower on a socket of its own."""
+
+    def __init__(self, folder, *options, **settings):
+        self.path = folder / "socket"
+        self.process = subprocess.Popen([FOLLOW, "--socket", self.path, *map(str, options)],
+                                        **{"stdout": subprocess.PIPE, "stderr": subprocess.PIPE,
+                                           **settings})
+        self.sender = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        while self.process.poll() is None and self.sender.connect_ex(str(self.path)) != 0:
+            time.sleep(0.01)
+
+    def say(self, *texts):
+        for text in texts:
+            data = text if isinstance(text, bytes) else f"UPGRD_{text}".encode()
+            self.sender.send(data)
+
+    def end(self, status):
+        output, errors = self.process.communicate(timeout=20)
+        assert self.process.returncode == status, errors
+        return output.decode() if output else "", errors.decode() if errors else ""
+
+
+@pytest.fixture
+def follow(tmp_path):
+    made = []
+
+    def start(*options, **settings):
+        made.append(Follower(tmp_path, *options, **settings))
+        return made[-1]
+
+    yield start
+    for follower in made:
+        follower.sender.close()
+        if follower.process.poll() is None:
+            follower.process.kill()
+            follower.process.wait()
+
+
+def replay(recording, *options, **settings):
+    return subprocess.run([FOLLOW, "--replay", recording, "--speed", "0", *options],
+                          capture_output=True, text=True, timeout=60, check=False, **settings)
+
+
+@pytest.mark.parametrize("name", STATUSES)
+def test_each_recording_ends_as_its_upgrade_did(name, tmp_path):
+    recording = RECORDINGS / f"{name}.jsonl"
+    seen = tmp_path / "seen"
+    done = replay(recording, "--json", "--state", tmp_path / "state", "--run",
+                  f'echo "$UPGRADE_OUTCOME $UPGRADE_STATUS $UPGRADE_ATTEMPT $UPGRADE_ERROR" >{seen}')
+    assert (done.returncode, done.stderr) == (STATUSES[name], "")
+    lines = [json.loads(line) for line in done.stdout.splitlines()]
+    last = lines[-1]
+    assert last == json.loads((tmp_path / "state").read_text())
+    assert seen.read_text() == "{} {} {} {}\n".format(
+        last["outcome"], last["exit_status"], last["attempt"], last["error"] or "")
+    assert last["exit_status"] == STATUSES[name]
+    texts = [json.loads(line).get("text", "") for line in recording.read_text().splitlines()[1:]]
+    assert last["attempt"] == texts.count("UPGRD_STAGE=WRITING")
+    for before, after in zip(lines, lines[1:]):
+        assert (after["time"], after["attempt"]) >= (before["time"], before["attempt"])
+        assert after["overall"] >= before["overall"] or after["attempt"] > before["attempt"]
+        assert 0 <= after["percent"] <= 100
+        assert (after["overall"] == 100) == (after["state"] == "done")
+    plain = replay(recording)
+    assert plain.returncode == STATUSES[name] and "\033" not in plain.stdout
+    assert f"\n{last['title']}\n" in "\n" + plain.stdout
+
+
+def test_a_live_upgrade_is_followed_and_its_recording_says_the_same(make_device, serve_tftp, follow,
+                                                                   tmp_path):
+    device = make_device()
+    port = serve_tftp({"fw": make_package([Part(2, bytes(20_000))])})
+    follower = follow("--json", "--record", tmp_path / "record", "--wait", 20)
+    run = device.run("tftp://127.0.0.1/fw", tftp_port=port, receiver=f"1={follower.path}")
+    assert run.status == 0
+    lines, _ = follower.end(0)
+    states = [json.loads(line)["state"] for line in lines.splitlines()]
+    assert list(dict.fromkeys(states)) == ["writing", "verifying", "verified", "done"]
+    assert not follower.path.exists()
+    texts = [json.loads(line).get("text") for line in (tmp_path / "record").read_text().splitlines()]
+    assert texts[1:-1][:len(run.server_datagrams)] == run.server_datagrams[:len(texts) - 2]
+    again = replay(tmp_path / "record", "--json").stdout
+    assert [json.loads(line)["state"] for line in again.splitlines()] == states
+
+
+def peak_memory(pid):
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(status.split("VmHWM:")[1].split()[0])
+
+
+def flood(follower, seconds, a_second, texts):
+    """Sends at this pace, as the upgrade does: waiting up to 2 s; returns how many."""
+    follower.sender.setsockopt(socket.SOL_SOCKET, socket.SO_SNDTIMEO, b"\x02" + bytes(15))
+    start, sent = time.monotonic(), 0
+    while (passed := time.monotonic() - start) < seconds:
+        for _ in range(min(int(passed * a_second) - sent, 1000)):
+            follower.say(texts[sent % len(texts)])
+            sent += 1
+    return sent
+
+
+def test_a_flood_is_read_whatever_the_terminal_does(follow, tmp_path):
+    """10,000 datagrams a second for 5 s while nobody reads the terminal: none is lost."""
+    master, terminal = pty.openpty()
+    with contextlib.ExitStack() as stack:
+        stack.callback(os.close, master)
+        follower = follow("--record", tmp_path / "record", "--state", tmp_path / "state",
+                          stdout=terminal, stdin=terminal, env={**os.environ, "TERM": "xterm"})
+        os.close(terminal)
+        texts = [f"PERCENTAGE={n}" for n in range(100)] + ["STAGE=WRITING", "STAGE=VERIFYING",
+                                                          "STAGE=DOWNLOADING"]
+        flood(follower, 0.2, 10_000, texts)
+        before = peak_memory(follower.process.pid)
+        sent = flood(follower, 5, 10_000, texts)
+        assert sent >= 49_000  # the sender was not held up
+        after = peak_memory(follower.process.pid)
+        follower.say("STAGE=DONE")
+        drain = threading.Thread(target=lambda: os.read(master, 65536), daemon=True)
+        drain.start()
+        follower.end(0)
+    lines = (tmp_path / "record").read_text().splitlines()
+    assert json.loads(lines[-1])["end"] == "done"
+    counted = [json.loads(line)["text"] for line in lines[1:-1]]
+    assert counted[-sent - 1:-1] == [f"UPGRD_{texts[n % len(texts)]}" for n in range(sent)]
+    assert after - before < 256  # KiB
+    assert json.loads((tmp_path / "state").read_text())["state"] == "done"
+
+
+def test_json_that_nobody_reads_ends_with_the_outcome(follow):
+    follower = follow("--json")
+    for _ in range(20):
+        follower.say("STAGE=WRITING", *[f"PERCENTAGE={n}" for n in range(100)])
+    follower.say("STAGE=DONE")
+    lines = [json.loads(line) for line in follower.end(0)[0].splitlines()]
+    assert lines[-1]["state"] == "done" and len(lines) < 2000
+    follower = follow("--json", stdout=open("/dev/full", "w"))
+    follower.say("STAGE=DONE")
+    assert follower.end(0)[1].count("\n") == 1
+
+
+def test_whatever_comes_the_output_stays_text(follow, tmp_path):
+    odd = [b"", b"\xff" * 200, b"x" * 65536, b"UPGRD_ERROR", b"UPGRD_STAGE=\x1b[2J",
+           b"UPGRD_PERCENTAGE=2147483648", b"UPGRD_PERCENTAGE=-9999999999999", b"\0",
+           b"UPGRD_STAGE=WRITING\n", b"<script>alert(1)</script>"]
+    follower = follow("--record", tmp_path / "record", "--state", tmp_path / "state",
+                      env={**os.environ, "TERM": "xterm"})
+    follower.say(*odd, b"UPGRD_ERROR=\x1b]0;x\x07<b>\xc3\xa4\xff")
+    output, _ = follower.end(1)
+    assert "Upgrade failed: ?]0;x?<b>" in output and "\x1b" not in output and "\x07" not in output
+    assert json.loads((tmp_path / "state").read_text())["error"] == "\x1b]0;x\x07<b>\xe4\ufffd"
+    records = [json.loads(line) for line in (tmp_path / "record").read_text().splitlines()[1:-1]]
+    assert [r.get("size", len(bytes.fromhex(r["hex"])) if "hex" in r else len(r["text"]))
+            for r in records] == [len(text) for text in odd] + [24]
+
+
+def test_wait_signal_and_a_second_follower(follow, tmp_path):
+    assert follow("--wait", "0.1").end(3) == ("Waiting for an upgrade to begin.\n", "")
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+        follower = follow("--record", tmp_path / "record")
+        second = subprocess.run([FOLLOW, "--socket", follower.path], capture_output=True, text=True,
+                                timeout=20, check=False)
+        assert (second.returncode, second.stderr) == (
+            125, f"upgrade-follow: {follower.path}: another program listens there\n")
+        follower.say("STAGE=WRITING")
+        follower.process.stdout.readline()
+        follower.process.stdout.readline()
+        follower.process.send_signal(number)
+        follower.end(-number)
+        assert not follower.path.exists()
+        assert json.loads((tmp_path / "record").read_text().splitlines()[-1])["end"] == "stopped"
+    follower = follow()
+    follower.process.kill()
+    follower.process.wait()
+    assert follower.path.exists()
+    follower = follow("--stay")  # in its place
+    follower.say("ERROR=INVALID URL", "STAGE=WRITING", "STAGE=DONE")
+    timer = threading.Timer(10, follower.process.kill)
+    timer.start()
+    titles = []
+    for line in follower.process.stdout:
+        titles += [line.decode().strip()] if line[:4] in (b"Addr", b"Done") else []
+        if titles[-1:] == ["Done"]:
+            break
+    timer.cancel()
+    assert titles == ["Address refused", "Done"]
+    assert follower.process.poll() is None
+
+
+def test_what_cannot_be_done_gets_one_line_and_following_goes_on(follow, tmp_path):
+    with socket.create_server(("127.0.0.1", 0)) as taken:
+        port = taken.getsockname()[1]
+        follower = follow("--quiet", "--web", port, "--state", "/dev/full/state",
+                          "--run", "exit 7")
+        follower.say("STAGE=WRITING", "PERCENTAGE=10", "STAGE=DONE")
+        errors = follower.end(0)[1].splitlines()
+    assert errors == [
+        f"upgrade-follow: 127.0.0.1, port {port}: Address already in use",
+        "upgrade-follow: /dev/full/state: Not a directory",
+        "upgrade-follow: --run: the command ended with status 7"]
+
+    def no_space():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0))  # as a full disk: nothing can be written
+
+    state = tmp_path / "state"
+    state.write_text("as it was")
+    follower = follow("--quiet", "--state", state, "--record", tmp_path / "r", preexec_fn=no_space)
+    follower.say("STAGE=WRITING", "STAGE=DONE")
+    errors = follower.end(0)[1].splitlines()
+    assert sorted(line.split(": ")[1] for line in errors) == [str(tmp_path / "r"), str(state)]
+    assert state.read_text() == "as it was" and not (tmp_path / "state.new").exists()
+
+
+@pytest.mark.parametrize("content, fault", [
+    ("", ": empty"),
+    (HEAD + '{"at":0,"text":"UPGRD_STAGE=WRITING"}\n{"at":1,"te', ":3: ends within a line"),
+    (HEAD.replace(":1,", ":9,"), ": a recording of another version than 1, which this program knows"),
+    (HEAD + "\0\n", ":2: ends within a line"),
+    ("\x7fELF" * 3000, ": too long a line"),
+])
+def test_a_recording_that_is_none_gets_one_line(content, fault, tmp_path):
+    recording = tmp_path / "r"
+    recording.write_text(content)
+    done = replay(recording, "-q")
+    assert (done.returncode, done.stderr) == (125, f"upgrade-follow: {recording}{fault}\n")
+    assert replay(tmp_path / "none").stderr.count("\n") == 1
+
+
+def test_a_replay_keeps_its_speed_and_the_page_gets_its_state(tmp_path):
+    start = time.monotonic()
+    done = subprocess.run([FOLLOW, "--replay", RECORDINGS / "http.jsonl", "--speed", "8", "-q"],
+                          timeout=20, check=False)
+    last = json.loads((RECORDINGS / "http.jsonl").read_text().splitlines()[-1])["at"]
+    assert done.returncode == 0 and last / 8 <= time.monotonic() - start < last / 8 + 2
+    with subprocess.Popen([FOLLOW, "--replay", RECORDINGS / "http.jsonl", "--speed", "0", "-q",
+                           "--web", "[::1]:0"], stderr=subprocess.PIPE, text=True) as follower:
+        line = follower.stderr.readline()
+        assert line.startswith("The page: http://[::1]:")
+        url = line.split()[-1] + "state.json"
+        state = {}
+        for _ in range(200):
+            with urllib.request.urlopen(url, timeout=10) as answer:
+                state = json.load(answer)
+            if state["state"] == "done":
+                break
+        assert state["exit_status"] == 0
+        follower.terminate()
