@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <netdb.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
