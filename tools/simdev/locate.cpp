@@ -31,7 +31,8 @@ fs::path find_program()
     // The sanitizers' runtime does not bear a preloaded library in front of it.
     return find_beside("upgrade_wrapped", {"upgrade_wrapped"});
 #else
-    return find_beside("upgrade", {"../../upgrade/upgrade", "../sbin/upgrade", "upgrade"});
+    return find_beside("upgrade",
+                       {"../../upgrade/upgrade", SIMDEV_LIBRARY_FOLDER "/upgrade", "upgrade"});
 #endif
 }
 
