@@ -3,10 +3,10 @@
 """Downloads 3 MiB with the program's downloaders and with curl, in turn, over HTTP,
 HTTPS, TFTP and FTP.
 
-    cmake --preset release -D UPGRADE_BENCH=ON && cmake --build --preset release
     bench/download.py [RUNS]
 
-Prints the median wall time of each, process start to end, standard error to a file, and their
+builds what it needs, the HTTPS of 64-bit PCs also with a TLS library of its own that has assembly
+for ciphers (scripts/build-tls-client), and prints the median wall time of each, process start to end, standard error to a file, and their
 ratio. nginx runs with the configuration of docs/package-server.md.
 """
 
@@ -20,9 +20,13 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT / "tests/system"))
+sys.path.insert(0, str(ROOT / "bench"))
+from size import build  # noqa: E402  pylint: disable=wrong-import-position
 from nginx import Nginx  # noqa: E402  pylint: disable=wrong-import-position
 
-FETCH = ROOT / "build/release/bench/fetch"
+FETCH = ROOT / "build/bench/bench/fetch"
+ASSEMBLY = ROOT / "build/bench-assembly"
+TLS = ROOT / "build/tls-client/amd64-assembly"
 SIZE = 3 * 1024 * 1024
 
 
@@ -45,12 +49,27 @@ def compare(scheme, fetch, curl, runs, folder):
           f"ratio {medians['fetch'] / medians['curl']:.2f}  ({runs} runs each)", flush=True)
 
 
+def make():
+    build(ROOT, "bench", "fetch")
+    if os.uname().machine != "x86_64":
+        return
+    for command in ([ROOT / "scripts/build-tls-client", TLS.name],
+                    ["cmake", "--preset", "bench", "-B", ASSEMBLY, f"-DUPGRADE_TLS={TLS}"],
+                    ["cmake", "--build", ASSEMBLY, "--target", "fetch"]):
+        subprocess.run(command, cwd=ROOT, stdout=subprocess.DEVNULL, check=True)
+
+
 def web(runs, folder):
     with Nginx(folder, {"3m.pkg": os.urandom(SIZE)}) as server:
-        for scheme in ("http", "https"):
+        programs = [("http", FETCH), ("https", FETCH)]
+        if TLS.exists():
+            programs.append(("https", ASSEMBLY / "bench/fetch"))
+        for scheme, program in programs:
             port = getattr(server, scheme)
+            if program != FETCH:
+                print("with assembly for ciphers:")
             # curl checks names; the certificate's leads to the loopback.
-            compare(scheme, [FETCH, f"{scheme}://127.0.0.1:{port}/3m.pkg", server.authority],
+            compare(scheme, [program, f"{scheme}://127.0.0.1:{port}/3m.pkg", server.authority],
                     ["curl", "--cacert", server.authority, "--resolve",
                      f"packages.example:{port}:127.0.0.1", "-s", "-o", folder / "copy",
                      f"{scheme}://packages.example:{port}/3m.pkg"], runs, folder)
@@ -83,6 +102,8 @@ def files(runs, folder):
 def main():
     runs = int(sys.argv[1]) if len(sys.argv) > 1 else 51
     own_network = len(sys.argv) > 2
+    if not own_network:
+        make()
     with tempfile.TemporaryDirectory() as name:
         (files if own_network else web)(runs, pathlib.Path(name))
     if not own_network:

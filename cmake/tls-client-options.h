@@ -32,20 +32,28 @@
 #define WC_RSA_BLINDING
 #define WC_RSA_PSS
 #define WOLFSSL_SP_MATH_ALL
-#define WOLFSSL_SP_SMALL
 #define SP_INT_BITS 4096
 #define HAVE_CURVE25519
-#define CURVE25519_SMALL
 
 #define HAVE_AESGCM
-#define GCM_SMALL
 #define HAVE_AES_DECRYPT
 #define HAVE_CHACHA
 #define HAVE_POLY1305
-#define USE_SLOW_SHA256
-#define USE_SLOW_SHA512
 #define WOLFSSL_SHA384
 #define WOLFSSL_SHA512
+
+/* Small, or quick with what 64-bit PCs have for it. */
+#ifdef TLS_CLIENT_ASSEMBLY
+#define WOLFSSL_AESNI
+#define USE_INTEL_SPEEDUP
+#define WOLFSSL_X86_64_BUILD
+#else
+#define WOLFSSL_SP_SMALL
+#define CURVE25519_SMALL
+#define GCM_SMALL
+#define USE_SLOW_SHA256
+#define USE_SLOW_SHA512
+#endif
 
 #define WOLFSSL_TLS13
 #define HAVE_TLS_EXTENSIONS
