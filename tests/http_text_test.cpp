@@ -80,6 +80,10 @@ TEST(HttpList, KeepsTheOrderAndTheFirstValueOfANameInALongHead)
         EXPECT_EQ(_httpc_add_var(&list, "same", name.c_str()), 0);
     }
     int i = 0;
+    for (const httpc_var *node = list.first->next; node != nullptr; node = node->same_name)
+        EXPECT_EQ(node->value, std::to_string(i++ * 7 % count));
+    EXPECT_EQ(i, count);
+    i = 0;
     for (const httpc_var *node = list.first; node != nullptr; node = node->next) {
         const string number = std::to_string((i == 0 ? 0 : i - 1) * 7 % count);
         const string name = i == 1 ? "same" : number;

@@ -145,6 +145,10 @@ TEST_F(Httpc, ConnectsWithinATimeout)
         EXPECT_EQ((fcntl(socket, F_GETFL) & O_NONBLOCK) == 0, row.blocks);
         EXPECT_EQ(close(socket), 0);
     }
+    connecting = {0, 0, 0, 0};
+    const int made = _tcp_connect2(0, generic, sizeof(address), 0); // 0 is no socket
+    EXPECT_GT(made, 0);
+    close(made);
     connecting = refused;
     // A failed connect rests a second and an unknown host does not; the request host goes first.
     slept_seconds = 0;
@@ -163,7 +167,7 @@ TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
                {padded("HTTP/1.0 200 OK\r\nLast: 1\r\n")}};
     close(client->socket);
     client->socket = -1;
-    strcpy(client->host, "127.0.0.1");
+    strcpy(client->host, "127.0.0.3"); // where a redirect to 127.0.0.1 leads
     httpcInitRequest(client, 1, "/a");
     ASSERT_GT(httpcSendRequest(client), 0);
     CaptureStderr();
@@ -172,13 +176,13 @@ TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
     EXPECT_EQ(count_of(GetCapturedStderr(), "client->ssl = (nil)"), 6U);
     EXPECT_STREQ(httpcGetHeader(client, "Last"), "1");
     const string lines = " HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-Length: 0\r\n"
-                         "Host: 127.0.0.1\r\n";
+                         "Host: 127.0.0.3\r\n";
     string asked;
     for (const server &each : servers) {
         asked += each.address + " " + read_at_once(each.socket);
         close(each.socket);
     }
-    EXPECT_EQ(asked, "127.0.0.1:8080 GET /a" + lines + "\r\n127.0.0.1:8080 GET /b" + lines + own +
+    EXPECT_EQ(asked, "127.0.0.3:8080 GET /a" + lines + "\r\n127.0.0.3:8080 GET /b" + lines + own +
                          "\r\n127.0.0.2:99 GET " + lines + other + "\r\n");
 }
 
@@ -213,7 +217,8 @@ const cyassl_client_ops fake_ops = {
     .release = [](cyassl_client *) { tls_calls.emplace_back("release"); },
     .read =
         [](cyassl_client *self, void *buffer, int length) {
-            return static_cast<int>(read(self->socket, buffer, static_cast<size_t>(length)));
+            const ssize_t count = read(self->socket, buffer, static_cast<size_t>(length));
+            return count < 0 ? -17 : static_cast<int>(count);
         },
     .write =
         [](cyassl_client *, const void *, int length) {
@@ -230,6 +235,12 @@ TEST_F(Httpc, GoesThroughTheTlsObjectAndLeavesItOnARedirect)
     tls.ops = &fake_ops;
     tls.socket = client->socket;
     client->tls = &tls;
+    tls.socket = -1;
+    char byte = 0;
+    send(peer, "x", 1, 0);
+    EXPECT_EQ(httpcReadResponse(client, &byte, 1), -1); // whatever the object says below 0
+    attach();
+    tls.socket = client->socket;
     tls_calls.clear();
     ASSERT_GT(httpcSendRequest(client), 0);
     EXPECT_EQ(tls_calls, (std::vector<string>{"write 17", "write 24", "write 19", "write 20",
