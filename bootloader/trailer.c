@@ -18,8 +18,8 @@ static uint32_t load_word(const unsigned char *bytes)
     return both.word;
 }
 
-/* CRC-32 (IEEE 802.3) of `size` more bytes, four bits at a time: a table of 64 bytes in place of one of
- * 1024. `crc` is complemented, as it runs. */
+/* CRC-32 (IEEE 802.3) of `size` more bytes, four bits at a time: a table of 64 bytes in place of
+ * one of 1024. `crc` is complemented, as it runs. */
 static uint32_t add_to_crc(uint32_t crc, const unsigned char *bytes, uint32_t size)
 {
     static const uint32_t nibbles[16] = {
@@ -46,7 +46,8 @@ enum trailer_result trailer_find(trailer_read read, void *context, uint32_t size
         return TRAILER_UNREADABLE;
     found->crc = load_word(bytes);
     found->length = load_word(bytes + 4);
-    if (load_word(bytes + 12) != magic || load_word(bytes + 8) != found->crc + found->length + magic)
+    if (load_word(bytes + 12) != magic ||
+        load_word(bytes + 8) != found->crc + found->length + magic)
         return TRAILER_MISSING;
     return TRAILER_WHOLE;
 }

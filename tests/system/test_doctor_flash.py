@@ -1,0 +1,203 @@
+# SPDX-License-Identifier: GPL-2.0-or-later
+"""Partitions as upgrades leave them, judged by fwdoctor and by bootloader/trailer.c."""
+
+import concurrent.futures
+import ctypes
+import json
+import os
+import shutil
+import struct
+import subprocess
+
+import pytest
+
+from conftest import BUILD, ROOT, SIMDEV
+from package import Part, make_package
+from test_upgrade import trailer
+
+FWDOCTOR = BUILD / "tools/doctor/fwdoctor"
+BLOCK = 4096
+SIZES = {2: 250_000, 3: 300_001, 4: 65_536}  # of the demonstration
+OLD_SIZES = {2: 200_000, 3: 300_001, 4: 70_000}
+PARTITIONS = {2: 1048576, 3: 1048576, 4: 524288}  # of examples/rev2.toml
+WHOLE, MISSING, CRC_WRONG, UNREADABLE = range(4)
+
+
+def content(seed, size):
+    return bytes((i * 7 + i // 251 * seed) & 0xFF for i in range(size))
+
+
+def data(number, old=False):
+    return content(number + 10 * old, (OLD_SIZES if old else SIZES)[number])
+
+
+def fwdoctor(*words, **more):
+    done = subprocess.run([FWDOCTOR, "flash", "--json", *map(str, words)], capture_output=True,
+                          timeout=300, **more)
+    return (json.loads(done.stdout) if done.stdout else None), done.returncode, done.stderr.decode()
+
+
+@pytest.fixture(scope="module")
+def boot_loader(tmp_path_factory):
+    """boot_loader(path): what trailer.c says of a partition."""
+    library = tmp_path_factory.mktemp("boot") / "trailer.so"
+    subprocess.run(["cc", "-std=c99", "-ffreestanding", "-nostdlib", "-shared", "-fPIC", "-o",
+                    library, ROOT / "bootloader/trailer.c"], check=True)
+    check = ctypes.CDLL(library).trailer_check_partition
+    callback = ctypes.CFUNCTYPE(ctypes.c_int, ctypes.c_void_p, ctypes.c_uint32, ctypes.c_void_p,
+                                ctypes.c_uint32)
+
+    def judge(path, fail_at=-1):
+        bytes_ = path.read_bytes()
+        calls = []
+
+        def read(_, offset, into, size):
+            assert 0 < size <= 256 and offset + size <= len(bytes_)
+            calls.append(offset)
+            ctypes.memmove(into, bytes_[offset:offset + size], size)
+            return -1 if len(calls) == fail_at else 0
+
+        return check(callback(read), None, ctypes.c_uint32(len(bytes_)))
+
+    return judge
+
+
+def old_and_new(runs):
+    """The runs of a partition in short: (first block, blocks, "old", "new", "both", "erased" or
+    "none")."""
+    def owner(run):
+        names = {part["package"].rsplit("/", 1)[-1].split(".")[0] for part in run["parts"]}
+        return "both" if len(names) > 1 else (names or {"erased" if run["erased"] else "none"}).pop()
+
+    return [(run["first"], run["count"], owner(run)) for run in runs]
+
+
+def expected_runs(number, written):
+    """What docs/power-cuts.md says: `written` new blocks in front, the old ones behind, then what
+    was erased, and a block that has the trailer."""
+    old_blocks = -(-OLD_SIZES[number] // BLOCK)
+    last = PARTITIONS[number] // BLOCK - 1
+    runs = [(0, written, "new"), (written, max(0, old_blocks - written), "old")]
+    behind = max(written, old_blocks)
+    runs += [(behind, last - behind, "erased"), (last, 1, "none")]
+    return [run for run in runs if run[1] > 0]
+
+
+def test_every_partition_of_a_sweep_is_judged_block_for_block(make_device, serve_tftp, tmp_path,
+                                                              boot_loader):
+    writes = {number: -(-size // BLOCK) + 1 for number, size in SIZES.items()}
+    assert sum(writes.values()) == 155
+    packages = {}
+    for name, old in (("old", True), ("new", False)):
+        packages[name] = tmp_path / f"{name}.pkg"
+        packages[name].write_bytes(make_package([Part(n, data(n, old)) for n in SIZES]))
+    port = serve_tftp({p.name: p.read_bytes() for p in packages.values()}, many=True)
+    device = make_device(partitions=PARTITIONS)
+    assert device.run("tftp://127.0.0.1/old.pkg", tftp_port=port, grace=20_000).status == 0
+
+    def cut(point):
+        folder = tmp_path / f"cut{point}"
+        shutil.copytree(device.folder, folder)
+        done = subprocess.run([SIMDEV, "run", folder, "--fast", f"--fault=cut@{point}",
+                               f"--tftp-port={port}", "--grace=20000", "--",
+                               "tftp://127.0.0.1/new.pkg"], capture_output=True, timeout=120)
+        assert done.returncode == 100, done.stderr
+
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
+        list(pool.map(cut, range(1, 156)))
+    dumps = [tmp_path / f"cut{point}/dev/fla{n}" for point in range(1, 156) for n in SIZES]
+    verdicts, status, said = fwdoctor(*dumps, "--package", packages["old"], "--package",
+                                      packages["new"])
+    assert (status, said) == (1, "")
+    by_path = {verdict["path"]: verdict for verdict in verdicts}
+    deceptive = 0
+    for point in range(1, 156):
+        left = point
+        for number, count in writes.items():
+            path = tmp_path / f"cut{point}/dev/fla{number}"
+            verdict = by_path[str(path)]
+            done = min(left, count)
+            left -= done
+            mixed = 0 < done < count
+            place = (point, number)
+            assert old_and_new(verdict["runs"]) == expected_runs(
+                number, min(done, count - 1)), place
+            assert verdict["whole"] == (not mixed), place
+            assert verdict["trailer"]["state"] == ("CRC wrong" if mixed else "valid"), place
+            assert verdict["boot_loader"] == {"crc": not mixed, "check_word_alone": True}, place
+            assert boot_loader(path) == (CRC_WRONG if mixed else WHOLE), place
+            # All data is there before the trailer's own write.
+            if mixed and done < count - 1:
+                assert verdict["content"] == "mixed", place
+                assert "new.pkg: it writes everything anew" in verdict["advice"], place
+            elif mixed:
+                assert verdict["holds"]["package"].endswith("new.pkg")
+            deceptive += mixed
+    assert deceptive == 152
+
+
+def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
+    part = data(2)[:9000]
+    package = tmp_path / "flash.pkg"
+    package.write_bytes(make_package([Part(2, part), Part(8, b"not written")], key=b"right"))
+    (tmp_path / "right").write_text("right\n")
+    (tmp_path / "wrong").write_text("wrong\n")
+    keyed = ["--package", package, "--key-file", tmp_path / "right"]
+    whole = part.ljust(65520, b"\xff") + trailer(part)
+    beyond = struct.pack("<IIII", 1, 70_000, 70_001 + 0x44427031, 0x44427031)
+    full = data(3)[:65536]
+    rows = {  # content, trailer, content's word, whole, boot loader, advice
+        "whole": (whole, "valid", "whole", True, WHOLE, "Nothing"),
+        "empty": (b"", "no trailer", "erased", False, MISSING, "Take the dump again"),
+        "short": (b"123456789012345", "no trailer", "unknown", False, MISSING, "Take the dump"),
+        "trailer alone": (trailer(b""), "valid", "unknown", False, WHOLE, "Name the package"),
+        "erased": (b"\xff" * 8192, "no trailer", "erased", False, MISSING, "Run the upgrade: the"),
+        "changed": (b"?" + whole[1:], "CRC wrong", "mixed", False, CRC_WRONG, "Run the upgrade again"),
+        "trailer torn": (whole[:-9] + b"?" + whole[-8:], "no trailer", "whole", False, MISSING,
+                         "Run the upgrade again with"),
+        "length beyond": (whole[:-16] + beyond, "CRC wrong", "whole", False, CRC_WRONG, "Run the"),
+        "another's": (full[:-16] + trailer(full[:-16]), "valid", "unknown", False, WHOLE, "Name"),
+    }
+    for name, (dump, *_) in rows.items():
+        (tmp_path / name).write_bytes(dump)
+    verdicts, status, said = fwdoctor(*rows, *keyed, cwd=tmp_path)
+    assert (status, said) == (1, "")
+    for verdict, (name, row) in zip(verdicts, rows.items()):
+        _, state, word, is_whole, loader, advice = row
+        assert (verdict["trailer"]["state"], verdict["content"], verdict["whole"]) == (
+            state, word, is_whole), name
+        assert boot_loader(tmp_path / name) == loader, name
+        assert verdict["advice"].startswith(advice), name
+    assert boot_loader(tmp_path / "whole", fail_at=1) == UNREADABLE
+    assert boot_loader(tmp_path / "whole", fail_at=3) == UNREADABLE
+
+    # Without packages the trailer alone counts; one bad partition is enough for the status.
+    assert fwdoctor("whole", "another's", cwd=tmp_path)[1] == 0
+    assert fwdoctor("whole", *keyed, cwd=tmp_path)[1] == 0
+    # What cannot be read or compared with is said, the rest is judged.
+    for words, line in (
+            (["none"], "none: cannot be read: No such file or directory\n"),
+            ([tmp_path], f"{tmp_path}: cannot be read: Is a directory\n"),
+            (["--package", package, "--key-file", tmp_path / "wrong"],
+             f"{package}: cannot be compared with: has another key than this one, or is damaged"),
+            (["--package", package], f"{package}: cannot be compared with: is enciphered"),
+            (["--package", "whole"], "whole: cannot be compared with: is no package")):
+        verdicts, status, said = fwdoctor("whole", *words, cwd=tmp_path)
+        assert [verdict["whole"] for verdict in verdicts] == [True]
+        assert status == 2
+        assert said.startswith("fwdoctor: " + line) and said.count("\n") == 1
+    _, status, said = fwdoctor("whole", "--key-file", "right", "--package", package, cwd=tmp_path)
+    assert (status, said) == (2, "fwdoctor: --key-file belongs behind the --package that it "
+                                 "deciphers\n")
+
+
+@pytest.mark.skipif(BUILD.name == "dev", reason="minutes with sanitizers")
+def test_a_dump_beyond_four_gibibytes(tmp_path):
+    part = b"k" * 5000
+    with open(tmp_path / "large", "wb") as dump:
+        dump.write(part)
+        dump.truncate(2**32 + 8192)
+        dump.seek(-16, os.SEEK_END)
+        dump.write(trailer(part))
+    verdicts, status, _ = fwdoctor(tmp_path / "large")
+    assert (verdicts[0]["size"], verdicts[0]["whole"], status) == (2**32 + 8192, True, 0)

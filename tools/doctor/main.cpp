@@ -1,0 +1,131 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// The command line of fwdoctor.
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/common/command_line.h"
+#include "tools/common/files.h"
+#include "tools/doctor/diagnosis.h"
+#include "tools/doctor/flash_judge.h"
+#include "tools/doctor/log.h"
+#include "tools/doctor/log_report.h"
+#include "tools/doctor/page.h"
+#include "tools/doctor/redact.h"
+
+namespace {
+
+using namespace doctor;
+
+constexpr char name[] = "fwdoctor";
+
+struct options {
+    std::string log;
+    bool json = false;
+    bool redact = false;
+    bool formats = false;
+    std::vector<std::filesystem::path> dumps;
+    std::vector<std::string> packages;
+    std::vector<std::string> keys;
+};
+
+std::ifstream open_log(const std::string &path)
+{
+    std::ifstream file(is_standard_stream(path) ? "/dev/stdin" : path, std::ios::binary);
+    // A folder opens, and the first look at it fails.
+    file.peek();
+    if (file.bad() || !file.is_open())
+        throw failure(path + ": cannot be read: " + strerror(errno));
+    file.clear();
+    return file;
+}
+
+int log_command(const options &options)
+{
+    std::ifstream in = open_log(options.log);
+    if (options.redact) {
+        redact(in, std::cout);
+        std::cout.flush();
+        return exit_good;
+    }
+    const log_file file = read_log(in);
+    if (in.bad())
+        throw failure(options.log + ": cannot be read: " + strerror(errno));
+    if (file.runs.empty())
+        throw failure(options.log + ": no message of upgrade in its " + std::to_string(file.lines) +
+                      " lines");
+    if (options.json)
+        puts(log_json(file).dump(2).c_str());
+    else
+        fputs(log_text(file).c_str(), stdout);
+    return is_flawless(file.runs.back()) ? exit_good : exit_bad;
+}
+
+/// Each --key-file is that of the --package before it.
+std::vector<package_choice> pair_keys(const CLI::App &command, const options &options)
+{
+    std::vector<package_choice> choices;
+    size_t keys = 0;
+    for (const CLI::Option *option : command.parse_order()) {
+        if (option->check_name("--package")) {
+            choices.push_back({options.packages.at(choices.size()), {}});
+        } else if (option->check_name("--key-file")) {
+            if (choices.empty() || !choices.back().key_file.empty())
+                throw failure("--key-file belongs behind the --package that it deciphers");
+            choices.back().key_file = options.keys.at(keys++);
+        }
+    }
+    return choices;
+}
+
+int messages_command(const options &options)
+{
+    fputs((options.formats ? formats_text() : page_text()).c_str(), stdout);
+    return exit_good;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    CLI::App app("Says after a failed upgrade what its log means and what is in the flash.", name);
+    app.require_subcommand(1);
+    options options;
+    std::function<int()> chosen;
+    CLI::App *log = app.add_subcommand("log", "Explain what upgrade wrote to standard error");
+    log->add_option("FILE", options.log, "The log; - for standard input")->required();
+    CLI::Option *json = log->add_flag("--json", options.json, "Print JSON");
+    log->add_flag("--redact", options.redact, "Print the log itself, without key and password")
+        ->excludes(json);
+    log->footer("Example:\n  fwdoctor log upgrade.log");
+    log->callback([&] { chosen = [&] { return log_command(options); }; });
+
+    CLI::App *flash = app.add_subcommand("flash", "Judge partitions, or dumps of them");
+    flash->add_option("DUMP", options.dumps, "A dump of a partition, or the device itself")
+        ->required();
+    flash->add_option("--package", options.packages, "A package to compare with")
+        ->allow_extra_args(false);
+    flash
+        ->add_option("--key-file", options.keys,
+                     "File with the key of the package before it; one newline at its end is not "
+                     "part of it")
+        ->allow_extra_args(false);
+    flash->add_flag("--json", options.json, "Print JSON");
+    flash->footer("Example:\n  fwdoctor flash fla2.bin --package old.pkg --package new.pkg "
+                  "--key-file vendor.key");
+    flash->callback([&] {
+        chosen = [&] {
+            return report_partitions(name, options.dumps, pair_keys(*flash, options), options.json);
+        };
+    });
+
+    // For scripts/check-messages.
+    CLI::App *messages = app.add_subcommand("messages", "Print docs/troubleshooting.md")->group("");
+    messages->add_flag("--formats", options.formats, "The messages alone, as JSON");
+    messages->callback([&] { chosen = [&] { return messages_command(options); }; });
+    return run_command_line(app, argc, argv, exit_trouble, [&] { return chosen(); });
+}
