@@ -98,7 +98,7 @@ TEST(Flash, WritesAFailedBlockAgainBeyondTheBudgetOfTries)
     const std::string said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(said.size(), 150 * line.size());
     EXPECT_TRUE(said.starts_with(line + line));
-    EXPECT_EQ(sim_virtual_us(), 2 * 40'000 + 150 * 400'000 + 100'000);
+    EXPECT_EQ(clock_virtual_us(), 2 * 40'000 + 150 * 400'000 + 100'000);
     EXPECT_EQ(told.counts, (std::vector<int>{8, 8}));
     EXPECT_EQ(platform.content(2).substr(0, 16), "ABCDEFGHIJKLMNOP");
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/simdev/core/clock.h"
 #include "tools/simdev/core/sim.h"
 
 class simulated_platform {
@@ -62,7 +63,7 @@ private:
 
     void record(const sim_operation &operation)
     {
-        std::string text = operation.name;
+        std::string text = sim_op_names[operation.op];
         if (text == "read" || text == "write")
             text += " " + std::to_string(operation.offset) + "+" + std::to_string(operation.length);
         else if (text == "sleep")

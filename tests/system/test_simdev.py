@@ -4,6 +4,8 @@
 import contextlib
 import json
 import os
+import re
+import resource
 import shutil
 import signal
 import socket
@@ -13,7 +15,7 @@ import zlib
 
 import pytest
 
-from conftest import BUILD, IO_ERROR, SIMDEV
+from conftest import BUILD, IO_ERROR, ROOT, SIMDEV
 from package import OPTIONAL, Part, make_package
 from test_upgrade import KERNEL, trailer
 
@@ -47,8 +49,8 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
     assert run.report["script"] == 3
     assert run.report["virtual_us"] == 1500000 + 2 * 40000 + 100000 + 2000000
     assert run.report["partitions"] == {"2": {
-        "writes": 3, "bytes": 5136, "failed": 0, "crc": zlib.crc32(KERNEL), "length": 5120,
-        "trailer_valid": True, "content_matches": True}}
+        "writes": 3, "bytes": 5136, "failed": 0, "crc": f"{zlib.crc32(KERNEL):08x}", "length": 5120,
+        "trailer": "valid"}}
 
 
 def test_the_script_gets_the_environment_without_the_simulation(make_device, serve_tftp):
@@ -98,7 +100,9 @@ def test_faults(make_device, serve_tftp, fault, status, stderr):
     device = make_device()
     run = upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=[fault])
     assert (run.status, stderr in run.stderr) == (status, True), run.stderr
-    assert list(run.report["faults"]) == [fault.split("@")[0].split(":")[0]]
+    assert list(run.report["faults"]) == [fault] and run.report["faults"][fault] > 0
+    differ = [line for line in stderr.decode().splitlines() if line.endswith("differ")]
+    assert run.report.get("differences", []) == differ
 
 
 def test_a_stalled_server_is_given_up_after_25_seconds(make_device, udp_peer):
@@ -121,6 +125,91 @@ def test_a_power_cut_leaves_what_was_written(make_device, serve_tftp, torn, kept
     run = upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=[fault])
     assert (run.status, run.report["ended_by"]) == (100, "power-cut")
     assert device.flash(2) == KERNEL[:kept].ljust(65536, b"\xff")
+
+
+def test_the_default_server_is_unreachable_unless_it_is_mapped(make_device, tcp_peer):
+    run = make_device().run()
+    assert {(o["target"], o["error"]) for o in run.of("connect")} == {("192.168.1.1:80", "ENETUNREACH")}
+    run = make_device().run(ports=[(80, tcp_peer(serve_http))])
+    assert (run.status, [o["target"] for o in run.of("connect")]) == (0, ["192.168.1.1:80"])
+    run = make_device().run("http://firmware.example/", **{"map-host": "firmware.example=127.0.0.1"},
+                            ports=[(80, tcp_peer(serve_http))])
+    assert (run.status, [o["target"] for o in run.of("connect")]) == (0, ["127.0.0.1:80"])
+
+
+def test_real_time_starves_the_watchdog_too(make_device, serve_tftp):
+    device = make_device()
+    script = device.folder / "etc/rc.d/init.d/network.stop"
+    script.write_text("#!/bin/sh\nexec sleep 20\n")
+    port = serve_tftp({"fw": make_package([Part(2, KERNEL)])})
+    command = device.command("run", "--fault=watchdog:seconds=1", "--json", tftp_port=port)
+    done = subprocess.run([*command, "--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=15)
+    report = json.loads(done.stdout)
+    assert (done.returncode, report["ended_by"], report["virtual_us"]) == (101, "reset", 0)
+    assert report["script"] is None and report["faults"] == {"watchdog:seconds=1": 1}
+
+
+def test_a_folder_is_one_commands_at_a_time(make_device, udp_peer):
+    device = make_device()
+
+    def run_another(sock):
+        sock.recvfrom(600)
+        for command in (device.command("run"), device.command("sweep")):
+            done = subprocess.run(command, capture_output=True, text=True, timeout=30)
+            assert (done.returncode, done.stderr) == (
+                125, f"simdev: {device.folder}: another simdev is at work on it\n")
+        os.kill(simdev.pid, signal.SIGINT)
+
+    simdev = subprocess.Popen(device.command("run", tftp_port=udp_peer(run_another))
+                              + ["--", "tftp://127.0.0.1/fw"], stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL)
+    assert simdev.wait(timeout=60) == 128 + 15
+
+
+def test_a_device_that_cannot_be_made_whole_is_not_made(tmp_path):
+    def limit_file_size():
+        signal.signal(signal.SIGXFSZ, signal.SIG_IGN)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (5000000, 5000000))
+
+    for existing in (False, True):
+        if existing:
+            (tmp_path / "new").mkdir()
+        done = subprocess.run([SIMDEV, "init", "new"], cwd=tmp_path, capture_output=True, text=True,
+                              preexec_fn=limit_file_size, timeout=60)
+        assert done.returncode == 125
+        assert done.stderr == "simdev: new/dev/fla3: cannot be written: File too large\n"
+        assert list(tmp_path.rglob("*")) == [tmp_path / "new"] * existing
+
+
+def test_an_interrupted_init_leaves_nothing(tmp_path):
+    (tmp_path / "large.toml").write_text("[partitions]\n2 = 4294967296\n")
+    simdev = subprocess.Popen([SIMDEV, "init", "new", "--device=large.toml"], cwd=tmp_path,
+                              stderr=subprocess.PIPE)
+    while not (tmp_path / "new/dev/fla2").exists():
+        assert simdev.poll() is None
+    simdev.send_signal(signal.SIGINT)
+    assert simdev.communicate(timeout=60)[1] == b"simdev: interrupted: nothing was made\n"
+    assert simdev.returncode == 130 and not (tmp_path / "new").exists()
+
+
+def test_every_fault_is_documented_and_completed():
+    text = subprocess.check_output([SIMDEV, "run", "--help"], text=True)
+    forms = re.findall(r"^  ([a-z-]+\S*)\n      ", text[text.index("Faults:"):], re.M)
+    assert len(forms) == 18
+    documented = re.findall(r"^\| `([a-z-]+[^`]*)` \|", section("docs/simulated-device.md", "## Faults"), re.M)
+    assert documented == forms
+    # A completion stops where a number or a name is wanted.
+    words = [re.match(r"[a-z-]+(@|:[a-z]+=)?", form.replace("[xM]", "").replace("[@N]:", "[@N] :"))[0]
+             for form in forms]
+    for file in ("simdev.bash", "_simdev"):
+        completion = (ROOT / "tools/simdev/completion" / file).read_text()
+        found = completion[completion.index("cut@"):completion.index("server-cut@") + len("server-cut@")]
+        assert found.split() == words, file
+
+
+def section(file, heading):
+    text = (ROOT / file).read_text()
+    return text[text.index(heading):].split("\n## ")[0]
 
 
 def test_the_status_receivers_can_be_others(make_device, serve_tftp, tmp_path):
@@ -187,7 +276,7 @@ def test_server_faults_over_http(make_device, tcp_peer, faults, status, ended_by
     assert sum(o["received"] for o in run.of("network")) == 5000
     assert [o["target"] for o in run.of("connect")] == ["127.0.0.1:80"]
     assert run.report["virtual_us"] == virtual_us
-    assert set(run.report["faults"]) == {faults[-1].split("@")[0].split(":")[0]}
+    assert {fault: count > 0 for fault, count in run.report["faults"].items()} == dict.fromkeys(faults, True)
     assert run.report["real_us"] < 5000000
 
 
@@ -219,7 +308,9 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     (["run", "{device}", "--fault=closed"], "a key is missing"),
     (["run", "{device}", "--fault=cut@1:bytes=3"], "unknown key"),
     (["run", "{device}", "--fault=watchdog:seconds=x"], "is no number"),
-    (["run", "{device}", "--map-port=80"], 'simdev: not a list of ports: "tcp:80,"'),
+    (["run", "{device}", "--map-port=80"], '--map-port: "80" is not A=B, two ports of 1 to 65535'),
+    (["run", "{device}", "--map-host=fw"], '--map-host: "fw" is not NAME=ADDRESS'),
+    (["run", "{device}", "--fault=watchdog:seconds=0"], "out of its range"),
     (["run", "{device}", "--receiver=3=x"], '--receiver: "3=x" is not 1=PATH or 2=PATH'),
     (["run", "{device}", "--receiver=1={device}/x"], "receiver 1: nobody listens on {device}/x"),
     (["run", "{device}", "--program=/bin/nothing"], "/bin/nothing: cannot be read"),
@@ -290,16 +381,16 @@ def test_every_power_cut_is_mended_by_the_next_run(make_device, serve_tftp):
     status, result = sweep(device, serve_tftp, [Part(2, b"old" * 4000), Part(4, b"old app")], new)
     assert (status, result["writes"], result["swept"], result["recovered"]) == (0, 10, 10, 10)
     # Until its own trailer is written, each partition that held firmware shows the old trailer.
-    states = [[f"{state['content']} {state['trailer_valid']} {state['content_matches']}"
+    states = [[f"{state['content']} {state['trailer']}"
                for state in point["partitions"].values()] for point in result["points"]]
     assert states == (
-        [["mixed True False", "old False False", "old True True"]] * 2
-        + [["new True True", "old False False", "old True True"]]
-        + [["new True True", "mixed False False", "old True True"]] * 4
-        + [["new True True", "new True True", "old True True"]]
-        + [["new True True", "new True True", "mixed True False"]]
-        + [["new True True", "new True True", "new True True"]])
-    assert (result["mixed_under_consistent_trailer"], result["crc_matches"]) == (3, 0)
+        [["mixed CRC wrong", "old no trailer", "old valid"]] * 2
+        + [["new valid", "old no trailer", "old valid"]]
+        + [["new valid", "mixed no trailer", "old valid"]] * 4
+        + [["new valid", "new valid", "old valid"]]
+        + [["new valid", "new valid", "mixed CRC wrong"]]
+        + [["new valid", "new valid", "new valid"]])
+    assert (result["mixed_under_right_check_word"], result["mixed_but_valid"]) == (3, 0)
     # The folder itself still holds the old firmware.
     assert device.flash(2).startswith(b"old") and device.flash(4)[-16:] == trailer(b"old app")
 
@@ -309,7 +400,7 @@ def test_an_old_image_that_the_new_one_begins_with_is_taken_for_whole(make_devic
     status, result = sweep(make_device(), serve_tftp, [Part(2, new[:4096])], [Part(2, new)])
     assert (status, result["recovered"]) == (0, 3)
     # The first write changes nothing, the second one lies behind what the old trailer covers.
-    assert (result["mixed_under_consistent_trailer"], result["crc_matches"]) == (1, 1)
+    assert (result["mixed_under_right_check_word"], result["mixed_but_valid"]) == (1, 1)
 
 
 def test_torn_writes_are_mended_too(make_device, serve_tftp):
@@ -317,7 +408,7 @@ def test_torn_writes_are_mended_too(make_device, serve_tftp):
     status, result = sweep(device, serve_tftp, [Part(2, b"old")], [Part(2, KERNEL)], "--torn=9")
     assert (status, result["recovered"]) == (0, 3)
     # A torn trailer is recognised: crc and length are new, check and magic are old.
-    assert [p["partitions"]["2"]["trailer_valid"] for p in result["points"]] == [True, True, False]
+    assert [p["partitions"]["2"]["trailer"] for p in result["points"]] == ["CRC wrong"] * 2 + ["no trailer"]
 
 
 def test_an_interrupted_sweep_tells_what_it_has_and_leaves_nothing(make_device, serve_tftp, tmp_path):
@@ -330,23 +421,20 @@ def test_an_interrupted_sweep_tells_what_it_has_and_leaves_nothing(make_device, 
                               env={**os.environ, "TMPDIR": str(scratch)})
     assert simdev.stderr.readline().startswith(b"cut and recover")
     simdev.send_signal(signal.SIGINT)
-    assert b"Interrupted" in simdev.communicate(timeout=60)[0]
+    assert b"interrupted: no more were tried" in simdev.communicate(timeout=60)[0]
     assert simdev.returncode == 130 and list(scratch.iterdir()) == []
 
 
 def test_a_url_that_is_no_text_is_no_trouble_for_the_report(make_device):
-    done = subprocess.run([os.fsencode(word) for word in make_device().command("watchdog", "--json")]
+    done = subprocess.run([os.fsencode(word) for word in make_device().command("run", "--json")]
                           + [b"--", b"\xff:"], capture_output=True, timeout=60)
-    assert (done.returncode, json.loads(done.stdout)["longest_phases"]) == (1, "download (\\xff)")
+    assert (done.returncode, json.loads(done.stdout)["watchdog"]["longest_phases"]) == (1, "download (\xff)")
 
 
 def test_the_times_without_a_kick(make_device, serve_tftp):
     device = make_device(script={"seconds": 3})
     port = serve_tftp({"fw": make_package([Part(2, KERNEL)])})
-    done = subprocess.run(device.command("watchdog", "--json", tftp_port=port)
-                          + ["--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=60)
-    record = json.loads(done.stdout)
-    assert done.returncode == 0
+    record = device.run("tftp://127.0.0.1/fw", tftp_port=port).report["watchdog"]
     assert [(p["phase"], p["kicks"], p["longest"]["virtual_us"]) for p in record["phases"]] == [
         ("download (tftp)", 0, 0), ("script", 0, 3000000), ("checks", 0, 0),
         ("writing", 2, 140000), ("verifying", 2, 0), ("end", 0, 2000000)]

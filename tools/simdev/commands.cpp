@@ -2,19 +2,20 @@
 #include "tools/simdev/commands.h"
 
 #include <algorithm>
-#include <csignal>
+#include <cerrno>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
 #include <iostream>
+#include <memory>
 #include <thread>
 
 #include "platform/device.h"
 #include "tools/common/printable.h"
-#include "tools/simdev/failure.h"
 #include "tools/simdev/folder.h"
-#include "tools/simdev/phases.h"
+#include "tools/simdev/interrupt.h"
+#include "tools/simdev/operation_json.h"
 #include "tools/simdev/progress.h"
-#include "tools/simdev/summary.h"
+#include "tools/simdev/run_report.h"
 #include "tools/simdev/sweep.h"
 
 namespace simdev {
@@ -26,25 +27,23 @@ class stage_progress {
 public:
     explicit stage_progress(bool quiet) : progress_(quiet) {}
 
-    void take(const operation &operation)
+    void take(const sim_operation &operation)
     {
-        if (operation.n == 1)
+        if (operation.op == op_start)
             progress_.show("download", 0);
-        if (operation.target != status_receivers[0])
+        if (operation.op != op_datagram ||
+            operation.target != std::string_view(status_receivers[0]))
             return;
-        const auto value = [&operation](std::string_view name) {
-            return operation.text.starts_with(name) ? operation.text.substr(name.size())
-                                                    : std::string();
+        const std::string text(operation.text_view());
+        const auto value = [&text](std::string_view name) {
+            return text.starts_with(name) ? text.substr(name.size()) : std::string();
         };
-        if (const std::string stage = value("UPGRD_STAGE="); !stage.empty())
-            stage_ = stage;
-        else if (const std::string error = value("UPGRD_ERROR="); !error.empty())
-            stage_ = "error: " + error;
-        const std::string percent = value("UPGRD_PERCENTAGE=");
-        if (!percent.empty())
+        if (const std::string stage = value(status_stage); !stage.empty())
+            stage_ = printable(stage);
+        else if (const std::string error = value(status_error); !error.empty())
+            progress_.show(stage_ = "error: " + printable(error), 0);
+        else if (const std::string percent = value(status_percentage); !percent.empty())
             progress_.show(stage_, atoi(percent.c_str()));
-        else if (stage_.starts_with("error"))
-            progress_.show(stage_, 0);
     }
 
     void finish()
@@ -57,54 +56,88 @@ private:
     std::string stage_;
 };
 
+/// The file of `--log`; without a name, none.
+class log_file {
+public:
+    explicit log_file(const std::string &name)
+        : name_(name), file_(name.empty() ? nullptr : fopen(name.c_str(), "we"), close)
+    {
+        if (!name.empty() && file_ == nullptr)
+            fail();
+    }
+    void take(const sim_operation &operation, const std::vector<std::string> &faults)
+    {
+        if (file_ != nullptr &&
+            fprintf(file_.get(), "%s\n", operation_json(operation, faults).c_str()) < 0)
+            fail();
+    }
+    void finish()
+    {
+        if (file_ != nullptr && fflush(file_.get()) != 0)
+            fail();
+    }
+
+private:
+    static void close(FILE *file)
+    {
+        fclose(file);
+    }
+    [[noreturn]] void fail() const
+    {
+        throw failure(name_ + ": cannot be written: " + strerror(errno));
+    }
+
+    std::string name_;
+    std::unique_ptr<FILE, void (*)(FILE *)> file_;
+};
+
+void print(const report &report, bool as_json)
+{
+    std::cout << (as_json ? report.json().dump(2) + "\n" : report.text());
+}
+
+/// What the URL begins with; without one, what the program takes.
+std::string protocol_of(const std::vector<std::string> &arguments)
+{
+    return arguments.empty() ? "http" : arguments.front().substr(0, arguments.front().find(':'));
+}
+
 } // namespace
 
 int init_command(const command_options &options)
 {
-    const std::string text = options.device_file.empty() ? std::string(default_device_text)
-                                                         : read_description(options.device_file);
-    make_folder(options.run.folder, text,
-                options.device_file.empty() ? "the default device" : options.device_file);
+    catch_interrupts();
+    const bool is_default = options.device_file.empty();
+    const std::string text =
+        is_default ? std::string(default_device_text) : read_description(options.device_file);
+    make_folder(options.run.folder, text, is_default ? "the default device" : options.device_file);
     for (const auto &[number, file] : partition_files(options.run.folder))
-        printf("%s  %ju bytes\n", partition_device(number).text,
+        printf("/dev/fla%d  %ju bytes\n", number,
                static_cast<uintmax_t>(std::filesystem::file_size(file)));
-    printf("made the device %s\n", options.run.folder.c_str());
+    printf("made the device %s\n", printable(options.run.folder.string()).c_str());
     return 0;
 }
 
 int run_command(const command_options &options)
 {
-    std::ofstream log;
-    if (!options.log_file.empty()) {
-        log.open(options.log_file, std::ios::binary | std::ios::trunc);
-        if (!log)
-            throw failure(options.log_file + ": cannot be written");
-    }
     catch_interrupts();
-    run_summary summary;
+    const folder_lock lock(options.run.folder);
+    log_file log(options.log_file);
+    measure measured(protocol_of(options.run.arguments), options.run.fast);
     stage_progress progress(options.json);
-    const run_listener listener = {
-        [&](const operation &operation, std::string_view line) {
-            add_operation(summary, operation);
-            progress.take(operation);
-            if (log.is_open())
-                log << line << '\n';
-        },
-    };
-    const run_outcome outcome = run_program(options.run, listener);
+    const run_outcome outcome = run_program(options.run, [&](const sim_operation &operation) {
+        measured.take(operation);
+        progress.take(operation);
+        log.take(operation, options.run.faults);
+    });
     progress.finish();
-    if (log.is_open() && !log.flush())
-        throw failure(options.log_file + ": cannot be written");
-    if (options.json)
-        std::cout << report_json(summary, options.run, outcome).dump(2) << '\n';
-    else
-        std::cout << report_text(summary, options.run, outcome);
+    log.finish();
+    print(report_run(measured.record(), options.run, outcome), options.json);
     return outcome.exit_status;
 }
 
 int sweep_command(const command_options &options)
 {
-    constexpr int exit_interrupted = 128 + SIGINT;
     catch_interrupts();
     progress progress(options.json);
     const int cores = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
@@ -114,35 +147,10 @@ int sweep_command(const command_options &options)
                   progress.show("cut and recover", static_cast<int>(done * 100 / all));
               });
     progress.finish();
-    if (options.json)
-        std::cout << sweep_json(result).dump(2) << '\n';
-    else
-        std::cout << sweep_text(result);
+    print(report_sweep(result), options.json);
     if (result.interrupted)
         return exit_interrupted;
     return count_points(result).recovered == result.writes ? 0 : 1;
-}
-
-int watchdog_command(const command_options &options)
-{
-    catch_interrupts();
-    run_options run = options.run;
-    run.fast = true;
-    stage_progress progress(options.json);
-    std::vector<operation> operations;
-    const run_outcome outcome =
-        run_program(run, {[&](const operation &operation, std::string_view) {
-                        operations.push_back(operation);
-                        progress.take(operation);
-                    }});
-    progress.finish();
-    const std::string url = run.arguments.empty() ? "http:" : run.arguments.front();
-    const auto record = measure_phases(operations, printable(url.substr(0, url.find(':'))));
-    if (options.json)
-        std::cout << phases_json(record).dump(2) << '\n';
-    else
-        std::cout << phases_text(record);
-    return outcome.exit_status;
 }
 
 } // namespace simdev

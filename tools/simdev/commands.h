@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "tools/simdev/runner.h"
+#include "tools/simdev/launch.h"
 
 namespace simdev {
 
@@ -27,8 +27,5 @@ int run_command(const command_options &options);
 
 /// Sweeps; 0 when every cut point recovers, 1 when one does not, 130 when interrupted.
 int sweep_command(const command_options &options);
-
-/// Measures the times without a kick; its exit status is the program's.
-int watchdog_command(const command_options &options);
 
 } // namespace simdev

@@ -3,10 +3,14 @@
 
 #include <cerrno>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+#include <vector>
 
 #include "platform/device.h"
 #include "tools/common/files.h"
+#include "tools/simdev/interrupt.h"
 
 namespace simdev {
 
@@ -18,14 +22,42 @@ constexpr char erased_byte = '\xFF';
 
 void erase_partition(const fs::path &path, uint64_t size)
 {
-    std::ofstream file(path, std::ios::binary);
+    const descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     const std::string piece(65536, erased_byte);
-    for (uint64_t done = 0; done < size && file; done += piece.size())
-        file.write(piece.data(),
-                   static_cast<std::streamsize>(std::min<uint64_t>(piece.size(), size - done)));
-    file.close();
-    if (!file)
-        throw failure(path.string() + ": cannot be written");
+    for (uint64_t done = 0; done < size;) {
+        const ssize_t count = file.get() < 0 ? -1
+                                             : write(file.get(), piece.data(),
+                                                     std::min<uint64_t>(piece.size(), size - done));
+        if (is_interrupted())
+            throw failure("interrupted: nothing was made", exit_interrupted);
+        if (count < 0 && errno != EINTR)
+            throw failure(path.string() + ": cannot be written: " + strerror(errno));
+        done += count > 0 ? static_cast<uint64_t>(count) : 0;
+    }
+}
+
+void fill_folder(const fs::path &folder, const device &device, const std::string &text)
+{
+    std::error_code error;
+    for (const char *below : {"dev", "etc/rc.d/init.d", "usr/etc", "tmp", "run"}) {
+        fs::create_directories(folder / below, error);
+        if (error)
+            throw failure((folder / below).string() + ": " + error.message());
+    }
+    write_file(folder_path(folder, gpio_device), std::string_view());
+    for (const auto &[number, size] : device.partitions)
+        erase_partition(folder_path(folder, partition_device(number).text), size);
+    std::string configuration;
+    for (const auto &[key, value] : device.configuration)
+        configuration += key + "=" + value + "\n";
+    write_file(folder / "etc/syscfg.conf", configuration);
+    if (device.script.present) {
+        const fs::path script = folder_path(folder, network_stop_script);
+        write_file(script, "#!/bin/sh\nexit " + std::to_string(device.script.status) + "\n");
+        fs::permissions(script, fs::perms::owner_exec, fs::perm_options::add);
+    }
+    // Last: a folder with a description is a complete one.
+    write_file(folder / "device.toml", text);
 }
 
 } // namespace
@@ -41,27 +73,19 @@ void make_folder(const fs::path &folder, const std::string &text, const std::str
     std::error_code error;
     if (folder.empty())
         throw failure("the folder's name is empty");
-    if (fs::exists(folder) && !fs::is_empty(folder, error))
+    const bool was_there = fs::exists(folder, error);
+    if (was_there && (!fs::is_directory(folder, error) || !fs::is_empty(folder, error)))
         throw failure(folder.string() + ": is there already and not empty");
-    for (const char *below : {"dev", "etc/rc.d/init.d", "usr/etc", "tmp", "run"}) {
-        fs::create_directories(folder / below, error);
-        if (error)
-            throw failure((folder / below).string() + ": " + error.message());
+    try {
+        fill_folder(folder, device, text);
+    } catch (...) {
+        std::vector<fs::path> made = {folder};
+        if (was_there)
+            made.assign(fs::directory_iterator(folder, error), fs::directory_iterator());
+        for (const fs::path &path : made)
+            fs::remove_all(path, error);
+        throw;
     }
-    write_file(folder_path(folder, gpio_device), "");
-    for (const auto &[number, size] : device.partitions)
-        erase_partition(folder_path(folder, partition_device(number).text), size);
-    std::string configuration;
-    for (const auto &[key, value] : device.configuration)
-        configuration += key + "=" + value + "\n";
-    write_file(folder / "etc/syscfg.conf", configuration);
-    if (device.script.present) {
-        const fs::path script = folder_path(folder, network_stop_script);
-        write_file(script, "#!/bin/sh\nexit " + std::to_string(device.script.status) + "\n");
-        fs::permissions(script, fs::perms::owner_exec, fs::perm_options::add);
-    }
-    // Last: a folder with a description is a complete one.
-    write_file(folder / "device.toml", text);
 }
 
 device read_folder(const fs::path &folder)
@@ -80,6 +104,15 @@ std::map<int, fs::path> partition_files(const fs::path &folder)
             files[number] = path;
     }
     return files;
+}
+
+folder_lock::folder_lock(const fs::path &folder)
+    : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+{
+    if (folder_.get() < 0)
+        throw failure(folder.string() + ": is no device folder (make one with simdev init)");
+    if (flock(folder_.get(), LOCK_EX | LOCK_NB) < 0)
+        throw failure(folder.string() + ": another simdev is at work on it");
 }
 
 } // namespace simdev

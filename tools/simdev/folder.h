@@ -16,13 +16,14 @@
 #include <map>
 #include <string>
 
+#include "tools/common/files.h"
 #include "tools/device/device.h"
 
 namespace simdev {
 
 /// Makes the folder for the device that `text` describes; `name` stands for the text in errors. All
-/// partitions are erased (bytes FF). Throws failure; a folder that exists must be
-/// empty.
+/// partitions are erased (bytes FF). Throws failure; a folder that exists must be empty. Where it
+/// fails or simdev is interrupted, nothing of it is left.
 void make_folder(const std::filesystem::path &folder, const std::string &text,
                  const std::string &name);
 
@@ -35,5 +36,15 @@ std::filesystem::path folder_path(const std::filesystem::path &folder, const cha
 
 /// The partitions there are: number -> file.
 std::map<int, std::filesystem::path> partition_files(const std::filesystem::path &folder);
+
+/// The folder is one command's at a time.
+class folder_lock {
+public:
+    /// Throws failure where there is no such folder, and where another simdev has it.
+    explicit folder_lock(const std::filesystem::path &folder);
+
+private:
+    descriptor folder_;
+};
 
 } // namespace simdev

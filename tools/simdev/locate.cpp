@@ -6,7 +6,6 @@
 #include <link.h>
 
 #include "tools/common/files.h"
-#include "tools/simdev/failure.h"
 
 namespace simdev {
 

@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
 // The command line of simdev.
+#include <arpa/inet.h>
+
 #include <CLI/CLI.hpp>
 
 #include "tools/common/command_line.h"
+#include "tools/common/failure.h"
 #include "tools/simdev/commands.h"
 #include "tools/simdev/core/faults.h"
-#include "tools/simdev/failure.h"
 
 namespace {
 
@@ -17,9 +19,42 @@ using command = int (*)(const command_options &options);
 std::string fault_help()
 {
     std::string text = "Faults:\n";
-    for (const fault_description &fault : fault_descriptions)
+    for (const fault_row &fault : fault_rows)
         text += std::string("  ") + fault.form + "\n      " + fault.text + "\n";
     return text;
+}
+
+bool is_port(const std::string &text)
+{
+    const bool digits = !text.empty() && text.size() <= 5 &&
+                        text.find_first_not_of("0123456789") == std::string::npos;
+    return digits && std::stoi(text) >= 1 && std::stoi(text) <= 65535;
+}
+
+std::string check_port_map(const std::string &pair)
+{
+    const size_t sign = pair.find('=');
+    const bool right = sign != std::string::npos && is_port(pair.substr(0, sign)) &&
+                       is_port(pair.substr(sign + 1));
+    return right ? ""
+                 : "\"" + pair +
+                       "\" is not A=B, two ports of 1 to 65535: the device's and the one that the "
+                       "server listens on";
+}
+
+std::string check_host_map(const std::string &pair)
+{
+    const size_t sign = pair.find('=');
+    in_addr address = {};
+    const bool right = sign != std::string::npos && sign > 0 && sign < 128 &&
+                       inet_pton(AF_INET, pair.c_str() + sign + 1, &address) == 1;
+    return right ? "" : "\"" + pair + "\" is not NAME=ADDRESS with an address as 127.0.0.1";
+}
+
+std::string check_receiver(const std::string &pair)
+{
+    const bool right = pair.size() > 2 && (pair[0] == '1' || pair[0] == '2') && pair[1] == '=';
+    return right ? "" : "\"" + pair + "\" is not 1=PATH or 2=PATH";
 }
 
 void add_folder(CLI::App *sub, command_options &options)
@@ -38,8 +73,17 @@ void add_run_options(CLI::App *sub, command_options &options)
                     "Where the TFTP server really listens: UDP port 69 of the device")
         ->check(CLI::Range(1, 65535));
     sub->add_option("--map-port", options.run.port_maps,
-                    "A=B: what the device sends to TCP port A goes to B; may be repeated")
-        ->allow_extra_args(false);
+                    "A=B: what the device sends to TCP port A, of whatever address, goes to port B "
+                    "of this machine; may be repeated")
+        ->allow_extra_args(false)
+        ->check(check_port_map);
+    sub->add_option("--map-host", options.run.host_maps,
+                    "NAME=ADDRESS: the host NAME, or the address, is ADDRESS; may be repeated")
+        ->allow_extra_args(false)
+        ->check(check_host_map);
+    sub->add_flag("--real-network", options.run.real_network,
+                  "Addresses and names that nothing maps are those of the real network, not "
+                  "unreachable");
     sub->add_option("--grace", options.run.grace_ms,
                     "Fast: real milliseconds that a peer may take to answer")
         ->check(CLI::Range(1, 3'600'000))
@@ -73,11 +117,7 @@ void describe(CLI::App &app, command_options &options, command &chosen)
            },
            "N=PATH: status receiver N (1 .upgrd_info, 2 .syscfg-server) is who listens on PATH")
         ->allow_extra_args(false)
-        ->check([](const std::string &pair) {
-            const bool right =
-                pair.size() > 2 && (pair[0] == '1' || pair[0] == '2') && pair[1] == '=';
-            return right ? "" : "\"" + pair + "\" is not 1=PATH or 2=PATH";
-        });
+        ->check(check_receiver);
     run->add_option("--seed", options.run.seed, "For what a fault leaves open");
     run->add_option("--log", options.log_file, "Write each operation as a line of JSON");
     run->add_option(
@@ -97,11 +137,6 @@ void describe(CLI::App &app, command_options &options, command &chosen)
         ->add_option("--torn", options.torn,
                      "Cut inside each write, behind so many bytes, not behind it")
         ->check(CLI::Range(0, 4096));
-
-    CLI::App *watchdog =
-        add("watchdog", "Show how long an upgrade leaves the watchdog without a kick",
-            watchdog_command);
-    add_run_options(watchdog, options);
 }
 
 } // namespace
@@ -112,5 +147,5 @@ int main(int argc, char **argv)
     command_options options;
     command chosen = nullptr;
     describe(app, options, chosen);
-    return run_command_line(app, argc, argv, exit_own_failure, [&] { return chosen(options); });
+    return run_command_line(app, argc, argv, exit_runner_trouble, [&] { return chosen(options); });
 }

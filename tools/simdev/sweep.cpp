@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -14,11 +15,9 @@
 #include <utility>
 
 #include "tools/common/files.h"
-#include "tools/simdev/clock.h"
-#include "tools/simdev/core/sim.h"
-#include "tools/simdev/failure.h"
+#include "tools/simdev/core/watchdog.h"
 #include "tools/simdev/folder.h"
-#include "tools/simdev/summary.h"
+#include "tools/simdev/interrupt.h"
 
 namespace simdev {
 
@@ -33,7 +32,7 @@ public:
     {
         std::string name = (fs::temp_directory_path() / "simdev-sweep-XXXXXX").string();
         if (mkdtemp(name.data()) == nullptr)
-            throw failure(name + ": cannot be made");
+            throw failure(name + ": cannot be made: " + strerror(errno));
         path_ = name;
     }
     scratch_folder(const scratch_folder &) = delete;
@@ -76,7 +75,7 @@ public:
         if (fd >= 0)
             close(fd);
         if (address == MAP_FAILED)
-            throw failure(path.string() + ": cannot be mapped");
+            throw failure(path.string() + ": cannot be mapped: " + strerror(errno));
         data_ = static_cast<char *>(address);
     }
     mapped_partition(mapped_partition &&other) noexcept
@@ -128,13 +127,12 @@ reference run_undisturbed(const run_options &options)
 {
     reference result;
     std::set<int> written;
-    const run_outcome outcome =
-        run_program(options, {[&](const operation &operation, std::string_view) {
-                        if (operation.op != "write")
-                            return;
-                        result.writes++;
-                        written.insert(operation.target.back() - '0');
-                    }});
+    const run_outcome outcome = run_program(options, [&](const sim_operation &operation) {
+        if (operation.op != op_write)
+            return;
+        result.writes++;
+        written.insert(std::string_view(operation.target).back() - '0');
+    });
     if (outcome.exit_status != 0 && !outcome.interrupted)
         throw failure("the undisturbed run ends with exit status " +
                       std::to_string(outcome.exit_status) +
@@ -169,9 +167,8 @@ public:
                           " ends with exit status " + std::to_string(cut.exit_status));
         cut_point point;
         point.write = write;
-        for (const auto &[number, content] :
-             read_partitions(options_.folder, reference_.partitions))
-            point.partitions[number] = judge(number, content);
+        for (const auto &[number, partition] : partitions_)
+            point.partitions[number] = judge(number, partition.content());
         options_.faults.clear();
         point.recovery_status = run_program(options_, {}).exit_status;
         point.recovered = point.recovery_status == 0;
@@ -183,15 +180,16 @@ public:
 private:
     partition_state judge(int number, std::string_view content) const
     {
-        const trailer_state trailer = judge_trailer(content);
         partition_state state;
         // Where an upgrade changes nothing, what is there counts as new.
         if (content == reference_.after.at(number))
             state.content = content_state::new_content;
         else if (content != reference_.before.at(number))
             state.content = content_state::mixed;
-        state.consistent = trailer.consistent;
-        state.matches = trailer.matches;
+        state.trailer =
+            judge_trailer(image::memory_reader(
+                              {reinterpret_cast<const uint8_t *>(content.data()), content.size()}))
+                .state;
         return state;
     }
 
@@ -255,7 +253,8 @@ private:
 sweep_result sweep(const run_options &options, int jobs, int64_t torn,
                    const std::function<void(int64_t, int64_t)> &done)
 {
-    const int64_t started_us = now_us();
+    const auto started = std::chrono::steady_clock::now();
+    const folder_lock lock(options.folder);
     read_folder(options.folder); // says what is wrong before anything is copied
     const scratch_folder scratch;
     run_options undisturbed = options;
@@ -281,7 +280,9 @@ sweep_result sweep(const run_options &options, int jobs, int64_t torn,
     result.writes = reference.writes;
     result.partitions = reference.partitions;
     result.interrupted = is_interrupted();
-    result.real_us = now_us() - started_us;
+    result.real_us = std::chrono::duration_cast<std::chrono::microseconds>(
+                         std::chrono::steady_clock::now() - started)
+                         .count();
     return result;
 }
 

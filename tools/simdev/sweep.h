@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
-#include "tools/simdev/runner.h"
+#include "tools/image/trailer.h"
+#include "tools/simdev/launch.h"
+#include "tools/simdev/report.h"
 
 namespace simdev {
 
@@ -24,8 +24,7 @@ enum class content_state {
 
 struct partition_state {
     content_state content = content_state::old_content;
-    bool consistent = false; ///< the trailer's magic and check word are right
-    bool matches = false;    ///< and so is its CRC over the stated length
+    image::trailer_state trailer = image::trailer_state::none;
     bool operator==(const partition_state &) const = default;
 };
 
@@ -35,6 +34,12 @@ struct cut_point {
     std::map<int, partition_state> partitions; ///< those that the upgrade writes to
     bool recovered = false;  ///< the next run leaves exactly what the undisturbed one does
     int recovery_status = 0; ///< exit status of that run
+    /// Whether both leave the same and come to the same: one row for both.
+    [[nodiscard]] bool same_as(const cut_point &other) const
+    {
+        return partitions == other.partitions && recovered == other.recovered &&
+               recovery_status == other.recovery_status;
+    }
 };
 
 struct sweep_result {
@@ -55,12 +60,12 @@ sweep_result sweep(const run_options &options, int jobs, int64_t torn,
 /// The numbers that the sweep is made for.
 struct sweep_counts {
     int64_t recovered = 0;
-    int64_t deceptive = 0;  ///< points with a partition that is mixed under a consistent trailer
+    int64_t deceptive =
+        0; ///< points with a mixed partition under a trailer with a right check word
     int64_t undetected = 0; ///< of these: the CRC matches as well
 };
 sweep_counts count_points(const sweep_result &result);
 
-std::string sweep_text(const sweep_result &result);
-nlohmann::json sweep_json(const sweep_result &result);
+report report_sweep(const sweep_result &result);
 
 } // namespace simdev

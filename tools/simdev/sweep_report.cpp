@@ -1,83 +1,87 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include <algorithm>
-#include <sstream>
-
-#include "platform/device.h"
-#include "tools/simdev/summary.h"
 #include "tools/simdev/sweep.h"
+
+#include <algorithm>
 
 namespace simdev {
 
 namespace {
 
-const char *content_name(content_state state)
+using nlohmann::json;
+
+constexpr const char *content_names[] = {"old", "new", "mixed"};
+
+const char *content_name(const partition_state &state)
 {
-    switch (state) {
-    case content_state::old_content:
-        return "old";
-    case content_state::new_content:
-        return "new";
-    case content_state::mixed:
-        break;
-    }
-    return "mixed";
+    return content_names[static_cast<size_t>(state.content)];
 }
 
 bool is_deceptive(const partition_state &state)
 {
-    return state.content == content_state::mixed && state.consistent;
+    return state.content == content_state::mixed && state.trailer != image::trailer_state::none;
+}
+
+bool is_undetected(const partition_state &state)
+{
+    return is_deceptive(state) && state.trailer == image::trailer_state::valid;
 }
 
 bool any(const cut_point &point, bool (*holds)(const partition_state &))
 {
-    return std::any_of(point.partitions.begin(), point.partitions.end(),
-                       [holds](const auto &entry) { return holds(entry.second); });
+    return std::ranges::any_of(point.partitions,
+                               [holds](const auto &entry) { return holds(entry.second); });
 }
 
-std::string state_text(const partition_state &state)
+std::string next_run(const cut_point &point)
 {
-    std::string text = content_name(state.content);
-    if (state.matches && state.content == content_state::mixed)
-        return text + ", TAKEN FOR WHOLE";
-    if (state.matches)
-        return text + ", valid";
-    return text + (state.consistent ? ", TRAILER ONLY" : ", not valid");
+    if (point.recovered)
+        return "recovers";
+    return (point.recovery_status == 0 ? "LEAVES ANOTHER FLASH, exit status "
+                                       : "FAILS, exit status ") +
+           std::to_string(point.recovery_status);
 }
 
-std::string pad(std::string text, size_t width)
+/// One row for each range of cut points that leave and come to the same.
+std::string point_rows(const sweep_result &result)
 {
-    text.resize(std::max(text.size(), width), ' ');
-    return text;
-}
-
-/// One row for each range of cut points that leave the same.
-std::string state_rows(const sweep_result &result)
-{
-    constexpr size_t width = 24;
-    std::ostringstream out;
-    out << pad("cut after write", 17);
+    constexpr size_t width = 20;
+    constexpr size_t range_width = 12;
+    std::string rows = pad("after write", range_width);
     for (const int number : result.partitions)
-        out << pad(partition_device(number).text, width);
-    out << "next run\n";
+        rows += pad("/dev/fla" + std::to_string(number), width);
+    rows += "next run";
     for (size_t first = 0; first < result.points.size();) {
         const cut_point &point = result.points[first];
         size_t last = first;
-        while (last + 1 < result.points.size() &&
-               result.points[last + 1].partitions == point.partitions &&
-               result.points[last + 1].recovered == point.recovered &&
+        while (last + 1 < result.points.size() && result.points[last + 1].same_as(point) &&
                result.points[last + 1].write == result.points[last].write + 1)
             last++;
-        const std::string range =
-            std::to_string(point.write) + " to " + std::to_string(result.points[last].write);
-        out << pad(first == last ? std::to_string(point.write) : range, 17);
+        std::string range = std::to_string(point.write);
+        if (last != first)
+            range += " to " + std::to_string(result.points[last].write);
+        rows += "\n" + pad(range, range_width);
         for (const auto &[number, state] : point.partitions)
-            out << pad(state_text(state), width);
-        out << (point.recovered ? "recovers"
-                                : "EXIT STATUS " + std::to_string(point.recovery_status))
-            << "\n";
+            rows += pad(std::string(content_name(state)) + ", " + name(state.trailer), width);
+        rows += next_run(point);
         first = last + 1;
     }
-    return out.str();
+    return rows;
+}
+
+json points_json(const sweep_result &result)
+{
+    json points = json::array();
+    for (const cut_point &point : result.points) {
+        json partitions;
+        for (const auto &[number, state] : point.partitions)
+            partitions[std::to_string(number)] = {{"content", content_name(state)},
+                                                  {"trailer", name(state.trailer)}};
+        points.push_back({{"write", point.write},
+                          {"partitions", partitions},
+                          {"recovered", point.recovered},
+                          {"recovery_status", point.recovery_status}});
+    }
+    return points;
 }
 
 } // namespace
@@ -88,55 +92,33 @@ sweep_counts count_points(const sweep_result &result)
     for (const cut_point &point : result.points) {
         counts.recovered += point.recovered ? 1 : 0;
         counts.deceptive += any(point, is_deceptive) ? 1 : 0;
-        counts.undetected +=
-            any(point,
-                [](const partition_state &state) { return is_deceptive(state) && state.matches; })
-                ? 1
-                : 0;
+        counts.undetected += any(point, is_undetected) ? 1 : 0;
     }
     return counts;
 }
 
-std::string sweep_text(const sweep_result &result)
+report report_sweep(const sweep_result &result)
 {
     const sweep_counts counts = count_points(result);
-    std::ostringstream out;
-    out << state_rows(result)
-        << "valid: the trailer's check word and the CRC over its length are right\n"
-        << "TRAILER ONLY: the check word is right, the CRC is not\n\n"
-        << "cut points swept                                        " << result.points.size()
-        << " of " << result.writes << "\n"
-        << "recovered by the next run, byte for byte                " << counts.recovered << "\n"
-        << "a mixed partition under a trailer with a right check    " << counts.deceptive << "\n"
-        << "  of these, its CRC over the stated length matches too  " << counts.undetected << "\n"
-        << "time                                                    "
-        << seconds_text(result.real_us) << "\n";
-    if (result.interrupted)
-        out << "Interrupted: the rest was not tried.\n";
-    return out.str();
-}
-
-nlohmann::json sweep_json(const sweep_result &result)
-{
-    const sweep_counts counts = count_points(result);
-    nlohmann::json json = {
-        {"writes", result.writes},          {"swept", result.points.size()},
-        {"recovered", counts.recovered},    {"mixed_under_consistent_trailer", counts.deceptive},
-        {"crc_matches", counts.undetected}, {"interrupted", result.interrupted},
-        {"real_us", result.real_us},        {"points", nlohmann::json::array()},
-    };
-    for (const cut_point &point : result.points) {
-        nlohmann::json partitions;
-        for (const auto &[number, state] : point.partitions)
-            partitions[std::to_string(number)] = {{"content", content_name(state.content)},
-                                                  {"trailer_valid", state.consistent},
-                                                  {"content_matches", state.matches}};
-        json["points"].push_back({{"write", point.write},
-                                  {"partitions", partitions},
-                                  {"recovered", point.recovered},
-                                  {"recovery_status", point.recovery_status}});
-    }
-    return json;
+    report report;
+    report.add("power cut", point_rows(result), {{"points", points_json(result)}});
+    report.add("swept",
+               std::to_string(result.points.size()) + " of " + std::to_string(result.writes) +
+                   " flash writes" +
+                   (result.interrupted ? "; interrupted: no more were tried" : ""),
+               {{"swept", result.points.size()},
+                {"writes", result.writes},
+                {"interrupted", result.interrupted}});
+    report.add("recovered", std::to_string(counts.recovered) + " by the next run, byte for byte",
+               {{"recovered", counts.recovered}});
+    report.add("deceptive",
+               std::to_string(counts.deceptive) +
+                   " with a mixed partition under a trailer with a right check word; at " +
+                   std::to_string(counts.undetected) + " of these its CRC is right, too",
+               {{"mixed_under_right_check_word", counts.deceptive},
+                {"mixed_but_valid", counts.undetected}});
+    report.add("duration", "real " + seconds_text(result.real_us), {{"real_us", result.real_us}});
+    return report;
 }
 
 } // namespace simdev

@@ -5,11 +5,11 @@ _simdev() {
     local word=$2 before=$3 command=${COMP_WORDS[1]}
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        mapfile -t COMPREPLY < <(compgen -W "init run sweep watchdog --help" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "init run sweep --help" -- "$word")
         return
     fi
     if [[ $word == -* ]]; then
-        local options="--program --tftp-port --map-port --grace --json --help"
+        local options="--program --tftp-port --map-port --map-host --real-network --grace --json --help"
         case $command in
         init) options="--device --help" ;;
         run) options+=" --fast --fault --receiver --seed --log --stdout --stderr" ;;
@@ -20,13 +20,13 @@ _simdev() {
     fi
     case $before in
     --fault)
-        mapfile -t COMPREPLY < <(compgen -W "cut@ write-error@ short-write@ bit-flip@ read-error@
-            open-error gpio-refuse receiver-missing receiver-stuck script-hang closed:fd=
-            watchdog:seconds= server-stall@ server-drip server-cut@" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "cut@ write-error@ short-write@ bit-flip@ read-error@ open-error seek-error@ sync-slow gpio-refuse
+            receiver-missing receiver-stuck script-hang closed:fd= watchdog:seconds= socket-error
+            server-stall@ server-drip server-cut@" -- "$word")
         compopt -o nospace 2>/dev/null # a number follows, or may
         return
         ;;
-    --tftp-port | --map-port | --grace | --receiver | --seed | --jobs | --torn | --) return ;;
+    --tftp-port | --map-port | --map-host | --grace | --receiver | --seed | --jobs | --torn | --) return ;;
     --device) mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word") ;;
     --program | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     *) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;; # a device is a folder

@@ -1,62 +1,21 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/core/faults.h"
 
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 namespace {
 
-enum fault_part : unsigned {
-    part_at = 1,        // "@N" may stand
-    part_at_needed = 2, // and must
-    part_times = 4,
-};
-
-// What a kind takes beside its name. Keys are separated by blanks.
-struct fault_grammar {
-    unsigned parts;
-    const char *keys;
-    const char *needed_key; // null: none
-    int64_t times;          // when "xM" does not stand
-};
-
 constexpr int64_t for_ever = INT64_MAX;
 
-const fault_grammar grammars[fault_kind_count] = {
-    {part_at | part_at_needed, "torn", nullptr, 1},
-    {part_at | part_at_needed | part_times, "", nullptr, 1},
-    {part_at | part_at_needed | part_times, "bytes", nullptr, 1},
-    {part_at | part_at_needed | part_times, "bit", nullptr, 1},
-    {part_at | part_at_needed | part_times, "", nullptr, 1},
-    {part_at | part_times, "partition", nullptr, 1},
-    {part_at | part_times, "", nullptr, for_ever},
-    {0, "receiver", nullptr, for_ever},
-    {0, "receiver", nullptr, for_ever},
-    {0, "", nullptr, 1},
-    {0, "fd", "fd", 1},
-    {0, "seconds", "seconds", 1},
-    {part_at | part_at_needed, "", nullptr, for_ever},
-    {0, "bytes seconds", nullptr, for_ever},
-    {part_at | part_at_needed, "", nullptr, for_ever},
-};
-
-struct key_row {
-    const char *name;
-    int64_t sim_fault::*member;
-    int64_t minimum;
-    int64_t maximum;
-};
-
-constexpr key_row keys[] = {
-    {"torn", &sim_fault::bytes, 0, INT32_MAX},  {"bytes", &sim_fault::bytes, 1, INT32_MAX},
-    {"bit", &sim_fault::bytes, 0, INT32_MAX},   {"partition", &sim_fault::partition, 0, 9},
-    {"seconds", &sim_fault::seconds, 0, 86400}, {"fd", &sim_fault::fd, 0, 2},
-    {"receiver", &sim_fault::receiver, 1, 2},
-};
+struct {
+    std::array<sim_fault, fault_capacity> faults;
+    size_t count;
+} state;
 
 // Reads a decimal number and moves `*text` behind it. False unless it lies in the range.
 bool take_number(const char **text, int64_t minimum, int64_t maximum, int64_t *number)
@@ -73,34 +32,26 @@ bool take_number(const char **text, int64_t minimum, int64_t maximum, int64_t *n
     return true;
 }
 
-// Whether the blank-separated list holds the `length` characters at `word`.
-bool has_word(const char *list, const char *word, size_t length)
+const fault_key *find_key(const fault_row *row, const char *name, size_t length)
 {
-    for (const char *at = list; *at != '\0'; at += strspn(at, " ")) {
-        const size_t size = strcspn(at, " ");
-        if (size == length && memcmp(at, word, length) == 0)
-            return true;
-        at += size;
-    }
-    return false;
+    for (const fault_key &key : row->keys)
+        if (key.name != nullptr && strlen(key.name) == length &&
+            memcmp(key.name, name, length) == 0)
+            return &key;
+    return nullptr;
 }
 
 // The pairs behind ":"; null when all is well, else what is wrong.
-const char *parse_pairs(const char *at, const fault_grammar *grammar, sim_fault *fault,
-                        bool *needed_seen)
+const char *parse_pairs(const char *at, const fault_row *row, sim_fault *fault, bool *needed_seen)
 {
     for (;;) { // ends with the text
         const size_t length = strcspn(at, "=,");
-        if (at[length] != '=' || !has_word(grammar->keys, at, length))
+        const fault_key *key = at[length] == '=' ? find_key(row, at, length) : nullptr;
+        if (key == nullptr)
             return "unknown key";
-        const key_row *row = nullptr;
-        for (const key_row &candidate : keys)
-            if (strlen(candidate.name) == length && memcmp(candidate.name, at, length) == 0)
-                row = &candidate;
-        if (grammar->needed_key != nullptr && strncmp(grammar->needed_key, at, length) == 0)
-            *needed_seen = true;
+        *needed_seen = *needed_seen || key->needed;
         at += length + 1;
-        if (row == nullptr || !take_number(&at, row->minimum, row->maximum, &(fault->*row->member)))
+        if (!take_number(&at, key->minimum, key->maximum, &(fault->*key->member)))
             return "a value is no number or out of its range";
         if (*at == '\0')
             return nullptr;
@@ -109,27 +60,24 @@ const char *parse_pairs(const char *at, const fault_grammar *grammar, sim_fault 
     }
 }
 
-const char *parse_rest(const char *at, const fault_grammar *grammar, sim_fault *fault)
+// What stands behind the name; null when all is well, else what is wrong.
+const char *parse_rest(const char *at, const fault_row *row, sim_fault *fault)
 {
-    bool at_seen = false;
-    if (*at == '@' && (grammar->parts & part_at) != 0) {
+    if (*at == '@' && row->at != fault_at::none) {
         at++;
-        if (!take_number(
-                &at, fault->kind == fault_server_stall || fault->kind == fault_server_cut ? 0 : 1,
-                INT32_MAX, &fault->at))
+        if (!take_number(&at, row->first, INT32_MAX, &fault->at))
             return "no usable number behind \"@\"";
-        at_seen = true;
-    }
-    if ((grammar->parts & part_at_needed) != 0 && !at_seen)
+    } else if (row->at == fault_at::needed) {
         return "\"@N\" is missing";
-    if (*at == 'x' && (grammar->parts & part_times) != 0) {
+    }
+    if (*at == 'x' && row->repeats) {
         at++;
         if (!take_number(&at, 1, INT32_MAX, &fault->times))
             return "no usable number behind \"x\"";
     }
-    bool needed_seen = grammar->needed_key == nullptr;
+    bool needed_seen = !row->keys[0].needed;
     if (*at == ':') {
-        const char *wrong = parse_pairs(at + 1, grammar, fault, &needed_seen);
+        const char *wrong = parse_pairs(at + 1, row, fault, &needed_seen);
         if (wrong != nullptr)
             return wrong;
     } else if (*at != '\0') {
@@ -140,53 +88,162 @@ const char *parse_rest(const char *at, const fault_grammar *grammar, sim_fault *
 
 } // namespace
 
-int fault_parse(const char *specification, sim_fault *fault, char *error, size_t error_size)
+int fault_parse(const char *text, sim_fault *fault, char *error, size_t error_size)
 {
     for (int kind = 0; kind < fault_kind_count; kind++) {
-        const size_t length = strlen(fault_descriptions[kind].name);
-        if (strncmp(specification, fault_descriptions[kind].name, length) != 0 ||
-            strchr("@x:", specification[length]) == nullptr) // the terminator counts as found
+        const fault_row &row = fault_rows[kind];
+        const size_t length = strlen(row.name);
+        if (strncmp(text, row.name, length) != 0 ||
+            strchr("@x:", text[length]) == nullptr) // the terminator counts as found
             continue;
-        *fault = {static_cast<fault_kind>(kind), 1, grammars[kind].times, -1, -1, 1, -1, -1};
-        const char *wrong = parse_rest(specification + length, &grammars[kind], fault);
+        *fault = {static_cast<fault_kind>(kind), 1, row.times, -1, -1, 1, -1, -1};
+        const char *wrong = parse_rest(text + length, &row, fault);
         if (wrong == nullptr)
             return 0;
-        snprintf(error, error_size, "fault \"%s\": %s (the form is %s)", specification, wrong,
-                 fault_descriptions[kind].form);
+        snprintf(error, error_size, "fault \"%s\": %s (the form is %s)", text, wrong, row.form);
         return -1;
     }
-    snprintf(error, error_size, "fault \"%s\": there is no fault of this name", specification);
+    snprintf(error, error_size, "fault \"%s\": there is no fault of this name", text);
     return -1;
 }
 
-bool fault_hits(const sim_fault *fault, int64_t number)
+int faults_start(const char *list, char *error, size_t error_size)
 {
-    return number >= fault->at && number - fault->at < fault->times;
+    state = {};
+    while (*list != '\0') {
+        char text[256];
+        const size_t length = strcspn(list, ";");
+        if (length >= sizeof text || state.count == fault_capacity) {
+            snprintf(error, error_size, "%s",
+                     length >= sizeof text ? "too long a fault" : "too many faults");
+            return -1;
+        }
+        memcpy(text, list, length);
+        text[length] = '\0';
+        if (length > 0 && fault_parse(text, &state.faults[state.count++], error, error_size) < 0)
+            return -1;
+        list += length + (list[length] == ';' ? 1 : 0);
+    }
+    return 0;
 }
 
-const fault_description fault_descriptions[fault_kind_count] = {
-    {"cut", "cut@N[:torn=K]",
-     "the power fails after flash write N, of which only K bytes arrived if K is given"},
-    {"write-error", "write-error@N[xM]", "flash writes N to N+M-1 fail"},
-    {"short-write", "short-write@N[xM][:bytes=K]",
-     "flash writes N to N+M-1 write only K bytes (half if not given)"},
-    {"bit-flip", "bit-flip@N[xM][:bit=K]",
-     "bit K (chosen by --seed if not given) of flash writes N to N+M-1 is stored inverted"},
-    {"read-error", "read-error@N[xM]", "flash reads N to N+M-1 fail"},
-    {"open-error", "open-error[@N][xM][:partition=P]",
-     "opens N to N+M-1 (the first if not given) of partition P, or of each partition, fail"},
-    {"gpio-refuse", "gpio-refuse[@N][xM]",
-     "the GPIO device refuses kicks N to N+M-1 (all if not given)"},
-    {"receiver-missing", "receiver-missing[:receiver=R]",
-     "nobody receives status datagrams (R: 1 .upgrd_info, 2 .syscfg-server)"},
-    {"receiver-stuck", "receiver-stuck[:receiver=R]",
-     "the receivers exist and do not read; eleven datagrams fit into each one's queue"},
-    {"script-hang", "script-hang", "the network-stop script does not end"},
-    {"closed", "closed:fd=F", "the program starts with descriptor F (0 to 2) closed"},
-    {"watchdog", "watchdog:seconds=S",
-     "the device is reset when S seconds of virtual time pass without a kick"},
-    {"server-stall", "server-stall@N", "each connection goes silent after N bytes"},
-    {"server-drip", "server-drip[:bytes=K,seconds=S]",
-     "the server sends K bytes (1) every S seconds (1) of virtual time"},
-    {"server-cut", "server-cut@N", "each connection ends after N bytes"},
+size_t fault_count()
+{
+    return state.count;
+}
+
+const sim_fault *fault_number(size_t index)
+{
+    return &state.faults[index];
+}
+
+const sim_fault *find_fault(fault_kind kind, int64_t number)
+{
+    for (size_t index = 0; index < state.count; index++) {
+        const sim_fault *fault = &state.faults[index];
+        if (fault->kind == kind && number >= fault->at && number - fault->at < fault->times)
+            return fault;
+    }
+    return nullptr;
+}
+
+int fault_index(const sim_fault *fault)
+{
+    return fault == nullptr ? -1 : static_cast<int>(fault - state.faults.data());
+}
+
+const fault_row fault_rows[fault_kind_count] = {
+    {.name = "cut",
+     .form = "cut@N[:torn=K]",
+     .text = "the power fails after flash write N, of which only K bytes arrived if K is given",
+     .at = fault_at::needed,
+     .keys = {{"torn", &sim_fault::bytes, 0, INT32_MAX, false}}},
+    {.name = "write-error",
+     .form = "write-error@N[xM]",
+     .text = "flash writes N to N+M-1 fail",
+     .at = fault_at::needed,
+     .repeats = true},
+    {.name = "short-write",
+     .form = "short-write@N[xM][:bytes=K]",
+     .text = "flash writes N to N+M-1 write only K bytes (half if not given)",
+     .at = fault_at::needed,
+     .repeats = true,
+     .keys = {{"bytes", &sim_fault::bytes, 0, INT32_MAX, false}}},
+    {.name = "bit-flip",
+     .form = "bit-flip@N[xM][:bit=K]",
+     .text = "bit K (chosen by --seed if not given) of flash writes N to N+M-1 is stored inverted",
+     .at = fault_at::needed,
+     .repeats = true,
+     .keys = {{"bit", &sim_fault::bytes, 0, INT32_MAX, false}}},
+    {.name = "read-error",
+     .form = "read-error@N[xM]",
+     .text = "flash reads N to N+M-1 fail",
+     .at = fault_at::needed,
+     .repeats = true},
+    {.name = "open-error",
+     .form = "open-error[@N][xM][:partition=P]",
+     .text = "opens N to N+M-1 (the first if not given) of partition P, or of each partition, fail",
+     .at = fault_at::optional,
+     .repeats = true,
+     .keys = {{"partition", &sim_fault::partition, 0, 9, false}}},
+    {.name = "seek-error",
+     .form = "seek-error@N[xM]",
+     .text = "flash seeks N to N+M-1 fail",
+     .at = fault_at::needed,
+     .repeats = true},
+    {.name = "sync-slow",
+     .form = "sync-slow[@N][xM]:seconds=S",
+     .text = "syncs N to N+M-1 (all if not given) take S seconds of virtual time",
+     .at = fault_at::optional,
+     .repeats = true,
+     .times = for_ever,
+     .keys = {{"seconds", &sim_fault::seconds, 1, 86400, true}}},
+    {.name = "gpio-refuse",
+     .form = "gpio-refuse[@N][xM]",
+     .text = "the GPIO device refuses kicks N to N+M-1 (all if not given)",
+     .at = fault_at::optional,
+     .repeats = true,
+     .times = for_ever},
+    {.name = "receiver-missing",
+     .form = "receiver-missing[:receiver=R]",
+     .text = "nobody receives status datagrams (R: 1 .upgrd_info, 2 .syscfg-server)",
+     .times = for_ever,
+     .keys = {{"receiver", &sim_fault::receiver, 1, 2, false}}},
+    {.name = "receiver-stuck",
+     .form = "receiver-stuck[:receiver=R]",
+     .text = "the receivers exist and do not read; eleven datagrams fit into each one's queue",
+     .times = for_ever,
+     .keys = {{"receiver", &sim_fault::receiver, 1, 2, false}}},
+    {.name = "script-hang", .form = "script-hang", .text = "the network-stop script does not end"},
+    {.name = "closed",
+     .form = "closed:fd=F",
+     .text = "the program starts with descriptor F (0 to 2) closed",
+     .keys = {{"fd", &sim_fault::fd, 0, 2, true}}},
+    {.name = "watchdog",
+     .form = "watchdog:seconds=S",
+     .text = "the device is reset when S seconds pass without a kick",
+     .keys = {{"seconds", &sim_fault::seconds, 1, 86400, true}}},
+    {.name = "socket-error",
+     .form = "socket-error[@N][xM]",
+     .text = "network sockets N to N+M-1 (the first if not given) cannot be made",
+     .at = fault_at::optional,
+     .repeats = true},
+    {.name = "server-stall",
+     .form = "server-stall@N",
+     .text = "each connection goes silent after N bytes",
+     .at = fault_at::needed,
+     .first = 0,
+     .times = for_ever},
+    {.name = "server-drip",
+     .form = "server-drip[:bytes=K,seconds=S]",
+     .text = "the server sends K bytes (1) every S seconds (1) of virtual time",
+     .times = for_ever,
+     .keys = {{"bytes", &sim_fault::bytes, 1, INT32_MAX, false},
+              {"seconds", &sim_fault::seconds, 0, 86400, false}}},
+    {.name = "server-cut",
+     .form = "server-cut@N",
+     .text = "each connection ends after N bytes",
+     .at = fault_at::needed,
+     .first = 0,
+     .times = for_ever},
 };

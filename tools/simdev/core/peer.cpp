@@ -4,18 +4,33 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/socket.h>
 
-void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const char *fault)
+#include "tools/simdev/core/clock.h"
+#include "tools/simdev/core/log.h"
+#include "tools/simdev/core/watchdog.h"
+
+namespace {
+
+int64_t grace_us;
+
+} // namespace
+
+void peer_start(int64_t microseconds)
+{
+    grace_us = microseconds;
+}
+
+void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const sim_fault *fault)
 {
     const int saved = errno;
-    if (really && !model.fast)
-        sleep_really(microseconds);
+    if (really && !clock_is_fast())
+        wait_really(std::min(microseconds, watchdog_left_us()));
     advance(microseconds);
-    sim_operation operation = make_operation("wait");
-    operation.target =
-        connection == nullptr || connection->target[0] == '\0' ? nullptr : connection->target;
+    sim_operation operation =
+        make_operation(op_wait, connection == nullptr ? nullptr : connection->target);
     operation.duration_us = microseconds;
-    operation.fault = fault;
+    operation.fault = fault_index(fault);
     log_operation(&operation);
     errno = saved;
 }
@@ -23,10 +38,10 @@ void wait_in_vain(const slot *connection, int64_t microseconds, bool really, con
 peer look_at_peer(const slot *connection)
 {
     peer result = {INT64_MAX, 0, false, nullptr};
-    if (!model.has_server_fault || (connection->kind != slot_tcp && connection->kind != slot_udp))
+    if (connection->kind != slot_tcp && connection->kind != slot_udp)
         return result;
-    for (size_t index = 0; index < model.fault_count; index++) {
-        const sim_fault *fault = &model.faults[index];
+    for (size_t index = 0; index < fault_count(); index++) {
+        const sim_fault *fault = fault_number(index);
         if (fault->kind == fault_server_stall || fault->kind == fault_server_cut) {
             const int64_t left = std::max<int64_t>(fault->at - connection->received, 0);
             result.bytes = std::min(result.bytes, left);
@@ -38,20 +53,20 @@ peer look_at_peer(const slot *connection)
         } else if (fault->kind == fault_server_drip) {
             result.bytes = std::min(result.bytes, fault->bytes < 0 ? 1 : fault->bytes);
             result.silence_us =
-                std::max(result.silence_us, connection->drips_at_us - model.virtual_us);
+                std::max(result.silence_us, connection->drips_at_us - clock_virtual_us());
         } else {
             continue;
         }
-        result.fault = fault_descriptions[fault->kind].name;
+        result.fault = fault;
     }
     return result;
 }
 
 void note_drip(slot *connection)
 {
-    for (size_t index = 0; index < model.fault_count; index++)
-        if (model.faults[index].kind == fault_server_drip)
-            connection->drips_at_us = model.virtual_us + model.faults[index].seconds * 1'000'000;
+    const sim_fault *fault = find_fault(fault_server_drip, 1);
+    if (fault != nullptr)
+        connection->drips_at_us = clock_virtual_us() + fault->seconds * 1'000'000;
 }
 
 bool outlast(const slot *connection, const peer *peer, int64_t timeout_us)
@@ -59,7 +74,7 @@ bool outlast(const slot *connection, const peer *peer, int64_t timeout_us)
     if (peer->silence_us == 0)
         return true;
     if (timeout_us == 0 && peer->silence_us == never_us)
-        hang(peer->fault);
+        hang(fault_index(peer->fault));
     const bool enough = timeout_us == 0 || peer->silence_us <= timeout_us;
     wait_in_vain(connection, enough ? peer->silence_us : timeout_us, true, peer->fault);
     return enough;
@@ -75,7 +90,10 @@ void waited_for::add(const slot *candidate)
 
 int64_t real_wait_us(int64_t timeout_us)
 {
-    return model.fast && timeout_us > model.grace_us ? model.grace_us : timeout_us;
+    const int64_t limit = clock_is_fast() ? grace_us : watchdog_left_us();
+    if (timeout_us < 0)
+        return clock_is_fast() || limit == INT64_MAX ? -1 : limit;
+    return std::min(timeout_us, limit);
 }
 
 bool sit_out_silence(const waited_for *waited, int64_t timeout_us)

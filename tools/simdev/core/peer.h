@@ -1,18 +1,22 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The other end of a connection as far as faults and waits go. Part of the model, not for others.
+// The other end of a connection as far as the server's faults and waits for it go.
 #pragma once
 
-#include "tools/simdev/core/model.h"
+#include "tools/simdev/core/descriptors.h"
+#include "tools/simdev/core/faults.h"
 
 constexpr int64_t never_us = INT64_MAX;
+
+/// `grace_us`: in fast mode, how long a peer may really take to answer.
+void peer_start(int64_t grace_us);
 
 /// What a server's fault leaves of a connection.
 struct peer {
     int64_t bytes;      ///< that can still be received in one call
     int64_t silence_us; ///< until then; never_us: for ever
     bool ended;
-    const char *fault; ///< null: none
+    const sim_fault *fault; ///< null: none
 };
 peer look_at_peer(const slot *connection);
 
@@ -20,7 +24,9 @@ peer look_at_peer(const slot *connection);
 void note_drip(slot *connection);
 
 /// Counts and logs a wait on `connection` (or null) that was in vain; `really` waits it as well.
-void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const char *fault);
+/// Leaves errno alone.
+void wait_in_vain(const slot *connection, int64_t microseconds, bool really,
+                  const sim_fault *fault);
 
 /// Sits out the peer's silence in a call that waits `timeout_us` (0: for ever). False when that is
 /// not enough; the time is counted then.
@@ -37,15 +43,9 @@ struct waited_for {
 /// passed.
 bool sit_out_silence(const waited_for *waited, int64_t timeout_us);
 
-/// How long a wait of `timeout_us` (-1: without end) really lasts at the most.
+/// How long a wait of `timeout_us` (-1: without end) really lasts at the most: no longer than the
+/// watchdog lets it.
 int64_t real_wait_us(int64_t timeout_us);
 
 /// Whether a call on `fd` with `flags` returns at once.
 bool does_not_block(int fd, int flags);
-
-/// The status receiver that an address means, or -1.
-int find_receiver(const sockaddr *address, socklen_t size);
-
-/// Sends a status datagram to it.
-ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data, size_t size,
-                      int flags);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The calls of the real system that the model needs, filled in by whichever face stands above it:
-// the model never makes a call that a face takes over in any other way.
+// The calls of the real system that the core needs: it never makes a call that a face takes over in
+// any other way.
 #pragma once
 
 #include <cstdio>
@@ -9,6 +9,7 @@
 // Musl's headers make open64, fopen64 and lseek64 macros of the plain names, which are for large
 // files there: all of them come first, so that the members below are named alike everywhere.
 #include <fcntl.h>
+#include <netdb.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
@@ -19,11 +20,6 @@
 template<typename Request> Request request_of(int (*)(int, Request, ...));
 /// What the C library has for the second parameter of `ioctl`: its kind of integer.
 using ioctl_request = decltype(request_of(&::ioctl));
-
-#ifndef SIMDEV_HAVE_STRERRORNAME
-/// As the GNU C library has it, from error_names.cpp.
-extern "C" const char *strerrorname_np(int error);
-#endif
 
 #ifdef _REDIR_TIME64
 // Musl where `long` has 32 bits: its headers give calls with times to these symbols, which is what
@@ -58,8 +54,11 @@ struct sim_real {
     ssize_t (*recvfrom)(int fd, void *buffer, size_t size, int flags, sockaddr *address,
                         socklen_t *address_size);
     int (*setsockopt)(int fd, int level, int name, const void *value, socklen_t size);
+    hostent *(*gethostbyname)(const char *name);
     pid_t (*waitpid)(pid_t pid, int *status, int options);
 };
 
-/// Defined and filled by the face before the first call reaches the model.
 extern sim_real real;
+
+/// Fills it in with what lies behind the face. False when that was done before.
+bool real_find();

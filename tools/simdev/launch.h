@@ -11,24 +11,9 @@
 #include <string>
 #include <vector>
 
-namespace simdev {
+#include "tools/simdev/core/operation.h"
 
-/// One line of the log, as the model wrote it (docs/simulated-device.md has the fields).
-struct operation {
-    uint64_t n = 0;
-    std::string op;
-    std::string target;
-    std::string text;  ///< of a datagram
-    std::string error; ///< the name of the errno, empty for a success
-    std::string fault; ///< the name of the fault that played a part, or empty
-    int64_t number = 0;
-    int64_t offset = 0;
-    int64_t length = 0;
-    int64_t result = 0;
-    int64_t duration_us = 0;
-    int64_t virtual_us = 0;
-    int64_t real_us = 0;
-};
+namespace simdev {
 
 struct run_options {
     std::filesystem::path folder;
@@ -38,6 +23,8 @@ struct run_options {
     int grace_ms = 1000;
     int tftp_port = 0;                  ///< real port behind UDP port 69; 0: 69
     std::vector<std::string> port_maps; ///< "21=2121": TCP ports
+    std::vector<std::string> host_maps; ///< "fw.example=127.0.0.1"
+    bool real_network = false;          ///< addresses that nothing covers are the real ones
     std::vector<std::string> faults;
     std::map<int, std::filesystem::path> receivers; ///< 1 or 2 -> the socket of who is it
     uint64_t seed = 0;
@@ -46,9 +33,8 @@ struct run_options {
     bool quiet = false;      ///< no log beyond the first line: the fastest
 };
 
-struct run_listener {
-    std::function<void(const operation &, std::string_view line)> on_operation;
-};
+/// Told each operation as it happens; may be empty.
+using run_listener = std::function<void(const sim_operation &)>;
 
 struct run_outcome {
     int exit_status = 0;       ///< the program's; 128 + signal when one ended it
@@ -57,16 +43,13 @@ struct run_outcome {
     bool interrupted = false;  ///< simdev was asked to stop and ended the program
 };
 
-/// Runs the program to its end. Throws failure when it cannot be started, does not run in the
-/// simulation, or the log is not complete; what read_device throws for a device.toml that is wrong.
+/// Runs the program to its end, or ends it when simdev is interrupted. Throws failure when it
+/// cannot be started, does not run in the simulation, or the log is not complete; what read_device
+/// throws for a device.toml that is wrong.
 run_outcome run_program(const run_options &options, const run_listener &listener);
 
 /// Where the program's output of a run is kept.
 std::filesystem::path stdout_path(const run_options &options);
 std::filesystem::path stderr_path(const run_options &options);
-
-/// Makes SIGINT and SIGTERM end the run under way; later ones fail at once.
-void catch_interrupts();
-bool is_interrupted();
 
 } // namespace simdev

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/simdev/runner.h"
+#include "tools/simdev/launch.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -11,19 +12,16 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/device.h"
 #include "tools/common/files.h"
-#include "tools/simdev/clock.h"
 #include "tools/simdev/core/faults.h"
-#include "tools/simdev/failure.h"
+#include "tools/simdev/core/settings.h"
 #include "tools/simdev/folder.h"
+#include "tools/simdev/interrupt.h"
 #include "tools/simdev/locate.h"
-#include "tools/simdev/log_reader.h"
+#include "tools/simdev/receiver_links.h"
 
 namespace simdev {
 
@@ -34,91 +32,14 @@ namespace {
 constexpr rlim_t highest_descriptor = 1000; // out of the way of what the program numbers
 constexpr int exit_not_started = 126;
 
-volatile sig_atomic_t interrupted = 0;
-
 [[noreturn]] void fail_with_errno(const std::string &what)
 {
     throw failure(what + ": " + strerror(errno));
 }
 
-/// The address of a socket through a descriptor of its folder: an address has room for 107
-/// characters only, a path for more.
-class socket_address {
-public:
-    explicit socket_address(const fs::path &path)
-        : folder_(open(path.parent_path().c_str(), O_PATH | O_CLOEXEC))
-    {
-        address_.sun_family = AF_UNIX;
-        const int size = snprintf(address_.sun_path, sizeof address_.sun_path,
-                                  "/proc/self/fd/%d/%s", folder_.get(), path.filename().c_str());
-        if (size >= static_cast<int>(sizeof address_.sun_path))
-            throw failure(path.string() + ": too long a name for a socket");
-    }
-    /// Whether somebody has bound a datagram socket there.
-    [[nodiscard]] bool has_listener() const
-    {
-        const descriptor probe(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-        return connect(probe.get(), reinterpret_cast<const sockaddr *>(&address_),
-                       sizeof address_) == 0;
-    }
-
-private:
-    descriptor folder_;
-    sockaddr_un address_ = {};
-};
-
-/// The device's status receivers for the time of a run: somebody else's socket that is linked into
-/// the folder, what somebody has bound in the folder himself, or else nothing, and then the
-/// simulation receives.
-class receivers_of_run {
-public:
-    explicit receivers_of_run(const run_options &options)
-    {
-        for (size_t index = 0; index < std::size(status_receivers); index++) {
-            const fs::path place = folder_path(options.folder, status_receivers[index]);
-            const auto wanted = options.receivers.find(static_cast<int>(index) + 1);
-            const bool linked = wanted != options.receivers.end();
-            if (!linked && !fs::is_symlink(place) && socket_address(place).has_listener()) {
-                foreign_ += static_cast<char>('1' + index);
-                continue;
-            }
-            std::error_code error;
-            fs::remove(place, error); // left by one that was killed
-            if (!linked)
-                continue;
-            const fs::path target = fs::absolute(wanted->second);
-            if (!socket_address(target).has_listener())
-                throw failure("receiver " + std::to_string(index + 1) + ": nobody listens on " +
-                              target.string());
-            fs::create_symlink(target, place, error);
-            if (error)
-                throw failure(place.string() + ": " + error.message());
-            links_.push_back(place);
-            foreign_ += static_cast<char>('1' + index);
-        }
-    }
-    receivers_of_run(const receivers_of_run &) = delete;
-    receivers_of_run &operator=(const receivers_of_run &) = delete;
-    ~receivers_of_run()
-    {
-        std::error_code ignored;
-        for (const fs::path &link : links_)
-            fs::remove(link, ignored);
-    }
-    /// "1", "2", "12" or "": those that somebody else is.
-    [[nodiscard]] const std::string &foreign() const
-    {
-        return foreign_;
-    }
-
-private:
-    std::vector<fs::path> links_;
-    std::string foreign_;
-};
-
 /// What the faults ask of simdev itself, and the list for the model.
 struct fault_list {
-    std::string specifications;
+    std::string texts;
     std::array<bool, 3> closed = {};
 };
 
@@ -132,7 +53,7 @@ fault_list read_faults(const std::vector<std::string> &faults)
             throw failure(error);
         if (fault.kind == fault_closed)
             list.closed[static_cast<size_t>(fault.fd)] = true;
-        list.specifications += text + ";";
+        list.texts += text + ";";
     }
     return list;
 }
@@ -146,13 +67,11 @@ int log_descriptor()
     return static_cast<int>(std::min(highest_descriptor, limit.rlim_cur - 1));
 }
 
-std::string port_list(const run_options &options)
+std::string joined(std::string list, const std::string &prefix,
+                   const std::vector<std::string> &texts)
 {
-    std::string list;
-    if (options.tftp_port > 0)
-        list = "udp:69=" + std::to_string(options.tftp_port) + ",";
-    for (const std::string &pair : options.port_maps)
-        list += "tcp:" + pair + ",";
+    for (const std::string &text : texts)
+        list += prefix + text + ",";
     return list;
 }
 
@@ -171,19 +90,24 @@ std::vector<std::string> make_environment(const run_options &options, const faul
     }
     for (const auto &[type, condition] : device.requirements)
         environment.push_back(requirement_variable(type) + "=" + condition);
-    const auto set = [&environment](const char *name, const std::string &value) {
-        environment.push_back(std::string("SIMDEV_") + name + "=" + value);
+    const std::string tftp =
+        options.tftp_port > 0 ? "udp:69=" + std::to_string(options.tftp_port) + "," : "";
+    const std::array<std::string, setting_count> settings = {
+        fs::absolute(options.folder).string(),
+        options.fast ? "1" : "0",
+        std::to_string(options.grace_ms),
+        joined(tftp, "tcp:", options.port_maps),
+        joined("", "", options.host_maps),
+        options.real_network ? "1" : "0",
+        faults.texts,
+        foreign_receivers,
+        std::to_string(options.seed),
+        std::to_string(std::llround(device.script.seconds * 1e6)),
+        std::to_string(log_descriptor()),
+        options.quiet ? "1" : "0",
     };
-    set("FOLDER", fs::absolute(options.folder).string());
-    set("FAST", options.fast ? "1" : "0");
-    set("GRACE_MS", std::to_string(options.grace_ms));
-    set("PORTS", port_list(options));
-    set("FAULTS", faults.specifications);
-    set("RECEIVERS", foreign_receivers);
-    set("SEED", std::to_string(options.seed));
-    set("SCRIPT_US", std::to_string(std::llround(device.script.seconds * 1e6)));
-    set("LOG_FD", std::to_string(log_descriptor()));
-    set("QUIET", options.quiet ? "1" : "0");
+    for (size_t index = 0; index < settings.size(); index++)
+        environment.push_back(setting_names[index] + ("=" + settings.at(index)));
     if (wrapped) {
         // The program keeps its memory to its end by design; a finding has a status of its own.
         environment.emplace_back("ASAN_OPTIONS=detect_leaks=0:exitcode=99");
@@ -250,22 +174,34 @@ bool place(int fd, int number)
     _exit(exit_not_started);
 }
 
-/// Follows the program until its log ends, which is when it has ended.
-void follow(pid_t pid, int log, log_reader &reader)
+/// Hands the program's operations on until the pipe ends, which is when it has ended. Their number.
+uint64_t follow(pid_t pid, int pipe, const run_listener &listener)
 {
-    pollfd waited = {log, POLLIN, 0};
-    std::string buffer(65536, '\0');
-    for (bool told = false;;) { // ends with the log
-        if (interrupted != 0 && !told) {
+    std::vector<char> bytes;
+    uint64_t count = 0;
+    std::array<char, 128 * sizeof(sim_operation)> buffer;
+    pollfd waited = {pipe, POLLIN, 0};
+    for (bool told = false;;) { // ends with the pipe
+        if (is_interrupted() && !told) {
             kill(pid, SIGTERM);
             told = true;
         }
         if (poll(&waited, 1, -1) < 0)
             continue; // a signal: looked at above
-        const ssize_t size = read(log, buffer.data(), buffer.size());
+        const ssize_t size = read(pipe, buffer.data(), buffer.size());
         if (size <= 0)
-            return;
-        reader.take(std::string_view(buffer).substr(0, static_cast<size_t>(size)));
+            return count;
+        bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + size);
+        size_t taken = 0;
+        for (; bytes.size() - taken >= sizeof(sim_operation); taken += sizeof(sim_operation)) {
+            sim_operation operation;
+            memcpy(&operation, bytes.data() + taken, sizeof operation);
+            if (operation.n != ++count)
+                throw failure("operation " + std::to_string(count) + " is missing");
+            if (listener)
+                listener(operation);
+        }
+        bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(taken));
     }
 }
 
@@ -301,7 +237,7 @@ private:
 {
     if (exit_status == exit_not_started)
         throw failure(program.string() + ": cannot be started");
-    if (exit_status == exit_own_failure && stderr_path(options) != "-") {
+    if (exit_status == exit_runner_trouble && stderr_path(options) != "-") {
         std::string said = read_text(stderr_path(options));
         if (!said.empty() && said.back() == '\n')
             said.pop_back();
@@ -326,20 +262,6 @@ fs::path stderr_path(const run_options &options)
                                        : fs::path(options.stderr_file);
 }
 
-void catch_interrupts()
-{
-    struct sigaction action = {};
-    action.sa_handler = [](int) { interrupted = 1; };
-    action.sa_flags = static_cast<int>(SA_RESETHAND); // a second one ends simdev itself
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
-bool is_interrupted()
-{
-    return interrupted != 0;
-}
-
 run_outcome run_program(const run_options &options, const run_listener &listener)
 {
     const fs::path program = options.program.empty() ? find_program() : options.program;
@@ -348,9 +270,9 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     if (!wrapped && !takes_preload(program))
         throw failure(program.string() + ": is not linked dynamically for this machine, so that it "
                                          "cannot run in the simulation");
-    const receivers_of_run receivers_of_device(options);
+    const receiver_links receivers(options.folder, options.receivers);
     std::vector<std::string> environment =
-        make_environment(options, faults, wrapped, receivers_of_device.foreign());
+        make_environment(options, faults, wrapped, receivers.foreign());
     std::vector<std::string> arguments = {"upgrade"};
     arguments.insert(arguments.end(), options.arguments.begin(), options.arguments.end());
     std::vector<char *> environment_table = pointers(environment);
@@ -367,7 +289,7 @@ run_outcome run_program(const run_options &options, const run_listener &listener
     const descriptor log(pipe_ends[0]);
     descriptor log_input(pipe_ends[1]);
 
-    const int64_t started_us = now_us();
+    const auto started = std::chrono::steady_clock::now();
     const child_setup setup = {program.c_str(), argument_table.data(), environment_table.data(),
                                output.get(),    error.get(),           log_input.get(),
                                library.get(),   log_descriptor(),      faults.closed};
@@ -378,16 +300,17 @@ run_outcome run_program(const run_options &options, const run_listener &listener
         become_program(setup);
     child child(pid);
     log_input.close();
-    log_reader reader(listener);
-    follow(pid, log.get(), reader);
+    const uint64_t count = follow(pid, log.get(), listener);
     const int status = child.wait();
     run_outcome outcome;
-    outcome.real_us = now_us() - started_us;
+    outcome.real_us = std::chrono::duration_cast<std::chrono::microseconds>(
+                          std::chrono::steady_clock::now() - started)
+                          .count();
     outcome.interrupted = is_interrupted();
     if (WIFSIGNALED(status))
         outcome.signal = WTERMSIG(status);
     outcome.exit_status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    if (reader.count() == 0 && !outcome.interrupted)
+    if (count == 0 && !outcome.interrupted)
         fail_without_log(options, program, outcome.exit_status);
     return outcome;
 }

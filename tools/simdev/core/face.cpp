@@ -15,15 +15,22 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <type_traits>
 #include <unistd.h>
 
+#include "tools/simdev/core/files.h"
+#include "tools/simdev/core/gpio.h"
+#include "tools/simdev/core/network.h"
+#include "tools/simdev/core/partitions.h"
 #include "tools/simdev/core/real.h"
-#include "tools/simdev/core/sim.h"
+#include "tools/simdev/core/script.h"
+#include "tools/simdev/core/settings.h"
+#include "tools/simdev/core/sleeps.h"
+#include "tools/simdev/core/sockets.h"
+#include "tools/simdev/core/waits.h"
 
 #ifdef SIMDEV_WRAP
 #define FACE(name) __wrap_##name
@@ -31,68 +38,18 @@
 #define FACE(name) name
 #endif
 
-sim_real real;
-
 #ifdef SIMDEV_WRAP
 // What simdev looks for in a program's file to know that it needs no preloaded library.
 extern "C" [[gnu::used]] const char simdev_face_mark[] = "simdev: the platform is wrapped";
 #endif
 
-// The calls that the model makes itself: REAL(name) once for each.
-#define REAL_CALLS                                                                                 \
-    REAL(open64)                                                                                   \
-    REAL(fopen64)                                                                                  \
-    REAL(read)                                                                                     \
-    REAL(write)                                                                                    \
-    REAL(lseek64)                                                                                  \
-    REAL(close)                                                                                    \
-    REAL(ioctl)                                                                                    \
-    REAL(clock_nanosleep)                                                                          \
-    REAL(select)                                                                                   \
-    REAL(poll)                                                                                     \
-    REAL(socket)                                                                                   \
-    REAL(connect)                                                                                  \
-    REAL(send)                                                                                     \
-    REAL(sendto)                                                                                   \
-    REAL(recv)                                                                                     \
-    REAL(recvfrom)                                                                                 \
-    REAL(setsockopt)                                                                               \
-    REAL(waitpid)
-
-#ifdef SIMDEV_WRAP
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
-// In two steps, for a name that is a macro: see real.h.
-#define REAL_NAME_AS_IT_IS(name) __real_##name
-#define REAL_NAME(name) REAL_NAME_AS_IT_IS(name)
-#define REAL(name) extern decltype(name) REAL_NAME(name);
-extern "C" {
-REAL_CALLS
-}
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-#undef REAL
-#define REAL(name) real.name = REAL_NAME(name);
-#else
-#define REAL(name) find(&real.name, #name);
-#endif
-
 namespace {
-
-#ifndef SIMDEV_WRAP
-template<typename Function> void find(Function *function, const char *name)
-{
-    *function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
-    if (*function == nullptr)
-        abort();
-}
-#endif
 
 // Before the program runs, or with the first call of a library that is set up earlier.
 [[gnu::constructor]] void start()
 {
-    if (real.waitpid != nullptr) // the last one in the list
-        return;
-    REAL_CALLS
-    sim_start_from_environment();
+    if (real_find())
+        sim_start_from_environment();
 }
 
 void check_size(size_t size, size_t capacity)
@@ -331,6 +288,12 @@ FUNCTION(int, setsockopt, (int fd, int level, int name, const void *value, sockl
 {
     start();
     return sim_setsockopt(fd, level, name, value, size);
+}
+
+FUNCTION(hostent *, gethostbyname, (const char *name), )
+{
+    start();
+    return sim_gethostbyname(name);
 }
 
 FUNCTION(pid_t, waitpid, (pid_t pid, int *status, int options), )

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/core/clock.h"
+
+#include <cerrno>
+
+#include "tools/simdev/core/real.h"
+
+namespace {
+
+constexpr int64_t second_us = 1'000'000;
+
+struct {
+    bool runs;
+    bool fast;
+    int64_t virtual_us;
+    int64_t started_us;
+} state;
+
+int64_t now_us()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return to_us(&now);
+}
+
+} // namespace
+
+void clock_start(bool fast)
+{
+    state = {true, fast, 0, now_us()};
+}
+
+void clock_stop()
+{
+    state = {};
+}
+
+bool clock_runs()
+{
+    return state.runs;
+}
+
+bool clock_is_fast()
+{
+    return state.fast;
+}
+
+int64_t clock_virtual_us()
+{
+    return state.virtual_us;
+}
+
+int64_t clock_real_us()
+{
+    return now_us() - state.started_us;
+}
+
+void clock_pass(int64_t microseconds)
+{
+    state.virtual_us += microseconds;
+}
+
+void wait_really(int64_t microseconds)
+{
+    timespec rest = to_timespec(microseconds);
+    while (real.clock_nanosleep(CLOCK_MONOTONIC, 0, &rest, &rest) == EINTR) {
+        // goes on with what is left
+    }
+}
+
+int64_t to_us(const timeval *time)
+{
+    return time->tv_sec * second_us + time->tv_usec;
+}
+
+int64_t to_us(const timespec *time)
+{
+    return time->tv_sec * second_us + (time->tv_nsec + 999) / 1000;
+}
+
+timeval to_timeval(int64_t microseconds)
+{
+    return {.tv_sec = static_cast<time_t>(microseconds / second_us),
+            .tv_usec = static_cast<suseconds_t>(microseconds % second_us)};
+}
+
+timespec to_timespec(int64_t microseconds)
+{
+    return {.tv_sec = static_cast<time_t>(microseconds / second_us),
+            .tv_nsec = static_cast<long>(microseconds % second_us * 1000)};
+}

@@ -1,0 +1,219 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/core/partitions.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "tools/simdev/core/clock.h"
+#include "tools/simdev/core/faults.h"
+#include "tools/simdev/core/log.h"
+#include "tools/simdev/core/real.h"
+#include "tools/simdev/core/watchdog.h"
+
+namespace {
+
+struct {
+    uint64_t seed;
+    int64_t writes, reads, seeks, syncs;
+    std::array<int64_t, 10> opens;
+} state;
+
+struct flash_call {
+    int fd;
+    slot *device;
+    int64_t offset;
+    int64_t number;
+    const sim_fault *fault;
+};
+
+flash_call begin(int fd, slot *device, int64_t *counter)
+{
+    return {fd, device, real.lseek64(fd, 0, SEEK_CUR), ++*counter, nullptr};
+}
+
+ssize_t finish(sim_op op, const flash_call *call, size_t asked, ssize_t result)
+{
+    sim_operation operation = make_operation(op, call->device->target);
+    operation.error = errno;
+    operation.offset = call->offset;
+    operation.length = static_cast<int64_t>(asked);
+    operation.result = result;
+    operation.number = call->number;
+    operation.fault = fault_index(call->fault);
+    log_operation(&operation);
+    return result;
+}
+
+// Writes all of it or fails, as far as the partition goes.
+ssize_t store(const flash_call *call, const void *data, size_t size)
+{
+    if (call->offset >= call->device->size && size > 0) {
+        errno = ENOSPC;
+        return -1;
+    }
+    const auto room = static_cast<size_t>(call->device->size - call->offset);
+    return real.write(call->fd, data, std::min(size, room));
+}
+
+uint64_t mix(uint64_t value)
+{
+    value += 0x9E3779B97F4A7C15; // splitmix64: any generator would do, this one is a line a step
+    value = (value ^ (value >> 30)) * 0xBF58476D1CE4E5B9;
+    value = (value ^ (value >> 27)) * 0x94D049BB133111EB;
+    return value ^ (value >> 31);
+}
+
+ssize_t store_torn(const flash_call *call, const void *data, size_t size)
+{
+    const auto torn = static_cast<size_t>(call->fault->bytes);
+    const size_t kept = call->fault->bytes < 0 ? size : std::min(size, torn);
+    finish(op_write, call, size, kept == 0 ? 0 : store(call, data, kept));
+    cut_power(fault_index(call->fault));
+}
+
+ssize_t store_nothing(const flash_call * /*call*/, const void * /*data*/, size_t /*size*/)
+{
+    errno = EIO;
+    return -1;
+}
+
+ssize_t store_part(const flash_call *call, const void *data, size_t size)
+{
+    const int64_t bytes = call->fault->bytes;
+    const size_t part = bytes < 0 ? size / 2 : std::min(size, static_cast<size_t>(bytes));
+    return part == 0 ? 0 : store(call, data, part);
+}
+
+// Stores the data and then turns one bit of what is stored.
+ssize_t store_flipped(const flash_call *call, const void *data, size_t size)
+{
+    const ssize_t result = store(call, data, size);
+    if (result <= 0)
+        return result;
+    const auto bits = static_cast<uint64_t>(result) * 8;
+    const uint64_t chosen = call->fault->bytes >= 0
+                                ? static_cast<uint64_t>(call->fault->bytes)
+                                : mix(state.seed + static_cast<uint64_t>(call->number));
+    const uint64_t bit = chosen % bits;
+    const auto flipped =
+        static_cast<uint8_t>(static_cast<const uint8_t *>(data)[bit / 8] ^ (1U << (bit % 8)));
+    real.lseek64(call->fd, call->offset + static_cast<int64_t>(bit / 8), SEEK_SET);
+    real.write(call->fd, &flipped, 1);
+    real.lseek64(call->fd, call->offset + result, SEEK_SET);
+    return result;
+}
+
+// What a write comes to instead; the first that applies does.
+constexpr struct {
+    fault_kind kind;
+    ssize_t (*store)(const flash_call *call, const void *data, size_t size);
+} write_faults[] = {
+    {fault_cut, store_torn},
+    {fault_write_error, store_nothing},
+    {fault_short_write, store_part},
+    {fault_bit_flip, store_flipped},
+};
+
+// The fault that open number `number` of `partition` runs into, or null.
+const sim_fault *open_fault(int partition, int64_t number)
+{
+    for (size_t index = 0; index < fault_count(); index++) {
+        const sim_fault *fault = fault_number(index);
+        if (fault->kind == fault_open_error && number >= fault->at &&
+            number - fault->at < fault->times &&
+            (fault->partition < 0 || fault->partition == partition))
+            return fault;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+void partitions_start(uint64_t seed)
+{
+    state = {};
+    state.seed = seed;
+}
+
+int open_partition(const char *path, const char *mapped, int partition, int flags)
+{
+    sim_operation operation = make_operation(op_open, path);
+    const sim_fault *fault = nullptr;
+    if (partition >= 0) {
+        operation.number = ++state.opens[static_cast<size_t>(partition)];
+        fault = open_fault(partition, operation.number);
+    }
+    errno = EIO;
+    // A device node is neither made nor emptied by being opened.
+    const int fd =
+        fault != nullptr ? -1 : real.open64(mapped, flags & ~(O_CREAT | O_TRUNC | O_EXCL), 0);
+    const int error = operation.error = errno;
+    if (slot *device = follow(fd, slot_partition)) {
+        device->partition = static_cast<int8_t>(partition);
+        snprintf(device->target, sizeof device->target, "%s", path);
+        device->size = real.lseek64(fd, 0, SEEK_END);
+        real.lseek64(fd, 0, SEEK_SET);
+    }
+    operation.result = fd < 0 ? -1 : 0;
+    operation.fault = fault_index(fault);
+    log_operation(&operation);
+    errno = error;
+    return fd;
+}
+
+ssize_t write_partition(int fd, slot *device, const void *data, size_t size)
+{
+    flash_call call = begin(fd, device, &state.writes);
+    for (const auto &[kind, play] : write_faults) {
+        call.fault = find_fault(kind, call.number);
+        if (call.fault != nullptr)
+            return finish(op_write, &call, size, play(&call, data, size));
+    }
+    return finish(op_write, &call, size, store(&call, data, size));
+}
+
+ssize_t read_partition(int fd, slot *device, void *buffer, size_t size)
+{
+    flash_call call = begin(fd, device, &state.reads);
+    call.fault = find_fault(fault_read_error, call.number);
+    if (call.fault != nullptr) {
+        errno = EIO;
+        return finish(op_read, &call, size, -1);
+    }
+    return finish(op_read, &call, size, real.read(fd, buffer, size));
+}
+
+off64_t seek_partition(int fd, slot *device, off64_t offset, int whence)
+{
+    sim_operation operation = make_operation(op_seek, device->target);
+    operation.number = ++state.seeks;
+    operation.offset = offset;
+    const sim_fault *fault = find_fault(fault_seek_error, operation.number);
+    errno = EIO;
+    operation.result = fault != nullptr ? -1 : real.lseek64(fd, offset, whence);
+    operation.error = errno;
+    operation.fault = fault_index(fault);
+    log_operation(&operation);
+    return operation.result;
+}
+
+void sim_sync()
+{
+    // What the program wrote is in its file already; a real sync would wait for all of this
+    // machine's disks.
+    sim_operation operation = make_operation(op_sync, nullptr);
+    operation.number = ++state.syncs;
+    const sim_fault *fault = find_fault(fault_sync_slow, operation.number);
+    if (fault != nullptr) {
+        operation.fault = fault_index(fault);
+        operation.duration_us = fault->seconds * 1'000'000;
+        if (!clock_is_fast())
+            wait_really(operation.duration_us);
+        advance(operation.duration_us);
+    }
+    log_operation(&operation);
+}

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// Compiled twice, as face.cpp: behind a preloaded library the real calls are found by name; behind
+// the linker's --wrap it has given them names of their own.
+#undef _FORTIFY_SOURCE // as in face.cpp: the names themselves are wanted
+#undef _FILE_OFFSET_BITS
+#define _FORTIFY_SOURCE 0
+
+#include "tools/simdev/core/real.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+sim_real real;
+
+// REAL(name) once for each call, waitpid last.
+#define REAL_CALLS                                                                                 \
+    REAL(open64)                                                                                   \
+    REAL(fopen64)                                                                                  \
+    REAL(read)                                                                                     \
+    REAL(write)                                                                                    \
+    REAL(lseek64)                                                                                  \
+    REAL(close)                                                                                    \
+    REAL(ioctl)                                                                                    \
+    REAL(clock_nanosleep)                                                                          \
+    REAL(select)                                                                                   \
+    REAL(poll)                                                                                     \
+    REAL(socket)                                                                                   \
+    REAL(connect)                                                                                  \
+    REAL(send)                                                                                     \
+    REAL(sendto)                                                                                   \
+    REAL(recv)                                                                                     \
+    REAL(recvfrom)                                                                                 \
+    REAL(setsockopt)                                                                               \
+    REAL(gethostbyname)                                                                            \
+    REAL(waitpid)
+
+#ifdef SIMDEV_WRAP
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
+// In two steps, for a name that is a macro: see real.h.
+#define REAL_NAME_AS_IT_IS(name) __real_##name
+#define REAL_NAME(name) REAL_NAME_AS_IT_IS(name)
+#define REAL(name) extern decltype(name) REAL_NAME(name);
+extern "C" {
+REAL_CALLS
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+#undef REAL
+#define REAL(name) real.name = REAL_NAME(name);
+#else
+#define REAL(name) find(&real.name, #name);
+#endif
+
+#ifndef SIMDEV_WRAP
+namespace {
+
+template<typename Function> void find(Function *function, const char *name)
+{
+    *function = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    if (*function == nullptr)
+        abort();
+}
+
+} // namespace
+#endif
+
+bool real_find()
+{
+    if (real.waitpid != nullptr)
+        return false;
+    REAL_CALLS
+    return true;
+}

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/simdev/core/watchdog.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "tools/simdev/core/clock.h"
+#include "tools/simdev/core/faults.h"
+#include "tools/simdev/core/log.h"
+
+namespace {
+
+constexpr int64_t day_us = INT64_C(86'400'000'000);
+
+struct {
+    const sim_fault *fault; // null: none
+    int64_t fed_virtual_us;
+    int64_t fed_real_us;
+} state;
+
+[[noreturn]] void end_program(sim_end status, sim_op op, int fault)
+{
+    sim_operation operation = make_operation(op, nullptr);
+    operation.fault = fault;
+    operation.result = status;
+    log_operation(&operation);
+    syscall(SYS_exit_group, status); // nothing is flushed and no handler runs: the power is gone
+    abort();
+}
+
+int64_t timeout_us()
+{
+    return state.fault->seconds * 1'000'000;
+}
+
+} // namespace
+
+void watchdog_start()
+{
+    state = {};
+    for (size_t index = 0; index < fault_count(); index++)
+        if (fault_number(index)->kind == fault_watchdog)
+            state.fault = fault_number(index);
+}
+
+void watchdog_feed()
+{
+    state.fed_virtual_us = clock_virtual_us();
+    state.fed_real_us = clock_real_us();
+}
+
+int64_t watchdog_left_us()
+{
+    if (state.fault == nullptr || clock_is_fast())
+        return INT64_MAX;
+    return std::max<int64_t>(timeout_us() - (clock_real_us() - state.fed_real_us), 0);
+}
+
+void advance(int64_t microseconds)
+{
+    log_pending(); // it happened before
+    clock_pass(microseconds);
+    if (state.fault != nullptr) {
+        const int64_t beyond = clock_virtual_us() - state.fed_virtual_us - timeout_us();
+        if (beyond > 0)
+            clock_pass(-beyond);
+        if (beyond > 0 || watchdog_left_us() == 0)
+            end_program(sim_end_reset, op_reset, fault_index(state.fault));
+    }
+    if (clock_virtual_us() > day_us)
+        end_program(sim_end_hang, op_hang, -1);
+}
+
+void hang(int fault)
+{
+    if (state.fault != nullptr)
+        advance(timeout_us() + 1);
+    end_program(sim_end_hang, op_hang, fault);
+}
+
+void cut_power(int fault)
+{
+    end_program(sim_end_power_cut, op_power_cut, fault);
+}

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+//
+// What a command has to say, in rows: each is a line or a block of text, and the same as JSON, so
+// that neither form can say what the other does not.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace simdev {
+
+class report {
+public:
+    /// `fields` is an object whose fields become fields of the whole; objects that several rows
+    /// have are merged. Further lines of `text` stand below the first.
+    void add(const std::string &label, const std::string &text, const nlohmann::json &fields);
+
+    /// The field `name` is an object, whichever rows it gets.
+    void begin(const std::string &name);
+
+    /// Label and text of each row, a line each as a rule.
+    [[nodiscard]] const std::string &text() const
+    {
+        return text_;
+    }
+    [[nodiscard]] const nlohmann::json &json() const
+    {
+        return json_;
+    }
+
+private:
+    std::string text_;
+    nlohmann::json json_ = nlohmann::json::object();
+};
+
+/// "12.345 s".
+std::string seconds_text(int64_t microseconds);
+
+/// `text` filled up with blanks to `width`.
+std::string pad(std::string text, size_t width);
+
+/// Bytes as text for JSON: those above 7F as the characters of these numbers.
+std::string json_text(std::string_view bytes);
+
+} // namespace simdev
