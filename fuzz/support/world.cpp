@@ -11,6 +11,7 @@
 
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/wrap.h"
+#include "tools/simdev/core/scripted_peer.h"
 
 namespace {
 
@@ -23,15 +24,16 @@ enum descriptor_kind { free_descriptor, stream_descriptor, datagram_descriptor, 
 struct descriptor {
     descriptor_kind kind = free_descriptor;
     bool connected = false;
-    size_t position = 0; // in the script of streams, or in the device
+    scripted_peer peer = {};
+    size_t position = 0; // in the device
     std::vector<uint8_t> *device = nullptr;
 };
 
 struct state {
     fuzz::world *world;
-    unsigned calls = 0;
+    nth_call calls = {};
     std::array<descriptor, descriptor_count> descriptors;
-    size_t next_stream = 0;   // where the next connection's script begins
+    scripted_peers peers = {};
     size_t next_datagram = 0; // in the script of datagrams
     unsigned whole_blocks = 0;
     uint16_t awaited = 0;
@@ -56,13 +58,6 @@ int new_descriptor(descriptor value)
     }
     fuzz::require(false, "a run needs no more than a few descriptors");
     return -1;
-}
-
-// The script byte at `position`, or a close at the end of the script.
-uint8_t control_at(size_t position)
-{
-    const std::vector<uint8_t> &script = current->world->streams;
-    return position < script.size() ? script[position] : uint8_t{fuzz::stream_close};
 }
 
 uint8_t next_script_byte()
@@ -128,7 +123,11 @@ namespace fuzz {
 
 run::run(world *world)
 {
-    current = new state{.world = world, .descriptors = {}, .memory = {}};
+    current = new state{.world = world,
+                        .calls = {.fails_at = world->fault},
+                        .descriptors = {},
+                        .peers = {world->streams},
+                        .memory = {}};
 }
 
 run::~run()
@@ -160,10 +159,7 @@ bool caught()
 
 bool fails_now()
 {
-    if (++current->calls != current->world->fault)
-        return false;
-    errno = EIO;
-    return true;
+    return current->calls.fails();
 }
 
 bool is_ours(int fd)
@@ -200,12 +196,7 @@ int close_descriptor(int fd)
 int connect_stream(int fd)
 {
     at(fd).connected = true;
-    at(fd).position = current->next_stream;
-    const size_t end = current->world->streams.size();
-    size_t position = current->next_stream;
-    for (; position < end && control_at(position) != stream_close; position++)
-        position += control_at(position) == stream_literal ? 1 : 0;
-    current->next_stream = std::min(end, position + 1);
+    at(fd).peer = current->peers.connect();
     return 0;
 }
 
@@ -220,10 +211,7 @@ bool readable(int fd)
         return current->whole_blocks > 0 ||
                current->next_datagram < current->world->datagrams.size();
     }
-    if (control_at(socket.position) != stream_silence)
-        return true;
-    socket.position++;
-    return false;
+    return socket.peer.readable();
 }
 
 ssize_t read_descriptor(int fd, void *buffer, size_t size)
@@ -241,31 +229,17 @@ ssize_t read_descriptor(int fd, void *buffer, size_t size)
         errno = ENOTCONN;
         return -1;
     }
-    size_t count = 0;
-    while (control_at(from.position) == stream_pause)
-        from.position++;
-    for (; count < size; count++) {
-        const uint8_t byte = control_at(from.position);
-        const bool ends = byte >= stream_interrupted && byte <= stream_failure;
-        if (ends && byte != stream_literal) {
-            if (count > 0 || byte == stream_close)
-                break;
-            from.position++;
-            errno = byte == stream_interrupted ? EINTR : byte == stream_silence ? EAGAIN : EIO;
-            return -1;
-        }
-        from.position += byte == stream_literal ? 1 : 0;
-        bytes[count] = control_at(from.position++);
-    }
-    return static_cast<ssize_t>(count);
+    return from.peer.read(buffer, size);
 }
 
 ssize_t write_descriptor(int fd, const void *buffer, size_t size)
 {
     descriptor &to = at(fd);
     const auto *bytes = static_cast<const uint8_t *>(buffer);
-    if (to.kind != device_descriptor)
+    if (to.kind != device_descriptor) {
+        to.peer.take(buffer, size);
         return static_cast<ssize_t>(size);
+    }
     if (to.device->size() < to.position + size)
         to.device->resize(to.position + size);
     std::copy_n(bytes, size, to.device->begin() + static_cast<std::ptrdiff_t>(to.position));

@@ -18,16 +18,6 @@ namespace fuzz {
 
 constexpr int first_descriptor = 500;
 
-/// Bytes with a meaning in the script of a stream; any other byte stands for itself.
-enum stream_control : uint8_t {
-    stream_interrupted = 0x1A, ///< the read is interrupted by a signal
-    stream_literal = 0x1B,     ///< the next byte stands for itself
-    stream_silence = 0x1C,     ///< the wait for data runs out
-    stream_close = 0x1D,       ///< the peer closes; what follows is the next connection's
-    stream_pause = 0x1E,       ///< the read ends here
-    stream_failure = 0x1F,     ///< the read fails
-};
-
 /// Kinds of record in the script of datagrams, taken modulo their number.
 enum datagram_kind : uint8_t {
     datagram_whole,     ///< the awaited TFTP block, 512 bytes of data; a byte: how many in a row
@@ -43,7 +33,7 @@ enum datagram_kind : uint8_t {
 
 /// What the world does in one run.
 struct world {
-    std::vector<uint8_t> streams;   ///< script of the TCP peers, in the order of the connects
+    std::vector<uint8_t> streams;   ///< script of the TCP peers (scripted_peer.h)
     std::vector<uint8_t> datagrams; ///< script of the UDP peer; silence at its end
     /// The n-th caught call, from 1, fails as the system lets it fail; 0 for none.
     unsigned fault = 0;
