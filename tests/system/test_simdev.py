@@ -44,6 +44,9 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
         ("seek", -16, 65520, None, 1580000), ("write", 65520, 16, None, 1580000),
         ("sync", None, None, None, 1580000)]
     assert [(o["line"], o["level"]) for o in run.of("kick")] == [(5, 0), (5, 1), (5, 0), (5, 1)]
+    # The whole transfer is one line of the log.
+    traffic = [(o["received"], o["sent"]) for o in run.of("network")]
+    assert len(traffic) == 1 and traffic[0][0] > 9216, traffic
     assert run.datagrams == run.server_datagrams
     assert [o["text"] for o in run.of("datagram")[::2]] == run.datagrams
     assert run.report["script"] == 3
@@ -296,7 +299,7 @@ def test_a_program_that_is_ended_by_a_signal(make_device, udp_peer):
     simdev = subprocess.Popen(device.command("run", tftp_port=port) + ["--", "tftp://127.0.0.1/\33[1m"],
                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
     report = simdev.communicate(timeout=30)[0]
-    assert b"ended by signal 15" in report
+    assert b"(ended by signal 15, Terminated), interrupted\n" in report
     assert b"url = tftp://127.0.0.1/\\x1b[1m\n" in report
     assert simdev.returncode == 128 + 15
 

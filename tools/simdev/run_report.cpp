@@ -35,6 +35,8 @@ void add_result(report &report, const run_record &record, const run_outcome &out
     else if (outcome.signal)
         text += " (ended by signal " + std::to_string(*outcome.signal) + ", " +
                 strsignal(*outcome.signal) + ")";
+    if (outcome.interrupted)
+        text += ", interrupted";
     if (!touched)
         text += "; the program never touched the device: is it an upgrade?";
     report.add("result", text,

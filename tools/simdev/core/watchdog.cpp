@@ -60,7 +60,8 @@ int64_t watchdog_left_us()
 
 void advance(int64_t microseconds)
 {
-    log_pending(); // it happened before
+    if (microseconds > 0)
+        log_pending(); // it happened before
     clock_pass(microseconds);
     if (state.fault != nullptr) {
         const int64_t beyond = clock_virtual_us() - state.fed_virtual_us - timeout_us();
