@@ -66,9 +66,13 @@ def ftp_messages(run):
 def test_a_real_server_serves_an_upgrade(user, command, make_device, serve_ftp):
     size, port = serve_ftp(command)
     device = make_device(partitions={3: 4_000_000})
+    script = device.folder / "etc/rc.d/init.d/network.stop"
+    script.write_text(f"#!/bin/sh\nls -l /proc/$PPID/fd >{device.folder}/descriptors\n")
     run = device.run(f"ftp://{user}127.0.0.1/pub/fw.pkg", ports=[(21, port)])
     assert ftp_messages(run) == [f"ftp->total = {size}", f"iobuf->total = {size}"]
     assert run.status == 0
+    # Neither of the dialogue nor of the 102 datagrams.
+    assert "socket:" not in (device.folder / "descriptors").read_text()
     assert device.flash(3).startswith(CONTENT)
     downloading = run.datagrams[:run.datagrams.index("UPGRD_STAGE=WRITING")]
     assert downloading == ["UPGRD_STAGE=DOWNLOADING", *[
