@@ -69,6 +69,8 @@ DIALOGUES = {
          (">", data(2)), ("<", ack(2))], LAST, 515),
     "an empty last packet ends it": (
         [(">", data(1, FULL)), ("<", ack(1)), (">", data(2, b"")), ("<", ack(2))], LAST, 512),
+    "a block that lacks a byte is the last": (
+        [(">", data(1, FULL[:511])), ("<", ack(1))], LAST, 511),
     "another port counts as a time-out": (
         [(">", data(1, FULL)), ("<", ack(1)), ("other", data(2)), ("<", ack(1)),
          (">", data(2, b"x")), ("<", ack(2))], TIMEOUT + LAST, 513),
