@@ -201,3 +201,36 @@ def test_a_dump_beyond_four_gibibytes(tmp_path):
         dump.write(trailer(part))
     verdicts, status, _ = fwdoctor(tmp_path / "large")
     assert (verdicts[0]["size"], verdicts[0]["whole"], status) == (2**32 + 8192, True, 0)
+
+
+def test_a_device_is_made_from_dumps_and_judged(tmp_path):
+    def simdev(command, *words):
+        done = subprocess.run([SIMDEV, command, tmp_path / "device", *map(str, words)],
+                              capture_output=True, timeout=60)
+        return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+    dump = tmp_path / "dump"
+    dump.write_bytes(data(2)[:9000].ljust(65520, b"\xff") + trailer(data(2)[:9000]))
+    package = tmp_path / "flash.pkg"
+    package.write_bytes(make_package([Part(2, data(2)[:9000])]))
+    (tmp_path / "other.toml").write_text("[partitions]\n2 = 65537\n")
+    for words, said in (
+            ([f"--flash=2={dump}", "--device", tmp_path / "other.toml"],
+             f"{dump}: has 65536 bytes, partition 2 of {tmp_path}/other.toml has 65537"),
+            ([f"--flash=3={dump}", "--device", tmp_path / "other.toml"],
+             f"{tmp_path}/other.toml: has no partition 3 for {dump}"),
+            (["--flash=2"], '--flash: "2" is not N=DUMP, with a partition\'s number from 0 to 9'),
+            ([f"--flash=2={dump}", f"--flash=2={dump}"], "--flash: partition 2 is given twice"),
+            (["--flash=2=none"], "none: cannot be read: No such file or directory")):
+        status, _, line = simdev("init", *words)
+        assert (status, line.removesuffix(" (see --help)\n").removesuffix("\n")) == (
+            125, "simdev: " + said)
+        assert not (tmp_path / "device").exists()
+    assert simdev("init", f"--flash=2={dump}")[0] == 0
+    assert (tmp_path / "device/dev/fla2").read_bytes() == dump.read_bytes()
+    status, text, _ = simdev("status", "--package", package)
+    assert status == 0 and f"part 0 (kernel) of {package}" in text
+    dump.write_bytes(b"?" + dump.read_bytes()[1:])
+    shutil.copy(dump, tmp_path / "device/dev/fla2")
+    status, text, _ = simdev("status", "--json")
+    assert (status, json.loads(text)[0]["trailer"]["state"]) == (1, "CRC wrong")

@@ -14,6 +14,7 @@
 #include "tools/doctor/flash_judge.h"
 #include "tools/doctor/log.h"
 #include "tools/doctor/log_report.h"
+#include "tools/doctor/package_options.h"
 #include "tools/doctor/page.h"
 #include "tools/doctor/redact.h"
 
@@ -29,8 +30,7 @@ struct options {
     bool redact = false;
     bool formats = false;
     std::vector<std::filesystem::path> dumps;
-    std::vector<std::string> packages;
-    std::vector<std::string> keys;
+    package_options packages;
 };
 
 std::ifstream open_log(const std::string &path)
@@ -65,23 +65,6 @@ int log_command(const options &options)
     return is_flawless(file.runs.back()) ? exit_good : exit_bad;
 }
 
-/// Each --key-file is that of the --package before it.
-std::vector<package_choice> pair_keys(const CLI::App &command, const options &options)
-{
-    std::vector<package_choice> choices;
-    size_t keys = 0;
-    for (const CLI::Option *option : command.parse_order()) {
-        if (option->check_name("--package")) {
-            choices.push_back({options.packages.at(choices.size()), {}});
-        } else if (option->check_name("--key-file")) {
-            if (choices.empty() || !choices.back().key_file.empty())
-                throw failure("--key-file belongs behind the --package that it deciphers");
-            choices.back().key_file = options.keys.at(keys++);
-        }
-    }
-    return choices;
-}
-
 int messages_command(const options &options)
 {
     fputs((options.formats ? formats_text() : page_text()).c_str(), stdout);
@@ -107,19 +90,14 @@ int main(int argc, char **argv)
     CLI::App *flash = app.add_subcommand("flash", "Judge partitions, or dumps of them");
     flash->add_option("DUMP", options.dumps, "A dump of a partition, or the device itself")
         ->required();
-    flash->add_option("--package", options.packages, "A package to compare with")
-        ->allow_extra_args(false);
-    flash
-        ->add_option("--key-file", options.keys,
-                     "File with the key of the package before it; one newline at its end is not "
-                     "part of it")
-        ->allow_extra_args(false);
+    add_package_options(*flash, options.packages);
     flash->add_flag("--json", options.json, "Print JSON");
     flash->footer("Example:\n  fwdoctor flash fla2.bin --package old.pkg --package new.pkg "
                   "--key-file vendor.key");
     flash->callback([&] {
         chosen = [&] {
-            return report_partitions(name, options.dumps, pair_keys(*flash, options), options.json);
+            return report_partitions(name, options.dumps, package_choices(*flash, options.packages),
+                                     options.json);
         };
     });
 

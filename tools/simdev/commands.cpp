@@ -106,16 +106,24 @@ std::string protocol_of(const std::vector<std::string> &arguments)
 
 int init_command(const command_options &options)
 {
-    catch_interrupts();
-    const bool is_default = options.device_file.empty();
-    const std::string text =
-        is_default ? std::string(default_device_text) : read_description(options.device_file);
-    make_folder(options.run.folder, text, is_default ? "the default device" : options.device_file);
+    const bool described = !options.device_file.empty();
+    const std::string name = described ? options.device_file : "the default device";
+    const std::string text = described               ? read_description(options.device_file)
+                             : options.dumps.empty() ? std::string(default_device_text)
+                                                     : describe_dumps(options.dumps);
+    check_dumps(options.dumps, text, name);
+    make_folder(options.run.folder, text, name);
+    load_dumps(options.run.folder, options.dumps);
     for (const auto &[number, file] : partition_files(options.run.folder))
         printf("/dev/fla%d  %ju bytes\n", number,
                static_cast<uintmax_t>(std::filesystem::file_size(file)));
     printf("made the device %s\n", printable(options.run.folder.string()).c_str());
     return 0;
+}
+
+int status_command(const command_options &options)
+{
+    return report_status(options.run.folder, options.packages, options.json);
 }
 
 int run_command(const command_options &options)

@@ -6,14 +6,17 @@
 
 #include <string>
 
+#include "tools/simdev/flash_commands.h"
 #include "tools/simdev/launch.h"
 
 namespace simdev {
 
 struct command_options {
     run_options run;
-    std::string device_file; ///< empty: the default device
-    std::string log_file;    ///< empty: no log
+    std::string device_file; ///< empty: the default device, or one that suits the dumps
+    dump_files dumps;        ///< for partitions of a new device
+    std::vector<doctor::package_choice> packages; ///< that partitions are compared with
+    std::string log_file;                         ///< empty: no log
     bool json = false;
     int jobs = 0;      ///< 0: one a core
     int64_t torn = -1; ///< below 0: cuts fall between the writes
@@ -21,6 +24,9 @@ struct command_options {
 
 /// Makes a device folder.
 int init_command(const command_options &options);
+
+/// Judges the partitions; exit_good when all are whole.
+int status_command(const command_options &options);
 
 /// Runs the program once and reports; its exit status is the program's.
 int run_command(const command_options &options);

@@ -7,6 +7,7 @@
 
 #include "tools/common/command_line.h"
 #include "tools/common/failure.h"
+#include "tools/doctor/package_options.h"
 #include "tools/simdev/commands.h"
 #include "tools/simdev/core/faults.h"
 
@@ -91,6 +92,34 @@ void add_run_options(CLI::App *sub, command_options &options)
     sub->add_flag("--json", options.json, "Print the report as JSON, and no progress");
 }
 
+void describe_init(CLI::App &init, command_options &options)
+{
+    add_folder(&init, options);
+    init.add_option("--device", options.device_file,
+                    "The device's description, a TOML file (default: a small device)");
+    init.add_option_function<std::vector<std::string>>(
+            "--flash",
+            [&options](const std::vector<std::string> &pairs) {
+                for (const std::string &pair : pairs)
+                    if (const std::string fault = add_dump(options.dumps, pair); !fault.empty())
+                        throw CLI::ValidationError("--flash", fault);
+            },
+            "N=DUMP: partition N holds the dump; may be repeated")
+        ->allow_extra_args(false);
+}
+
+void describe_status(CLI::App &status, command_options &options, command &chosen)
+{
+    static doctor::package_options packages;
+    add_folder(&status, options);
+    doctor::add_package_options(status, packages);
+    status.add_flag("--json", options.json, "Print JSON");
+    status.callback([&] {
+        chosen = status_command;
+        options.packages = doctor::package_choices(status, packages);
+    });
+}
+
 void describe(CLI::App &app, command_options &options, command &chosen)
 {
     app.require_subcommand(1);
@@ -99,10 +128,10 @@ void describe(CLI::App &app, command_options &options, command &chosen)
         sub->callback([&chosen, run] { chosen = run; });
         return sub;
     };
-    CLI::App *init = add("init", "Make a device folder", init_command);
-    add_folder(init, options);
-    init->add_option("--device", options.device_file,
-                     "The device's description, a TOML file (default: a small device)");
+    describe_init(*add("init", "Make a device folder", init_command), options);
+    describe_status(
+        *add("status", "Judge a device's partitions, as fwdoctor flash does", status_command),
+        options, chosen);
 
     CLI::App *run = add("run", "Run an upgrade on a device", run_command);
     add_run_options(run, options);

@@ -5,13 +5,14 @@ _simdev() {
     local word=$2 before=$3 command=${COMP_WORDS[1]}
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        mapfile -t COMPREPLY < <(compgen -W "init run sweep --help" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "init status run sweep --help" -- "$word")
         return
     fi
     if [[ $word == -* ]]; then
         local options="--program --tftp-port --map-port --map-host --real-network --grace --json --help"
         case $command in
-        init) options="--device --help" ;;
+        init) options="--device --flash --help" ;;
+        status) options="--package --key-file --json --help" ;;
         run) options+=" --fast --fault --receiver --seed --log --stdout --stderr" ;;
         sweep) options+=" --jobs --torn" ;;
         esac
@@ -26,9 +27,9 @@ _simdev() {
         compopt -o nospace 2>/dev/null # a number follows, or may
         return
         ;;
-    --tftp-port | --map-port | --map-host | --grace | --receiver | --seed | --jobs | --torn | --) return ;;
+    --tftp-port | --map-port | --map-host | --grace | --receiver | --flash | --seed | --jobs | --torn | --) return ;;
     --device) mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word") ;;
-    --program | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    --program | --package | --key-file | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     *) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;; # a device is a folder
     esac
     compopt -o filenames 2>/dev/null
