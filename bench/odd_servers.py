@@ -47,9 +47,9 @@ def serve(listener, context, spoil):
                 continue
             if context:
                 connection = context.wrap_socket(connection, server_side=True)
-            request = connection.recv(1000)
-            while request and not request.endswith(b"\r\n\r\n"):
-                request = connection.recv(1000)
+            request = b""
+            while not request.endswith(b"\r\n\r\n"):
+                request += connection.recv(1000) or b"\r\n\r\n"
             connection.sendall(b"HTTP/1.0 200 OK\r\nContent-Length: %d\r\n\r\n" % len(PACKAGE)
                                + PACKAGE)
             connection.close()
@@ -93,7 +93,7 @@ def drop_first(runs, nginx):
     context.load_cert_chain(nginx.folder / "packages.pem", nginx.folder / "packages.key")
     for scheme, made in (("http", None), ("https", context)):
         good = sum(fetch(scheme, made, nginx.authority) for _ in range(runs))
-        print(f"{scheme:5}  refuses the first connection: {good} of {runs}", flush=True)
+        print(f"{scheme:5}  refuses connections for half a second: {good} of {runs}", flush=True)
         for name, spoil in (("at once", nothing), ("behind five bytes", a_few_bytes)):
             good = sum(fetch(scheme, made, nginx.authority, spoil) for _ in range(runs))
             print(f"{scheme:5}  resets the first connection {name}: {good} of {runs}", flush=True)

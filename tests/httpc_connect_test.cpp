@@ -130,7 +130,14 @@ TEST_F(Httpc, ConnectsWithinATimeout)
         EXPECT_EQ(fcntl(socket, F_GETFL) & O_NONBLOCK, 0);
         close(socket);
     }
-    // A socket that the caller has made stays open, and nonblocking where it was or the poll
+}
+
+TEST_F(Httpc, LeavesItsCallersSocketOpenAndRestsBehindAFailedConnect)
+{
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    const auto *generic = reinterpret_cast<sockaddr *>(&address);
+    // Nonblocking where it was, or where the poll failed.
     // failed.
     const struct {
         int flags, poll_result;
