@@ -9,7 +9,6 @@
 #include <memory>
 #include <thread>
 
-#include "platform/device.h"
 #include "tools/common/printable.h"
 #include "tools/simdev/folder.h"
 #include "tools/simdev/interrupt.h"
@@ -21,40 +20,6 @@
 namespace simdev {
 
 namespace {
-
-/// The stage and its percentage, as the datagrams tell them.
-class stage_progress {
-public:
-    explicit stage_progress(bool quiet) : progress_(quiet) {}
-
-    void take(const sim_operation &operation)
-    {
-        if (operation.op == op_start)
-            progress_.show("download", 0);
-        if (operation.op != op_datagram ||
-            operation.target != std::string_view(status_receivers[0]))
-            return;
-        const std::string text(operation.text_view());
-        const auto value = [&text](std::string_view name) {
-            return text.starts_with(name) ? text.substr(name.size()) : std::string();
-        };
-        if (const std::string stage = value(status_stage); !stage.empty())
-            stage_ = printable(stage);
-        else if (const std::string error = value(status_error); !error.empty())
-            progress_.show(stage_ = "error: " + printable(error), 0);
-        else if (const std::string percent = value(status_percentage); !percent.empty())
-            progress_.show(stage_, atoi(percent.c_str()));
-    }
-
-    void finish()
-    {
-        progress_.finish();
-    }
-
-private:
-    progress progress_;
-    std::string stage_;
-};
 
 /// The file of `--log`; without a name, none.
 class log_file {

@@ -1,20 +1,77 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/progress.h"
 
-#include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <string_view>
 #include <unistd.h>
+
+#include "platform/device.h"
 
 namespace simdev {
 
 namespace {
 
-constexpr int bar_width = 40;
 constexpr int plain_step_percent = 25;
+constexpr int64_t draw_interval_us = 250'000;
+
+int64_t now_us()
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+void print(const follow::text_buffer &buffer)
+{
+    fwrite(buffer.data, 1, buffer.size, stderr);
+    fflush(stderr);
+}
 
 } // namespace
 
-progress::progress(bool quiet) : quiet_(quiet), terminal_(isatty(STDERR_FILENO) != 0) {}
+stage_progress::stage_progress(bool quiet) : quiet_(quiet)
+{
+    follow::tracker_start(&state_);
+    follow::terminal_start(&screen_, STDERR_FILENO);
+}
+
+void stage_progress::take(const sim_operation &operation)
+{
+    if (quiet_)
+        return;
+    const bool word =
+        operation.op == op_datagram && operation.target == std::string_view(status_receivers[0]);
+    if (word)
+        follow::tracker_take(&state_, operation.text_view(), now_us() / 1000);
+    if (word || screen_.redraws || operation.op == op_start)
+        show(state_.now != shown_ || !screen_.redraws);
+}
+
+void stage_progress::finish()
+{
+    if (!quiet_)
+        show(true);
+}
+
+void stage_progress::show(bool at_once)
+{
+    const int64_t time_us = now_us();
+    if (!at_once && time_us - shown_us_ < draw_interval_us)
+        return;
+    shown_us_ = time_us;
+    shown_ = state_.now;
+    follow::terminal_measure(&screen_, STDERR_FILENO);
+    char data[follow::frame_limit];
+    follow::text_buffer frame = {data, sizeof data, 0, false};
+    follow::append_frame(&frame, &screen_, &state_, time_us / 1000);
+    print(frame);
+}
+
+progress::progress(bool quiet) : quiet_(quiet)
+{
+    follow::terminal_start(&screen_, STDERR_FILENO);
+}
 
 progress::~progress()
 {
@@ -29,15 +86,14 @@ void progress::show(const std::string &what, int percent)
         what != what_ || percent / plain_step_percent != percent_ / plain_step_percent;
     what_ = what;
     percent_ = percent;
-    if (terminal_) {
-        const auto filled = static_cast<size_t>(std::clamp(percent, 0, 100) * bar_width / 100);
-        const std::string bar = std::string(filled, '#') + std::string(bar_width - filled, '.');
-        fprintf(stderr, "\r%-24s [%s] %3d %%\033[K", what.c_str(), bar.c_str(), percent);
-        drawn_ = true;
-    } else if (step) {
-        fprintf(stderr, "%-24s %3d %%\n", what.c_str(), percent);
-    }
-    fflush(stderr);
+    if (!screen_.redraws && !step)
+        return;
+    follow::terminal_measure(&screen_, STDERR_FILENO);
+    char data[follow::frame_limit];
+    follow::text_buffer line = {data, sizeof data, 0, false};
+    follow::append_bar_line(&line, &screen_, what.c_str(), percent);
+    print(line);
+    drawn_ = screen_.redraws;
 }
 
 void progress::finish()

@@ -1,16 +1,42 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// What is shown while something lasts: a bar that is drawn over itself on a terminal, else a line
-// now and then.
+// What is shown on standard error while something lasts, as upgrade-follow shows it: drawn over
+// itself on a terminal, else in plain lines.
 #pragma once
 
 #include <string>
 
+#include "tools/follow/terminal.h"
+#include "tools/simdev/core/operation.h"
+
 namespace simdev {
 
+/// The stages of a run, as its status datagrams tell them.
+class stage_progress {
+public:
+    /// `quiet` shows nothing.
+    explicit stage_progress(bool quiet);
+
+    /// The run's next operation.
+    void take(const sim_operation &operation);
+
+    /// The run has ended: shows where it stood.
+    void finish();
+
+private:
+    void show(bool at_once);
+
+    bool quiet_;
+    int64_t shown_us_ = 0;
+    follow::phase shown_ = follow::phase_count;
+    follow::tracker state_ = {};
+    follow::terminal screen_ = {};
+};
+
+/// Other work that has a percentage.
 class progress {
 public:
-    /// Draws on standard error. `quiet` shows nothing.
+    /// `quiet` shows nothing.
     explicit progress(bool quiet);
     ~progress();
     progress(const progress &) = delete;
@@ -24,8 +50,8 @@ public:
 
 private:
     bool quiet_;
-    bool terminal_;
     bool drawn_ = false;
+    follow::terminal screen_ = {};
     std::string what_;
     int percent_ = -1;
 };
