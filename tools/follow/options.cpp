@@ -8,11 +8,12 @@
 #include <cstring>
 #include <getopt.h>
 
+#include "platform/device.h"
+
 namespace follow {
 
 namespace {
 
-constexpr char default_socket[] = "/tmp/.upgrd_info";
 constexpr mode_t default_mode = 0600;
 constexpr mode_t mode_limit = 0777;
 constexpr double seconds_limit = 1e9;
@@ -188,7 +189,7 @@ options_result print(const char *text)
 options_result read_options(follow_options *options, int argc, char **argv)
 {
     *options = {};
-    options->socket_path = default_socket;
+    options->socket_path = status_receivers[0];
     options->mode = default_mode;
     options->speed = 1;
     options->wait_ms = -1;

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/device.h"
+
 namespace follow {
 
 namespace {
@@ -173,20 +175,20 @@ bool tracker_take(tracker *state, std::string_view datagram, int64_t now_ms)
 {
     if (datagram.size() > datagram_limit)
         return false;
-    if (cut_prefix(&datagram, "UPGRD_STAGE=")) {
+    if (cut_prefix(&datagram, status_stage)) {
         if (!take_stage(state, datagram, now_ms))
             return false;
         state->word_ms = now_ms;
         state->silent = false;
         return true;
     }
-    if (cut_prefix(&datagram, "UPGRD_ERROR=")) {
+    if (cut_prefix(&datagram, status_error)) {
         take_error(state, datagram, now_ms);
         state->word_ms = now_ms;
         state->silent = false;
         return true;
     }
-    const int percent = cut_prefix(&datagram, "UPGRD_PERCENTAGE=") ? read_percent(datagram) : -1;
+    const int percent = cut_prefix(&datagram, status_percentage) ? read_percent(datagram) : -1;
     if (percent < 0)
         return false;
     const tracker before = *state;
