@@ -228,6 +228,19 @@ TEST(SimdevReport, KeepsPhasesWhereNothingIsWritten)
     EXPECT_FALSE(record.first_kick_us);
 }
 
+TEST(SimdevReport, CountsWorkIntoTheLongestTimeWithoutAKick)
+{
+    script run;
+    run.kick(5, 0, 1'000'000, 10'000);
+    run.kick(5, 0, 1'500'000, 2'010'000);
+    run.kick(5, 0, 2'600'000, 2'020'000);
+    const run_record record = run.record("ftp");
+    EXPECT_EQ(record.longest.virtual_us, 500'000);
+    EXPECT_EQ(record.longest.work_us, 2'000'000);
+    EXPECT_EQ(record.phases[0].longest.sum(), 2'500'000);
+    EXPECT_EQ(*record.first_kick_us, 1'000'000);
+}
+
 TEST(SimdevReport, TellsASweepWithARecoveryThatDoesNotRecover)
 {
     using image::trailer_state;
