@@ -194,6 +194,18 @@ TEST(SimdevCore, APartitionTakesItsFaultsInTheOrderOfItsWrites)
     }
 }
 
+TEST(SimdevCore, APartitionEndsWithItsFile)
+{
+    simulated_platform platform(3, 6);
+    const int fd = open("/dev/fla3", O_WRONLY);
+    EXPECT_EQ(write(fd, "abcd", 4), 4);
+    EXPECT_EQ(write(fd, "efgh", 4), 2);
+    EXPECT_EQ(write(fd, "ijkl", 4), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(platform.content(3), "abcdef");
+    close(fd);
+}
+
 TEST(SimdevCore, ACutLeavesWhatHadArrived)
 {
     for (const auto &[fault, kept] :
