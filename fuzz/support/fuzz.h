@@ -72,7 +72,9 @@ private:
 /// every step beyond it. An embedded NUL ends it.
 inline std::vector<char> exact_text(const std::string &text)
 {
-    return {text.c_str(), text.c_str() + strlen(text.c_str()) + 1};
+    std::vector<char> copy(strlen(text.c_str()) + 1);
+    memcpy(copy.data(), text.c_str(), copy.size());
+    return copy;
 }
 
 } // namespace fuzz
