@@ -4,7 +4,9 @@
 Unusual replies have their unit tests (ftp_test.cpp).
 """
 
+import os
 import pathlib
+import pwd
 import socket
 import sys
 
@@ -22,6 +24,7 @@ listen_address=127.0.0.1
 listen_port={port}
 background=NO
 run_as_launching_user=YES
+ftp_username={user}
 anonymous_enable=YES
 anon_root={folder}
 xferlog_enable=NO
@@ -32,7 +35,8 @@ no_anon_password=YES
 
 def vsftpd(folder, port):
     configuration = folder.parent / "vsftpd.conf"
-    configuration.write_text(VSFTPD.format(port=port, folder=folder))
+    user = pwd.getpwuid(os.getuid()).pw_name  # the package would make one
+    configuration.write_text(VSFTPD.format(port=port, folder=folder, user=user))
     return [SERVER, "vsftpd", configuration]
 
 
