@@ -3,6 +3,8 @@
 // What simdev says: whole texts, written by hand.
 #include <filesystem>
 #include <fstream>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "tools/simdev/operation_json.h"
@@ -62,7 +64,8 @@ struct script {
 
 /// A device folder with "123456789" in partition 2, its trailer behind it.
 struct folder {
-    fs::path path = fs::path(testing::TempDir()) / "simdev_report_test";
+    fs::path path =
+        fs::path(testing::TempDir()) / ("simdev_report_test-" + std::to_string(getpid()));
     folder()
     {
         fs::create_directories(path / "dev");
