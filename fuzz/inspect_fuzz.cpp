@@ -5,7 +5,8 @@
 #include "tools/common/printable.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/package_file.h"
-#include "tools/fwpkg/report.h"
+#include "tools/fwpkg/json_report.h"
+#include "tools/fwpkg/show_report.h"
 
 namespace {
 
@@ -40,8 +41,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::vector<uint8_t> bytes = input.rest();
     for (const std::optional<std::string> &key : {std::optional<std::string>{}, {"secret"}}) {
         const fwpkg::package_file file = fwpkg::open_package(bytes, key);
-        fuzz::require(is_text(fwpkg::package_text(file, "name")), "a package can be shown");
-        fwpkg::json_text(fwpkg::package_json(file, "name"));
+        fuzz::require(is_text(fwpkg::package_text(file, "name", "")), "a package can be shown");
+        fwpkg::show_json(file, {"name", bytes.size(), ""});
     }
     return 0;
 }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
 
+#include "tools/fwpkg/check_condition.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/condition_report.h"
 #include "tools/fwpkg/overlap.h"
-#include "tools/fwpkg/traps.h"
 
 using namespace fwpkg;
 using namespace std::string_literals;
@@ -31,6 +31,7 @@ TEST(ConditionCode, BecomesTextThatCompilesToTheSameBytes)
     const struct {
         std::string code, text;
         bool exact;
+        bool writable = false; // where the text is not exact
     } rows[] = {
         {"", "", true},
         {"\xFF", "", true},
@@ -42,8 +43,8 @@ TEST(ConditionCode, BecomesTextThatCompilesToTheSameBytes)
         {"\0a\0\0\x12\0b\0001\0\xFF"s, "a=\\0 & b=1", false}, // empty in the middle
         {"\0a\0x y\0\xFF"s, "a=x\\x20y", false},
         {"\0a\0\"x\"y\0\xFF"s, "a=\"x\"y", false},
-        {"\0a\0\x1B[1m\0\xFF"s, "a=\\x1b[1m", false}, // not to reach a terminal
-        {"\0a\0\xE2\x80\xAE\0\xFF"s, "a=\\xe2\\x80\\xae", false},
+        {"\0a\0\x1B[1m\0\xFF"s, "a=\\x1b[1m", false, true}, // not to reach a terminal
+        {"\0a\0\xE2\x80\xAE\0\xFF"s, "a=\\xe2\\x80\\xae", false, true},
         {"\0001 a\0x\0\xFF"s, "\\x31\\x20a=x", false},
         {"\0\0x\0\xFF"s, "\\0=x", false},
         {"\6\0a\0x\0\xFF"s, "\\x06 a=x", false},
@@ -54,13 +55,14 @@ TEST(ConditionCode, BecomesTextThatCompilesToTheSameBytes)
         const condition_text text = decompile_condition(code_of(row.code));
         EXPECT_EQ(text.text, row.text);
         EXPECT_EQ(text.exact, row.exact) << row.text;
+        EXPECT_EQ(text.writable, row.exact || row.writable) << row.text;
     }
 }
 
-TEST(Traps, AreNamedOnceEach)
+TEST(ConditionWarnings, AreNamedOnceEach)
 {
     const struct {
-        const char *text, *trap; // its beginning, empty when there is none
+        const char *text, *warning; // its beginning, empty when there is none
     } rows[] = {
         {"ram:>=64 & board=rev2", ""},
         {"( a=1 | b=1 ) & ! c=1", ""},
@@ -82,24 +84,26 @@ TEST(Traps, AreNamedOnceEach)
         {"a>9", "a>9: compares as text"},
     };
     for (const auto &row : rows) {
-        const auto traps = condition_traps(list_condition(compile_condition(row.text, "x")));
-        EXPECT_EQ(traps.size(), row.trap[0] == '\0' ? 0U : 1U) << row.text << joined(traps);
-        EXPECT_TRUE(joined(traps).starts_with(row.trap)) << row.text << joined(traps);
+        const auto warnings = condition_warnings(list_condition(compile_condition(row.text, "x")));
+        EXPECT_EQ(warnings.size(), row.warning[0] == '\0' ? 0U : 1U)
+            << row.text << joined(warnings);
+        EXPECT_TRUE(joined(warnings).starts_with(row.warning)) << row.text << joined(warnings);
     }
-    EXPECT_EQ(joined(value_traps(list_condition(code_of("\0\xDD\0x\0"s)).at(0), {})),
+    EXPECT_EQ(joined(value_warnings(list_condition(code_of("\0\xDD\0x\0"s)).at(0), {})),
               "\\xdd=x: \\xdd is unknown and counts as the empty text\n");
 }
 
 TEST(ConditionReport, ListsComparisonsAndTheResult)
 {
     const condition_report report = explain_condition("b:>-1 | a=x", {{"b", "0x7fffffff"}});
-    EXPECT_EQ(report.listing, "13 bytes: 09 62 00 2d 31 00 11 00 61 00 78 00 ff\n"
-                              "    0  b:>-1  as numbers, with \"0x7fffffff\": does not hold\n"
-                              "    6  or\n"
-                              "    7  a=x  as texts, with nothing: does not hold\n"
-                              "   12  close group, or end\n"
-                              "result: does not hold\n");
-    EXPECT_EQ(joined(report.traps),
+    EXPECT_EQ(condition_text_report(report),
+              "13 bytes: 09 62 00 2d 31 00 11 00 61 00 78 00 ff\n"
+              "    0  b:>-1  as numbers, with \"0x7fffffff\": does not hold\n"
+              "    6  or\n"
+              "    7  a=x  as texts, with nothing: does not hold\n"
+              "   12  close group, or end\n"
+              "result: does not hold\n");
+    EXPECT_EQ(joined(report.warnings),
               "b:>-1: the difference to the actual value \"0x7fffffff\" overflows 32 bits, so that "
               "the comparison turns round\n"
               "a=x: a is unknown and counts as the empty text\n");
@@ -123,7 +127,8 @@ TEST(Overlap, IsFoundWhereADeviceCanMeetBoth)
         {"v>a", "v<ab", some},               // between the two
         {"ram:>2147483647", "ram:<0", some}, // where the difference wraps
         {"! ( a=1 | b=1 )", "a=1 | b=1", none},
-        {"a=5", "a:<5", unknown},
+        {"a=5", "a:<5", mixed},
+        {"a=1 & b=1 & c=1 & d=1 & e=1 & f=1 & g=1 & h=1 & i=1 & j=1 & k=1", "a=2", too_many},
     };
     for (const auto &row : rows) {
         const auto a = compile_condition(row.a, "a");

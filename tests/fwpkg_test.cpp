@@ -7,61 +7,21 @@
 #include <regex>
 #include <sstream>
 
+#include "tests/fwpkg_support.h"
 #include "tools/common/files.h"
-#include "tools/common/key.h"
-#include "tools/fwpkg/checker.h"
+#include "tools/fwpkg/check_devices.h"
+#include "tools/fwpkg/check_form.h"
+#include "tools/fwpkg/check_use.h"
+#include "tools/fwpkg/difference.h"
 #include "tools/fwpkg/extractor.h"
 #include "tools/fwpkg/maker.h"
 #include "tools/fwpkg/plan_report.h"
+#include "tools/fwpkg/show_report.h"
 
 using namespace fwpkg;
 using namespace std::string_literals;
-using bytes = std::vector<uint8_t>;
 
 namespace {
-
-bytes bytes_of(const std::string &text)
-{
-    return {text.begin(), text.end()};
-}
-
-/// A folder with a manifest and its files, gone with the test.
-struct maker_folder {
-    std::filesystem::path path;
-    maker_folder(std::initializer_list<std::pair<std::string, std::string>> files)
-    {
-        std::string name = (std::filesystem::temp_directory_path() / "fwpkg.XXXXXX").string();
-        path = mkdtemp(name.data());
-        for (const auto &[file, content] : files)
-            add(file, content);
-    }
-    maker_folder(const maker_folder &) = delete;
-    maker_folder &operator=(const maker_folder &) = delete;
-    ~maker_folder()
-    {
-        std::filesystem::remove_all(path);
-    }
-
-    void add(const std::string &name, const std::string &content) const
-    {
-        std::ofstream(path / name, std::ios::binary) << content;
-    }
-    bytes make(const std::string &text, const std::optional<std::string> &key = {}) const
-    {
-        add("m.toml", text);
-        return make_package(read_manifest(path / "m.toml"), key);
-    }
-    /// The failure's line without the folder, empty when there is none.
-    std::string failure_of(const std::string &text) const
-    {
-        try {
-            make(text);
-        } catch (const failure &error) {
-            return std::regex_replace(error.what(), std::regex(path.string() + "/"), "");
-        }
-        return {};
-    }
-};
 
 // One app part without data, conditions and features, worked out by hand: 60 bytes. Digest and
 // ciphered bytes come from another implementation of MD5 and RC4.
@@ -165,6 +125,8 @@ TEST(Maker, SaysWhereAndHowMany)
         {part + "features={ram=64}\n", "4: \"ram\" must be a text"},
         {"[[part]]\ntype='unknown'\n", "2: \"unknown\" is not the name of a part type"},
         {"[[part]]\ntype=2\n", "1: part 0 has no \"file\""},
+        {"[[part]]\ntype=2\nfile='.'\n", "1: part 0: .: not a regular file"},
+        {"[[part]]\ntype=2\nfile='-'\n", "1: part 0: -: cannot be read: No such file or directory"},
         {"[[part]]\ntype=2\nfile='gone'\n",
          "1: part 0: gone: cannot be read: No such file or directory"},
         {nine, "25: 9 parts, a package holds at most 8"},
@@ -186,23 +148,6 @@ TEST(Maker, SaysWhereAndHowMany)
         EXPECT_EQ(folder.failure_of(row.manifest), "m.toml:" + row.line);
     EXPECT_EQ(folder.failure_of(part + "features={a='" + std::string(4033, 'x') + "'}\n"), "");
     EXPECT_NE(folder.failure_of("[[part\n").find("m.toml:1: "), std::string::npos);
-}
-
-TEST(Files, AreWrittenWholeOrNotAtAll)
-{
-    const maker_folder folder{{"old", "old"}};
-    std::filesystem::create_symlink("old", folder.path / "link");
-    write_file(folder.path / "link", bytes_of("new"));
-    EXPECT_EQ(read_bytes(folder.path / "old", 3), bytes_of("new"));
-    EXPECT_TRUE(std::filesystem::is_symlink(folder.path / "link"));
-    const auto left = std::filesystem::directory_iterator(folder.path);
-    EXPECT_EQ(std::distance(begin(left), end(left)), 2) << "no temporary file stays";
-    for (const auto &[content, key] : {std::pair{"k\n\n"s, "k\n"s}, {""s, ""s}, {"k"s, "k"s}}) {
-        folder.add("key", content);
-        EXPECT_EQ(read_key_file(folder.path / "key"), key);
-    }
-    folder.add("key", "k\0y"s);
-    EXPECT_THROW(read_key_file(folder.path / "key"), failure);
 }
 
 TEST(PackageFile, SaysWhyItReadsNoFurther)
@@ -235,8 +180,6 @@ TEST(PackageFile, SaysWhyItReadsNoFurther)
         EXPECT_EQ(file.stage, row.stage) << row.problem;
         EXPECT_EQ(file.problem, row.problem);
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-        EXPECT_FALSE(package_text(file, "x").empty());
-        EXPECT_FALSE(json_text(package_json(file, "x")).empty());
     }
 }
 
@@ -255,9 +198,17 @@ bytes changed_package(const std::vector<std::pair<size_t, std::string>> &changes
     return made;
 }
 
+std::string lines_of(const std::vector<finding> &all)
+{
+    std::string lines;
+    for (const finding &each : all)
+        lines += finding_text(each, false);
+    return lines;
+}
+
 } // namespace
 
-TEST(Checker, FindsWhatTheDeviceWouldTrust)
+TEST(Check, FindsWhatTheDeviceWouldTrust)
 {
     // The first entry stands at 28: conditions length at 48, conditions at 50 to 55, features
     // length at 56, features at 58 to 61; the second entry at 64. "%" is the first part's name.
@@ -304,26 +255,50 @@ TEST(Checker, FindsWhatTheDeviceWouldTrust)
          "warning: part 1 (kernel): not the first of its type: a device that sets kernel_features "
          "refuses the package\n"},
     };
-    const auto findings = [](const bytes &made, const std::vector<named_device> &devices = {}) {
-        std::string lines;
-        for (const finding &each : check_package(open_package(made, {}), devices))
-            lines += finding_text(each, false);
-        return lines;
+    const auto found = [](const bytes &made) {
+        const package_file file = open_package(made, {});
+        findings all;
+        all.add(check_form(file));
+        all.add(check_use(file));
+        return lines_of(all.all);
     };
     for (const auto &row : rows)
-        EXPECT_EQ(findings(changed_package(row.changes)),
+        EXPECT_EQ(found(changed_package(row.changes)),
                   std::regex_replace(row.lines, std::regex("%"), "part 0 (kernel)"));
     bytes damaged = changed_package({});
     damaged.push_back(0);
-    EXPECT_EQ(findings(damaged), "error: header: says 11192 bytes, the file has 11193\n");
+    EXPECT_EQ(found(damaged), "error: header: says 11192 bytes, the file has 11193\n");
     damaged.pop_back();
     damaged.back() ^= 1;
-    EXPECT_TRUE(std::regex_match(findings(damaged), std::regex("error: header: digest .*\n")));
-    EXPECT_EQ(findings(bytes_of(short_clear)), "");
-    const device small = parse_device("[partitions]\n2=3015\n3=3016\n", "small");
-    EXPECT_EQ(findings(changed_package({}), {{"small", small}}),
-              "warning: part 0 (kernel): small: its 3000 bytes and the trailer's 16 do not fit the "
-              "partition of 3015 bytes\n");
+    EXPECT_TRUE(std::regex_match(found(damaged), std::regex("error: header: digest .*\n")));
+    EXPECT_EQ(found(bytes_of(short_clear)), "");
+}
+
+TEST(Check, HoldsDevicesToTheirPartitions)
+{
+    const auto found = [](const std::string &device) {
+        return lines_of(check_devices(changed_package({}), {},
+                                      {{"d", parse_device("[partitions]\n" + device, "d")}}));
+    };
+    const std::string room =
+        "error: d: part 0 (kernel): its 3000 bytes and the trailer's 16 do not "
+        "fit /dev/fla2 of 3015 bytes: the trailer overwrites its end\n";
+    const std::string a = "[configuration]\na='1'\n";
+    EXPECT_EQ(found("2=3016\n3=3016\n" + a), "");
+    EXPECT_EQ(found("2=3015\n3=3016\n" + a), room);
+    EXPECT_EQ(found("2=2999\n3=3016\n" + a),
+              "error: d: package refused (exit status 1): part 0 (kernel): not enough space on "
+              "target device: 3000 bytes needed, /dev/fla2 has 2999\n");
+    EXPECT_EQ(found("2=3016\n3=3016\n"),
+              "error: d: package refused (exit status 1): part 0 (kernel): its conditions are not "
+              "met: a=1 does not hold, there is no value\n");
+    // The key that is given serves devices whose description has none.
+    const bytes ciphered = bytes_of(short_ciphered);
+    const auto with = [&](const std::string &key, const std::string &device) {
+        return check_devices(ciphered, key, {{"d", parse_device(device, "d")}}).size();
+    };
+    EXPECT_EQ(with("Key", "[partitions]\n4=256\n"), 0U);
+    EXPECT_EQ(with("Key", "[partitions]\n4=256\n[configuration]\nVENDOR_KEY='other'\n"), 1U);
 }
 
 // What each case leads to is compared with the program itself by the tests of whole runs.

@@ -27,7 +27,7 @@ std::string shown_name(const std::filesystem::path &path, const char *stream)
 template<typename container>
 void read_all(int fd, const std::string &name, size_t limit, container &content)
 {
-    std::array<char, 65536> piece;
+    std::array<typename container::value_type, 65536> piece;
     while (content.size() <= limit) {
         const ssize_t size = read(fd, piece.data(), piece.size());
         if (size < 0 && errno != EINTR)
@@ -48,14 +48,16 @@ container read_content(const std::filesystem::path &path, size_t limit, int too_
     const int fd = is_standard_stream(path) ? STDIN_FILENO : opened.get();
     if (fd < 0)
         fail(name, "cannot be read", errno);
+    container content;
     const std::string limit_text = std::to_string(limit) + " bytes that can be used";
     struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode) &&
-        static_cast<uint64_t>(status.st_size) > limit)
-        throw failure(name + ": " + std::to_string(status.st_size) + " bytes, more than the " +
-                          limit_text,
-                      too_large);
-    container content;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+        if (static_cast<uint64_t>(status.st_size) > limit)
+            throw failure(name + ": " + std::to_string(status.st_size) + " bytes, more than the " +
+                              limit_text,
+                          too_large);
+        content.reserve(static_cast<size_t>(status.st_size));
+    }
     read_all(fd, name, limit, content);
     if (content.size() > limit)
         throw failure(name + ": more than the " + limit_text, too_large);

@@ -29,30 +29,29 @@ std::string read_key_file(const std::filesystem::path &path)
 
 std::vector<std::string> key_oddities(std::string_view key)
 {
-    constexpr std::string_view blanks = " \t\v\f";
     constexpr std::string_view line_ends = "\r\n";
+    constexpr std::string_view blanks = " \t\v\f";
+    constexpr std::string_view white = "\r\n \t\v\f";
     constexpr size_t usual_length = 8;
     if (key.empty())
         return {"the key is empty: devices decipher with the single byte 0"};
-    std::vector<std::string> oddities;
-    const auto at_an_end = [key](std::string_view which) {
+    const auto ends_with_one_of = [key](std::string_view which) {
         return which.find(key.front()) != which.npos || which.find(key.back()) != which.npos;
     };
-    if (at_an_end(line_ends))
+    std::vector<std::string> oddities;
+    if (ends_with_one_of(line_ends))
         oddities.emplace_back("the key begins or ends with a line end, which is part of it");
-    if (at_an_end(blanks))
+    if (ends_with_one_of(blanks))
         oddities.emplace_back("the key begins or ends with a blank, which is part of it");
-    while (!key.empty() &&
-           (line_ends.find(key.back()) != key.npos || blanks.find(key.back()) != key.npos))
-        key.remove_suffix(1);
-    while (!key.empty() &&
-           (line_ends.find(key.front()) != key.npos || blanks.find(key.front()) != key.npos))
-        key.remove_prefix(1);
+    const bool stripped = !oddities.empty();
+    key.remove_prefix(std::min(key.find_first_not_of(white), key.size()));
+    key.remove_suffix(key.size() - std::min(key.find_last_not_of(white) + 1, key.size()));
     if (std::ranges::any_of(key, is_control))
         oddities.emplace_back("the key has a control character in it");
     if (key.size() < usual_length)
-        oddities.push_back("the key has " + std::to_string(key.size()) + " characters" +
-                           (oddities.empty() ? "" : " without that") + ": fewer than " +
+        oddities.push_back("the key has " + std::to_string(key.size()) +
+                           (key.size() == 1 ? " character" : " characters") +
+                           (stripped ? " without that" : "") + ": fewer than " +
                            std::to_string(usual_length) + " are soon tried");
     return oddities;
 }

@@ -7,17 +7,19 @@
 #include "flash/trailer.h"
 #include "package/package.h"
 #include "tools/common/files.h"
+#include "tools/common/key.h"
 #include "tools/common/printable.h"
 #include "tools/common/toml_text.h"
 
 namespace {
 
+constexpr std::string_view key_file_name = "VENDOR_KEY_FILE";
 constexpr uint64_t partition_maximum = UINT64_C(1) << 32; // beyond any 32-bit size in a package
 
 /// Reads the tables; knows the file's name for its errors.
 class reader {
 public:
-    explicit reader(const std::string &name) : name_(name) {}
+    reader(const std::string &name, key_files keys) : name_(name), keys_(keys) {}
 
     device read(const toml::table &root)
     {
@@ -82,8 +84,26 @@ private:
             if (name.empty() || name[0] == '#' ||
                 name.find_first_of(std::string_view("=\n\0", 3)) != std::string::npos)
                 fail(key.source(), "\"" + name + "\" cannot be a configuration key");
-            result_.configuration[name] = text(key, node);
+            if (name == key_file_name)
+                read_key(configuration, text(key, node), node.source());
+            else
+                result_.configuration[name] = text(key, node);
         }
+    }
+
+    void read_key(const toml::table &configuration, const std::string &file,
+                  const toml::source_region &where)
+    {
+        if (configuration.contains("VENDOR_KEY"))
+            fail(where, "both VENDOR_KEY and VENDOR_KEY_FILE");
+        if (keys_ == key_files::left)
+            return;
+        const std::filesystem::path folder = std::filesystem::path(name_).parent_path();
+        const std::string key = read_key_file(folder / file);
+        if (key.find('\n') != std::string::npos)
+            fail(where,
+                 "the key in " + file + " has a line break, which no configuration can hold");
+        result_.configuration["VENDOR_KEY"] = key;
     }
 
     void read_requirements(const toml::table &requirements)
@@ -122,18 +142,19 @@ private:
     }
 
     const std::string &name_;
+    const key_files keys_;
     device result_;
 };
 
 } // namespace
 
-device parse_device(std::string_view text, const std::string &name)
+device parse_device(std::string_view text, const std::string &name, key_files keys)
 {
-    reader reader(name);
+    reader description(name, keys);
     try {
-        return reader.read(parse_toml(text));
+        return description.read(parse_toml(text));
     } catch (const toml::parse_error &error) {
-        reader.fail(error.source(), std::string(error.description()));
+        description.fail(error.source(), std::string(error.description()));
     }
 }
 
@@ -143,9 +164,9 @@ std::string read_description(const std::filesystem::path &path)
     return read_text(path, limit);
 }
 
-device read_device(const std::filesystem::path &path)
+device read_device(const std::filesystem::path &path, key_files keys)
 {
-    return parse_device(read_description(path), path.string());
+    return parse_device(read_description(path), path.string(), keys);
 }
 
 std::string requirement_variable(const std::string &type_name)
@@ -162,7 +183,7 @@ const std::string_view default_device_text = R"(# A simulated device.
 
 [configuration] # what the device's system configuration answers
 WD = "5"        # the GPIO line of the watchdog
-# VENDOR_KEY = "secret"
+# VENDOR_KEY_FILE = "vendor.key"
 # board = "rev2"
 
 [requirements] # part type = condition on the features of a part of that type

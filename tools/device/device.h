@@ -8,6 +8,7 @@
 //
 //     [configuration]               # what the device's system configuration answers
 //     WD = "5"
+//     VENDOR_KEY_FILE = "vendor.key" # the value of VENDOR_KEY is what this file holds
 //
 //     [requirements]                # part type = condition on the features of such a part
 //     kernel = "ram:<=64"
@@ -17,8 +18,9 @@
 //     status = 0                    # its exit status, 0 to 255
 //     seconds = 1                   # how long it takes; may be a fraction
 //
-// Each table is optional; an unknown table or key, a wrong type and a value out of its range are
-// errors.
+// VENDOR_KEY_FILE is relative to the description and no key of the device's: a key need not stand
+// in a file that is under version control. Each table is optional; an unknown table or key, a wrong
+// type and a value out of its range are errors.
 #pragma once
 
 #include <cstdint>
@@ -40,16 +42,21 @@ struct device {
     device_script script;
 };
 
+/// Whether the file that VENDOR_KEY_FILE names is read, or VENDOR_KEY is left unset.
+enum class key_files { read, left };
+
 /// The text of the description in the file `path`, of at most 1 MiB. Throws failure
 /// (tools/common/failure.h).
 std::string read_description(const std::filesystem::path &path);
 
 /// The description in the file `path`. Throws failure, with "FILE:LINE: what is wrong" where it has
 /// a mistake.
-device read_device(const std::filesystem::path &path);
+device read_device(const std::filesystem::path &path, key_files keys = key_files::read);
 
-/// The description in `text`; `name` stands for the file in errors. Throws failure.
-device parse_device(std::string_view text, const std::string &name);
+/// The description in `text`; `name` stands for the file in errors and where other files are looked
+/// for. Throws failure.
+device parse_device(std::string_view text, const std::string &name,
+                    key_files keys = key_files::read);
 
 /// The environment variable that states the requirement for parts of the type called `type_name`.
 std::string requirement_variable(const std::string &type_name);

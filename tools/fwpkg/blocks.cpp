@@ -9,42 +9,51 @@
 
 namespace fwpkg {
 
+namespace {
+
+size_t mapped_bytes(int blocks)
+{
+    return static_cast<size_t>(blocks) * block_size;
+}
+
+} // namespace
+
 void buffer_release::operator()(iobuf *buffer) const
 {
-    for (int i = 0; i < buffer->count; i++) {
-        if (buffer->blocks[i] != nullptr)
-            munmap(buffer->blocks[i], static_cast<size_t>(buffer->block_size));
-    }
+    if (buffer->current > 0)
+        munmap(buffer->blocks[0], mapped_bytes(buffer->current));
     free(buffer);
 }
 
 block_buffer load_blocks(std::span<const uint8_t> bytes)
 {
-    block_buffer buffer(iobuf_create(package_block_size, package_block_count));
+    block_buffer buffer(iobuf_create(block_size, package_block_count));
     if (!buffer)
         throw std::bad_alloc();
-    do {
-        uint8_t *block = iobuf_request(buffer.get());
-        if (block == nullptr)
-            throw std::bad_alloc();
-        const size_t length = std::min(bytes.size(), size_t{block_size});
-        std::copy_n(bytes.begin(), length, block);
-        buffer->total += static_cast<int>(length);
-        bytes = bytes.subspan(length);
-        iobuf_commit(buffer.get());
-    } while (!bytes.empty());
+    const size_t blocks = bytes.empty() ? 1 : (bytes.size() + block_size - 1) / block_size;
+    // One mapping: the device's, a block each, would take longer than all that is done with them.
+    void *const mapped = mmap(nullptr, blocks * block_size, PROT_READ | PROT_WRITE,
+                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED)
+        throw std::bad_alloc();
+    auto *const begin = static_cast<uint8_t *>(mapped);
+    std::ranges::copy(bytes, begin);
+    for (size_t i = 0; i < blocks; i++)
+        buffer->blocks[i] = begin + i * block_size;
+    buffer->current = static_cast<int>(blocks);
+    buffer->total = static_cast<int>(bytes.size());
     return buffer;
 }
 
 std::vector<uint8_t> store_blocks(const iobuf *buffer)
 {
-    std::vector<uint8_t> bytes;
-    bytes.reserve(static_cast<size_t>(buffer->total));
-    for (int left = buffer->total, i = 0; left > 0; left -= buffer->block_size, i++) {
-        const uint8_t *block = buffer->blocks[i];
-        bytes.insert(bytes.end(), block, block + std::min(left, buffer->block_size));
-    }
-    return bytes;
+    const std::span<const uint8_t> all = whole_blocks(buffer);
+    return {all.begin(), all.begin() + buffer->total};
+}
+
+std::span<const uint8_t> whole_blocks(const iobuf *buffer)
+{
+    return {buffer->blocks[0], mapped_bytes(buffer->current)};
 }
 
 device_words::device_words() : shown(stderr), kept(open_memstream(&text, &length))

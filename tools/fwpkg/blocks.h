@@ -32,6 +32,10 @@ block_buffer load_blocks(std::span<const uint8_t> bytes);
 /// The bytes that the buffer holds.
 std::vector<uint8_t> store_blocks(const iobuf *buffer);
 
+/// The blocks of a buffer that load_blocks made, the last one whole: what the device writes parts
+/// from. Lives as long as the buffer.
+std::span<const uint8_t> whole_blocks(const iobuf *buffer);
+
 /// While it lives, what the device's code prints on standard error is kept as text instead of
 /// shown: fwpkg says it in its own lines, and the line that names the key is never shown at all.
 /// Not to be nested.

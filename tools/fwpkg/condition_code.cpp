@@ -81,6 +81,30 @@ std::string value_text(const std::string &value)
     return escape_all(value, [](unsigned char c, size_t) { return c > ' ' && c < 0x7F; });
 }
 
+/// The value as the text had it, were it a text's.
+std::string raw_value(const std::string &value)
+{
+    const bool quoted = !value.empty() && (value[0] == '"' || value[0] == '\'');
+    return quoted ? value + value[0] : value;
+}
+
+std::string comparison_text(const condition_item &item, const std::string &name,
+                            const std::string &value)
+{
+    // "> =5" is greater than "=5", while ">=5" would be another operator.
+    const int base = item.code % condition_numeric;
+    const bool apart = (base == condition_greater || base == condition_less) && value[0] == '=';
+    return name + operator_text(item.code) + (apart ? " " : "") + value;
+}
+
+bool compiles_to(const std::string &text, std::span<const uint8_t> code)
+{
+    std::vector<uint8_t> again;
+    const int length = compile(text, again);
+    return length >= 0 &&
+           std::ranges::equal(code, std::span(again).first(static_cast<size_t>(length)));
+}
+
 } // namespace
 
 std::vector<uint8_t> compile_condition(const std::string &text, const std::string &place)
@@ -153,13 +177,8 @@ std::string operator_text(uint8_t code)
 
 std::string item_text(const condition_item &item)
 {
-    if (item.comparison) {
-        const std::string value = value_text(item.value);
-        // "> =5" is greater than "=5", while ">=5" would be another operator.
-        const int base = item.code % condition_numeric;
-        const bool apart = (base == condition_greater || base == condition_less) && value[0] == '=';
-        return name_text(item.name) + operator_text(item.code) + (apart ? " " : "") + value;
-    }
+    if (item.comparison)
+        return comparison_text(item, name_text(item.name), value_text(item.value));
     switch (item.code) {
     case condition_and_not:
         return "!";
@@ -183,20 +202,19 @@ condition_text decompile_condition(std::span<const uint8_t> code)
     if (ends)
         items.pop_back(); // the compiler adds it
     std::string text;
+    std::string raw;
     for (const condition_item &item : items) {
+        const bool as_it_is = item.comparison && item.complete;
+        raw += " " + (as_it_is ? comparison_text(item, item.name, raw_value(item.value))
+                               : item_text(item));
         // An empty value stands at the end of a text, where the escape would not be needed.
         std::string piece = item_text(item);
         if (&item == &items.back() && item.comparison && item.complete && item.value.empty())
             piece.resize(piece.size() - 2);
         text += (text.empty() ? "" : " ") + piece;
     }
-    std::vector<uint8_t> again;
-    const int length = compile(text, again);
-    const bool exact =
-        code.empty() ||
-        (length >= 0 &&
-         std::ranges::equal(code, std::span(again).first(static_cast<size_t>(length))));
-    return {text, exact};
+    const bool exact = code.empty() || compiles_to(text, code);
+    return {text, exact, exact || compiles_to(raw, code)};
 }
 
 bool comparison_holds(const condition_item &item, const std::optional<std::string> &actual)

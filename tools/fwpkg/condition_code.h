@@ -49,7 +49,8 @@ std::string item_text(const condition_item &item);
 /// A condition as text.
 struct condition_text {
     std::string text;
-    bool exact; ///< compiles to the same bytes
+    bool exact;    ///< compiles to the same bytes
+    bool writable; ///< that or, where it has escapes, the text with the bytes for which they stand
 };
 
 /// The text for `code`; empty for no code.

@@ -6,9 +6,8 @@
 #include <span>
 
 #include "package/conditions.h"
-#include "tools/fwpkg/condition_code.h"
+#include "tools/fwpkg/check_condition.h"
 #include "tools/fwpkg/text.h"
-#include "tools/fwpkg/traps.h"
 
 namespace fwpkg {
 namespace {
@@ -19,6 +18,48 @@ const char *given_value(const char *name)
 {
     const auto found = given->find(name);
     return found == given->end() ? nullptr : found->second.c_str();
+}
+
+std::string position_text(int position)
+{
+    char text[16];
+    snprintf(text, sizeof text, "%5d  ", position);
+    return text;
+}
+
+std::string comparison_line(const explained_item &one)
+{
+    return item_text(one.item) + "  " + (is_numeric(one.item) ? "as numbers" : "as texts") +
+           ", with " + (one.actual ? "\"" + printable(*one.actual) + "\"" : "nothing") + ": " +
+           (one.holds ? "holds" : "does not hold");
+}
+
+} // namespace
+
+condition_report explain_condition(const std::string &text,
+                                   const std::map<std::string, std::string> &values)
+{
+    given = &values;
+    condition_report report;
+    report.code = compile_condition(text, "condition");
+    const std::vector<condition_item> items = list_condition(report.code);
+    report.warnings = condition_warnings(items);
+    const size_t reached = reached_items(items);
+    for (const condition_item &item : items) {
+        explained_item one{item, {}};
+        if (item.comparison) {
+            if (const char *value = given_value(item.name.c_str()); value != nullptr)
+                one.actual = value;
+            one.holds = comparison_holds(item, one.actual);
+            if (report.items.size() < reached)
+                for (const std::string &warning : value_warnings(item, one.actual))
+                    report.warnings.push_back(warning);
+        }
+        report.items.push_back(std::move(one));
+    }
+    report.holds =
+        eval_conditions(report.code.data(), static_cast<int>(report.code.size()), given_value) != 0;
+    return report;
 }
 
 const char *operator_name(uint8_t code)
@@ -37,49 +78,13 @@ const char *operator_name(uint8_t code)
     }
 }
 
-std::string position_text(int position)
+std::string condition_text_report(const condition_report &report)
 {
-    char text[16];
-    snprintf(text, sizeof text, "%5d  ", position);
-    return text;
-}
-
-std::string comparison_line(const condition_item &item, const std::optional<std::string> &actual)
-{
-    return item_text(item) + "  " + (is_numeric(item) ? "as numbers" : "as texts") + ", with " +
-           (actual ? "\"" + printable(*actual) + "\"" : "nothing") + ": " +
-           (comparison_holds(item, actual) ? "holds" : "does not hold") + "\n";
-}
-
-} // namespace
-
-condition_report explain_condition(const std::string &text,
-                                   const std::map<std::string, std::string> &values)
-{
-    given = &values;
-    const std::vector<uint8_t> code = compile_condition(text, "condition");
-    const std::vector<condition_item> items = list_condition(code);
-    condition_report report;
-    report.listing = count_of(code.size(), "byte") + ": " + hex(code) + "\n";
-    report.traps = condition_traps(items);
-    const size_t reached = reached_items(items);
-    for (const condition_item &item : items) {
-        report.listing += position_text(item.position);
-        if (!item.comparison) {
-            report.listing += operator_name(item.code) + std::string("\n");
-            continue;
-        }
-        const char *value = given_value(item.name.c_str());
-        const auto actual = value == nullptr ? std::nullopt : std::optional<std::string>(value);
-        report.listing += comparison_line(item, actual);
-        if (static_cast<size_t>(&item - items.data()) >= reached)
-            continue;
-        for (const std::string &trap : value_traps(item, actual))
-            report.traps.push_back(trap);
-    }
-    const int result = eval_conditions(code.data(), static_cast<int>(code.size()), given_value);
-    report.listing += std::string("result: ") + (result != 0 ? "holds" : "does not hold") + "\n";
-    return report;
+    std::string text = count_of(report.code.size(), "byte") + ": " + hex(report.code) + "\n";
+    for (const explained_item &one : report.items)
+        text += position_text(one.item.position) +
+                (one.item.comparison ? comparison_line(one) : operator_name(one.item.code)) + "\n";
+    return text + "result: " + (report.holds ? "holds" : "does not hold") + "\n";
 }
 
 } // namespace fwpkg

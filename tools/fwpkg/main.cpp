@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
 // The command line of fwpkg.
+#include <algorithm>
+
 #include <CLI/CLI.hpp>
 
 #include "tools/common/command_line.h"
+#include "tools/common/near_word.h"
 #include "tools/fwpkg/commands.h"
 
 namespace {
@@ -12,69 +15,185 @@ using namespace fwpkg;
 
 using command = int (*)(const command_options &options);
 
-/// The command line's grammar; `chosen` becomes the command that it names.
-void describe(CLI::App &app, command_options &options, command &chosen)
-{
-    app.require_subcommand(1);
-    const auto add = [&](const char *name, const char *what, const char *example, command run) {
-        CLI::App *sub = app.add_subcommand(name, what);
-        sub->footer(std::string("Example:\n  ") + example);
-        sub->callback([&chosen, run] { chosen = run; });
+/// A command of the grammar: what --help says of it, besides its options.
+struct command_face {
+    const char *name;
+    const char *what;
+    const char *examples; ///< each on a line of its own, indented by two
+    const char *good;     ///< what the exit statuses 0 and 1 mean
+    const char *bad;
+    command run;
+};
+
+constexpr command_face make_face = {
+    "make",
+    "Make a package from its manifest",
+    "  fwpkg make manifest.toml -o flash.pkg --key-file vendor.key\n"
+    "  fwpkg make manifest.toml -o - --json 2>flash.json | ssh server 'cat >flash.pkg'\n",
+    "made",
+    "made, and a --device would not take it",
+    make_command,
+};
+constexpr command_face show_face = {
+    "show",
+    "Show what a package holds, and its sums",
+    "  fwpkg show flash.pkg --key-file vendor.key\n",
+    "shown",
+    "shown as far as it can be read",
+    show_command,
+};
+constexpr command_face check_face = {
+    "check",
+    "Judge a package: what devices check, and what they trust",
+    "  fwpkg check flash.pkg --key-file vendor.key\n"
+    "  fwpkg check flash.pkg --strict --device rev1.toml --device rev2.toml\n",
+    "sound",
+    "errors, or warnings with --strict",
+    check_command,
+};
+constexpr command_face plan_face = {
+    "plan",
+    "Say what an upgrade would do to each device, and why",
+    "  fwpkg plan flash.pkg --device rev1.toml --device rev2.toml\n"
+    "  fwpkg plan flash.pkg --device rev1.toml --expect upgraded\n",
+    "planned; with --expect: as expected",
+    "a device comes to something else than --expect",
+    plan_command,
+};
+constexpr command_face diff_face = {
+    "diff",
+    "Say what differs between two packages",
+    "  fwpkg diff old.pkg new.pkg --key-file vendor.key\n"
+    "  fwpkg diff old.pkg new.pkg --device rev1.toml --json\n",
+    "the same, byte for byte",
+    "they differ",
+    diff_command,
+};
+constexpr command_face condition_face = {
+    "condition",
+    "Compile and explain a condition",
+    "  fwpkg condition 'ram:>=64 & board=rev2' ram=128 board=rev1\n",
+    "holds",
+    "does not hold",
+    condition_command,
+};
+constexpr command_face extract_face = {
+    "extract",
+    "Put the data of a package's parts back into files",
+    "  fwpkg extract flash.pkg parts --key-file vendor.key\n",
+    "extracted",
+    "the package is wrong, and nothing extracted",
+    extract_command,
+};
+
+/// Adds commands and options to the grammar; `chosen` becomes the command that the line names.
+struct grammar {
+    CLI::App &app;
+    command_options &options;
+    command &chosen;
+
+    CLI::App *add(const command_face &face) const
+    {
+        CLI::App *sub = app.add_subcommand(face.name, face.what);
+        sub->footer(std::string("Examples:\n") + face.examples + "Exit status:\n  0  " + face.good +
+                    "\n  1  " + face.bad +
+                    "\n  2  trouble: wrong usage, a mistake in a description, a file or a key "
+                    "that cannot be read");
+        sub->callback([&to = chosen, run = face.run] { to = run; });
         return sub;
-    };
-    const auto add_package = [&](CLI::App *sub) {
-        sub->add_option("FILE", options.file, "The package")->required();
-    };
-    const auto add_key = [&](CLI::App *sub) {
-        sub->add_option("--key-file", options.key_file,
-                        "File with the key; one newline at its end is not part of it");
-    };
-    const auto add_json = [&](CLI::App *sub) {
+    }
+    void add_file(CLI::App *sub, const char *name, std::filesystem::path &to,
+                  const char *what) const
+    {
+        sub->add_option(name, to, what)->required()->type_name("");
+    }
+    void add_key(CLI::App *sub, const char *name, std::filesystem::path &to,
+                 const char *what = "The key; one newline at the end is not part of it") const
+    {
+        sub->add_option(name, to, what)->type_name("FILE");
+    }
+    CLI::Option *add_device(CLI::App *sub, const char *what) const
+    {
+        return sub->add_option("--device", options.devices, what)
+            ->type_name("FILE")
+            ->allow_extra_args(false);
+    }
+    void add_json(CLI::App *sub) const
+    {
         sub->add_flag("--json", options.json, "Print JSON");
-    };
+    }
+    void add_making() const;
+    void add_looking() const;
+    void add_judging() const;
+};
 
-    const auto add_device = [&](CLI::App *sub, const char *what) {
-        return sub->add_option("--device", options.devices, what)->allow_extra_args(false);
-    };
+void grammar::add_making() const
+{
+    CLI::App *make = add(make_face);
+    add_file(make, "MANIFEST", options.file, "The manifest, a TOML file; - for standard input");
+    make->add_option("-o,--output", options.output,
+                     "The package to write; - for standard output, the report then goes to "
+                     "standard error")
+        ->required()
+        ->type_name("FILE");
+    add_key(make, "--key-file", options.key_file);
+    add_device(make, "A device that the package is for; may be repeated");
+    add_json(make);
 
-    CLI::App *make =
-        add("make", "Make a package from its manifest",
-            "fwpkg make manifest.toml -o flash.pkg --key-file vendor.key", make_command);
-    make->add_option("MANIFEST", options.file, "The manifest, a TOML file")->required();
-    add_device(make, "A device whose partitions the parts should fit");
-    make->add_option("-o,--output", options.output, "The package to write")->required();
-    add_key(make);
+    CLI::App *extract = add(extract_face);
+    add_file(extract, "FILE", options.file, "The package; - for standard input");
+    add_file(extract, "DIR", options.output, "The folder for the files");
+    add_key(extract, "--key-file", options.key_file);
+    add_json(extract);
+}
 
-    CLI::App *show = add("show", "Show what a package holds",
-                         "fwpkg show flash.pkg --key-file vendor.key", show_command);
-    add_package(show);
-    add_key(show);
+void grammar::add_looking() const
+{
+    CLI::App *show = add(show_face);
+    add_file(show, "FILE", options.file, "The package; - for standard input");
+    add_key(show, "--key-file", options.key_file);
     add_json(show);
 
-    CLI::App *check = add("check", "Judge a package: what devices check, and what they trust",
-                          "fwpkg check flash.pkg --key-file vendor.key", check_command);
-    add_package(check);
-    add_key(check);
-    add_device(check, "A device whose partitions the parts should fit");
+    CLI::App *diff = add(diff_face);
+    add_file(diff, "BEFORE", options.file, "The one package; - for standard input");
+    add_file(diff, "AFTER", options.after, "The other");
+    add_key(diff, "--key-file", options.key_file);
+    add_key(diff, "--key-file-after", options.key_file_after,
+            "The key of AFTER, where it has another");
+    add_device(diff, "Say what this device would write differently; may be repeated");
+    add_json(diff);
+
+    CLI::App *condition = add(condition_face);
+    condition->add_option("TEXT", options.condition, "The condition")->required()->type_name("");
+    condition->add_option("VALUES", options.values, "NAME=VALUE: what the device has")
+        ->type_name("");
+    add_json(condition);
+}
+
+void grammar::add_judging() const
+{
+    CLI::App *check = add(check_face);
+    add_file(check, "FILE", options.file, "The package; - for standard input");
+    add_key(check, "--key-file", options.key_file);
+    add_device(check, "A device that must take the package; may be repeated");
+    check->add_flag("--strict", options.strict, "Warnings fail, too");
     add_json(check);
 
-    CLI::App *plan = add("plan", "Say what an upgrade would do to each device, and why",
-                         "fwpkg plan flash.pkg --device a.toml --device b.toml", plan_command);
-    add_package(plan);
-    add_device(plan, "A device's description, its keys included")->required();
+    CLI::App *plan = add(plan_face);
+    add_file(plan, "FILE", options.file, "The package; - for standard input");
+    add_device(plan, "A device's description, its keys included; may be repeated")->required();
+    plan->add_flag("--details", options.details,
+                   "All comparisons and sizes, also for more than three devices");
+    plan->add_option("--expect", options.expect, "What every device must come to")
+        ->type_name("upgraded|refused")
+        ->check([](const std::string &word) {
+            const std::vector<std::string> known = {"upgraded", "refused"};
+            return std::ranges::find(known, word) != known.end()
+                       ? std::string()
+                       : "\"" + word + "\" is not upgraded or refused" +
+                             near_word_hint(word, known);
+        });
     add_json(plan);
-
-    CLI::App *condition =
-        add("condition", "Compile and explain a condition",
-            "fwpkg condition 'ram:>=64 & board=rev2' ram=128 board=rev1", condition_command);
-    condition->add_option("TEXT", options.condition, "The condition")->required();
-    condition->add_option("VALUES", options.values, "NAME=VALUE: what the device has");
-
-    CLI::App *extract = add("extract", "Put the data of a package's parts back into files",
-                            "fwpkg extract flash.pkg parts --key-file vendor.key", extract_command);
-    add_package(extract);
-    extract->add_option("DIR", options.output, "The folder for the files")->required();
-    add_key(extract);
 }
 
 } // namespace
@@ -84,6 +203,14 @@ int main(int argc, char **argv)
     CLI::App app("Makes, shows and checks firmware packages.", "fwpkg");
     command_options options;
     command chosen = nullptr;
-    describe(app, options, chosen);
+    app.require_subcommand(1);
+    app.footer("Examples:\n  fwpkg make manifest.toml -o flash.pkg\n  fwpkg check --help\n"
+               "Exit status:\n  0  done, and as it should be\n  1  done, and the answer is no\n"
+               "  2  trouble: wrong usage, a mistake in a description, a file or a key that "
+               "cannot be read");
+    const grammar rules{app, options, chosen};
+    rules.add_making();
+    rules.add_looking();
+    rules.add_judging();
     return run_command_line(app, argc, argv, exit_trouble, [&] { return chosen(options); });
 }

@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <new>
 
+#include "package/decrypt.h"
 #include "package/md5.h"
 #include "package/package.h"
-#include "package/decrypt.h"
 #include "package/validate.h"
 #include "tools/common/files.h"
 #include "tools/fwpkg/blocks.h"
@@ -95,19 +95,30 @@ void seal(bytes &image, const std::optional<std::string> &key)
     digest_package(&record, buffer.get(), image.data() + package_checksum_offset);
 }
 
+/// The data of a part. Nothing but a file: a pipe that nobody writes to would be waited for without
+/// a word.
+bytes read_part_file(const manifest_part &part)
+{
+    std::error_code error;
+    if (std::filesystem::exists(part.file, error) &&
+        !std::filesystem::is_regular_file(part.file, error))
+        throw failure(part.place + ": " + part.file.string() + ": not a regular file");
+    try {
+        return read_bytes(part.file, package_capacity);
+    } catch (const failure &reason) {
+        throw failure(part.place + ": " + reason.what());
+    }
+}
+
 } // namespace
 
-bytes make_package(const manifest &manifest, const std::optional<std::string> &key)
+made_package make_package(const manifest &recipe, const std::optional<std::string> &key)
 {
     std::vector<bytes> data;
     bytes table;
     size_t end = block_size;
-    for (const manifest_part &part : manifest.parts) {
-        try {
-            data.push_back(read_bytes(part.file, package_capacity));
-        } catch (const failure &error) {
-            throw failure(part.place + ": " + error.what(), error.status);
-        }
+    for (const manifest_part &part : recipe.parts) {
+        data.push_back(read_part_file(part));
         const size_t size = data.back().size();
         const size_t offset = size > 0 ? round_up(end, block_size) : 0;
         const bytes entry = entry_bytes(part, size, offset);
@@ -118,13 +129,13 @@ bytes make_package(const manifest &manifest, const std::optional<std::string> &k
                           std::to_string(end) + ", a package holds at most " +
                           std::to_string(package_capacity));
     }
-    if (manifest.parts.size() < package_part_count)
+    if (recipe.parts.size() < package_part_count)
         table.resize(table.size() + part_lookahead);
     const size_t table_end = package_header_size + table.size();
     if (table_end > block_size)
-        throw failure(manifest.name + ": the part table would end at byte " +
+        throw failure(recipe.name + ": the part table would end at byte " +
                       std::to_string(table_end) + ", the first block at " +
-                      std::to_string(block_size) + " (" + count_of(manifest.parts.size(), "part") +
+                      std::to_string(block_size) + " (" + count_of(recipe.parts.size(), "part") +
                       ")");
 
     bytes image;
@@ -141,7 +152,7 @@ bytes make_package(const manifest &manifest, const std::optional<std::string> &k
         image.insert(image.end(), part.begin(), part.end());
     }
     seal(image, key);
-    return image;
+    return {std::move(image), std::move(data)};
 }
 
 } // namespace fwpkg

@@ -17,10 +17,16 @@
 
 namespace fwpkg {
 
-/// The bytes of the package that `manifest` describes, its parts' files read. `key` enciphers and
+/// A package, and what it was made of.
+struct made_package {
+    std::vector<uint8_t> bytes;
+    std::vector<std::vector<uint8_t>> inputs; ///< what each part's file held
+};
+
+/// The package that `recipe` describes, its parts' files read. `key` enciphers and
 /// is there exactly when the manifest asks for it. Throws failure, with the numbers, when a file
-/// cannot be read, a condition does not compile, the table does not fit the first block or the
-/// package the device.
-std::vector<uint8_t> make_package(const manifest &manifest, const std::optional<std::string> &key);
+/// is none or cannot be read, a condition does not compile, the table does not fit the first block
+/// or the package the device.
+made_package make_package(const manifest &recipe, const std::optional<std::string> &key);
 
 } // namespace fwpkg

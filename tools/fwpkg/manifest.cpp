@@ -109,7 +109,7 @@ private:
             if (key == "type")
                 part.type = type(key, node);
             else if (key == "file")
-                part.file = path_.parent_path() / text(key, node);
+                part.file = file(text(key, node));
             else if (key == "actual_size")
                 part.actual_size = static_cast<uint32_t>(number(key, node, UINT32_MAX));
             else if (key == "optional")
@@ -128,6 +128,12 @@ private:
                 throw failure(part.place + " has no \"" + needed + "\"");
         }
         result_.parts.push_back(std::move(part));
+    }
+
+    std::filesystem::path file(const std::string &name) const
+    {
+        const std::filesystem::path path = path_.parent_path() / name;
+        return path == "-" ? std::filesystem::path("./-") : path; // a file, no standard stream
     }
 
     int type(const toml::key &key, const toml::node &node) const
@@ -165,11 +171,11 @@ private:
 manifest read_manifest(const std::filesystem::path &path)
 {
     const std::string text = read_text(path, manifest_limit);
-    reader reader(path);
+    reader tables(path);
     try {
-        return reader.read(parse_toml(text));
+        return tables.read(parse_toml(text));
     } catch (const toml::parse_error &error) {
-        reader.fail(error.source(), std::string(error.description()));
+        tables.fail(error.source(), std::string(error.description()));
     }
 }
 

@@ -111,9 +111,9 @@ overlap_result find_overlap(std::span<const uint8_t> a, std::span<const uint8_t>
             return result;
         }
         if (!advance(all))
-            return {complete ? overlap::none : overlap::unknown, {}};
+            return {complete ? overlap::none : overlap::mixed, {}};
     }
-    return {overlap::unknown, {}};
+    return {overlap::too_many, {}};
 }
 
 } // namespace fwpkg

@@ -11,9 +11,10 @@
 namespace fwpkg {
 
 enum class overlap {
-    none,    ///< no device meets both
-    some,    ///< the device in `configuration` meets both
-    unknown, ///< too many names and values to try, or one name is compared as text and as number
+    none,     ///< no device meets both
+    some,     ///< the device in `configuration` meets both
+    too_many, ///< none found, and there are more names and values than are tried
+    mixed,    ///< none found, but one name is compared as text and as number: there may be one
 };
 
 struct overlap_result {

@@ -69,6 +69,11 @@ std::string part_entry::place() const
     return "part " + std::to_string(index) + " (" + type_name(part.type) + ")";
 }
 
+bool part_entry::is_optional() const
+{
+    return (part.flags & part_flag_optional) != 0;
+}
+
 uint32_t part_entry::conditions_position() const
 {
     return position + part_conditions_offset;
@@ -92,6 +97,11 @@ std::span<const uint8_t> part_entry::conditions() const
 std::span<const uint8_t> part_entry::features() const
 {
     return {part.features, part.features_length};
+}
+
+std::string content_identifier(const package_file &file)
+{
+    return hex_digest({file.record.checksum, package_checksum_size});
 }
 
 package_file open_package(std::span<const uint8_t> bytes, const std::optional<std::string> &key)

@@ -26,6 +26,7 @@ struct part_entry {
 
     /// "part 0 (kernel)"
     std::string place() const;
+    bool is_optional() const;
     /// Where the entry's variable fields begin and end in the package.
     uint32_t conditions_position() const;
     uint32_t features_position() const;
@@ -55,6 +56,10 @@ struct package_file {
     std::vector<part_entry> parts;
     uint32_t table_end = 0; ///< position behind the last entry read
 };
+
+/// The digest in the header of a package that was read that far, as the device prints it: packages
+/// of the same contents have the same, whatever their keys.
+std::string content_identifier(const package_file &file);
 
 /// Reads `bytes`, at most package_capacity of them. `key` deciphers an enciphered package and is
 /// not used for one in clear. A wrong length leaves an enciphered package enciphered, as on the

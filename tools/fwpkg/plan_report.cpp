@@ -24,17 +24,9 @@ std::string comparison_text(const planned_comparison &comparison, const char *wh
         comparison.actual ? "\"" + printable(*comparison.actual) + "\"" : std::string("nothing");
     std::string result = "    " + comparison.text + "  " + who + " has " + actual + ": " +
                          (comparison.holds ? "holds" : "does not hold") + "\n";
-    for (const std::string &trap : comparison.traps)
-        result += "      (" + trap + ")\n";
+    for (const std::string &warning : comparison.warnings)
+        result += "      (" + warning + ")\n";
     return result;
-}
-
-/// Bytes of the partition that neither the data nor the trailer takes; below 0 where the trailer
-/// covers data.
-int64_t room_left(const planned_part &part)
-{
-    return static_cast<int64_t>(*part.partition_size) - part.bytes -
-           static_cast<int64_t>(sizeof(partition_trailer));
 }
 
 std::string part_text(const planned_part &part)
@@ -63,7 +55,16 @@ std::string part_text(const planned_part &part)
     return result;
 }
 
-std::string verdict(const device_plan &plan)
+} // namespace
+
+const char *result_name(const device_plan &plan)
+{
+    if (plan.endless)
+        return "endless";
+    return plan.exit_status == 0 ? "upgraded" : plan.exit_status == 1 ? "refused" : "failed";
+}
+
+std::string verdict_text(const device_plan &plan)
 {
     if (plan.endless)
         return "writing would not end: " + plan.reason;
@@ -78,37 +79,32 @@ std::string verdict(const device_plan &plan)
            seconds_text(plan.milliseconds);
 }
 
-json comparisons_json(const std::vector<planned_comparison> &comparisons)
+namespace {
+
+/// "kernel": what the table has above a part's outcomes.
+std::string column_name(const planned_part &part)
 {
-    json result = json::array();
-    for (const planned_comparison &comparison : comparisons) {
-        json traps = comparison.traps;
-        result.push_back(
-            {{"text", comparison.text},
-             {"actual", comparison.actual ? json(printable(*comparison.actual)) : json()},
-             {"holds", comparison.holds},
-             {"traps", traps}});
-    }
-    return result;
+    const size_t begin = part.place.find('(') + 1;
+    return part.place.substr(begin, part.place.size() - begin - 1);
 }
 
-json part_json(const planned_part &part)
+/// Columns of texts, as wide as their widest text, two blanks between.
+std::string table_text(const std::vector<std::vector<std::string>> &rows)
 {
-    json result;
-    result["place"] = part.place;
-    result["outcome"] = outcome_name(part.outcome);
-    result["reason"] = part.reason;
-    result["conditions"] = comparisons_json(part.conditions);
-    result["requirement_text"] =
-        part.requirement_text ? json(printable(*part.requirement_text)) : json();
-    result["requirement"] = comparisons_json(part.requirement);
-    result["partition"] = printable(part.partition);
-    result["partition_size"] = part.partition_size ? json(*part.partition_size) : json();
-    result["room_left"] = part.partition_size ? json(room_left(part)) : json();
-    result["bytes"] = part.bytes;
-    result["blocks"] = part.blocks;
-    result["milliseconds"] = part.milliseconds;
-    return result;
+    std::vector<size_t> widths;
+    for (const auto &row : rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (size_t i = 0; i < row.size(); i++)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    std::string text;
+    for (const auto &row : rows) {
+        std::string line;
+        for (size_t i = 0; i < row.size(); i++)
+            line += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
+        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+    }
+    return text;
 }
 
 } // namespace
@@ -121,24 +117,25 @@ const char *outcome_name(part_outcome outcome)
 
 std::string plan_text(const device_plan &plan)
 {
-    std::string result = printable(plan.name) + ": " + verdict(plan) + "\n";
+    std::string result = printable(plan.name) + ": " + verdict_text(plan) + "\n";
     for (const planned_part &part : plan.parts)
         result += part_text(part);
     return result;
 }
 
-json plan_json(const device_plan &plan)
+std::string plan_summary(const std::vector<device_plan> &plans)
 {
-    json result;
-    result["device"] = printable(plan.name);
-    result["exit_status"] = plan.endless ? json() : json(plan.exit_status);
-    result["reason"] = plan.reason;
-    result["blocks"] = plan.blocks;
-    result["milliseconds"] = plan.milliseconds;
-    result["parts"] = json::array();
-    for (const planned_part &part : plan.parts)
-        result["parts"].push_back(part_json(part));
-    return result;
+    std::vector<std::vector<std::string>> rows{{"device", "result", "time"}};
+    for (const device_plan &plan : plans) {
+        if (rows[0].size() == 3)
+            for (const planned_part &part : plan.parts)
+                rows[0].push_back(column_name(part));
+        rows.push_back({printable(plan.name), result_name(plan),
+                        plan.exit_status == 0 ? seconds_text(plan.milliseconds) : "-"});
+        for (const planned_part &part : plan.parts)
+            rows.back().emplace_back(outcome_name(part.outcome));
+    }
+    return table_text(rows);
 }
 
 } // namespace fwpkg

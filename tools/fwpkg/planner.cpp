@@ -5,20 +5,32 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <map>
 
 #include "flash/flash.h"
+#include "flash/trailer.h"
 #include "package/conditions.h"
 #include "package/decrypt.h"
 #include "package/selection.h"
 #include "package/validate.h"
 #include "platform/device.h"
 #include "platform/syscfg.h"
+#include "tools/fwpkg/blocks.h"
+#include "tools/fwpkg/check_condition.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/configuration.h"
+#include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/text.h"
-#include "tools/fwpkg/traps.h"
 
 namespace fwpkg {
+
+/// The package as the device has it before it looks at the parts.
+struct prepared_package {
+    block_buffer buffer;
+    package record{};
+    std::string problem; ///< why the device refuses it, empty when it does not
+};
+
 namespace {
 
 constexpr int write_attempts = 3;
@@ -48,7 +60,7 @@ std::vector<planned_comparison> compare_all(std::span<const uint8_t> code, const
         if (actual && item.name == hidden)
             result.push_back({item_text(item), "(the key)", holds, {}});
         else
-            result.push_back({item_text(item), actual, holds, value_traps(item, actual)});
+            result.push_back({item_text(item), actual, holds, value_warnings(item, actual)});
     }
     return result;
 }
@@ -64,14 +76,43 @@ std::string failed_comparison(const std::vector<planned_comparison> &comparisons
                            : "there is no value");
 }
 
+/// Reads, deciphers and checks the package up to its table; gives the device's reason for refusing
+/// it, or the empty text. What deciphering prints has the key in it and is left out.
+std::string prepare(prepared_package &to)
+{
+    init_package_struct(&to.record);
+    const uint8_t *block = to.buffer->blocks[0];
+    if (to.buffer->total == 0)
+        return "error reading package: it is empty";
+    device_words words;
+    if (read_package_head(&to.record, block, block_size) < 0)
+        return "error reading package: " + words.lines();
+    if (decrypt_package(nullptr, &to.record, to.buffer.get()) < 0) {
+        if (to.record.encryp == encryption_none)
+            return "decrypt package failed: in clear, and the device has a VENDOR_KEY";
+        return to.record.encryp == encryption_rc4
+                   ? "decrypt package failed: enciphered, and the device has no key"
+                   : "decrypt package failed: unknown encryption";
+    }
+    if (valid_package(nullptr, &to.record, to.buffer.get()) == 0) {
+        if (to.record.size != static_cast<uint32_t>(to.buffer->total))
+            return "invalid package: the header says " + std::to_string(to.record.size) +
+                   " bytes, there are " + std::to_string(to.buffer->total);
+        return to.record.encryp == encryption_rc4
+                   ? "invalid package: the digest is wrong: another key, or damaged"
+                   : "invalid package: the digest is wrong";
+    }
+    return read_package_parts(&to.record, block, block_size) >= 0 ? ""
+                                                                  : "error reading package parts";
+}
+
 /// One plan in the making.
 struct planner {
-    const named_device &device;
-    block_buffer buffer;
-    package record{};
+    const named_device &target;
+    const iobuf *buffer;
+    package record;
     device_plan plan{};
 
-    bool prepare();
     bool select_parts();
     void write_parts();
     std::string list_comparisons(const package_part &part, planned_part &planned) const;
@@ -86,36 +127,6 @@ bool planner::end(int exit_status, const std::string &reason)
     plan.exit_status = exit_status;
     plan.reason = reason;
     return false;
-}
-
-/// Reads, deciphers and checks the package up to its table, with the device's words as reasons.
-/// What deciphering prints has the key in it and is left out.
-bool planner::prepare()
-{
-    init_package_struct(&record);
-    const uint8_t *block = buffer->blocks[0];
-    if (buffer->total == 0)
-        return end(1, "error reading package: it is empty");
-    device_words words;
-    if (read_package_head(&record, block, block_size) < 0)
-        return end(1, "error reading package: " + words.lines());
-    if (decrypt_package(nullptr, &record, buffer.get()) < 0) {
-        if (record.encryp == encryption_none)
-            return end(1, "decrypt package failed: in clear, and the device has a VENDOR_KEY");
-        return end(1, record.encryp == encryption_rc4
-                          ? "decrypt package failed: enciphered, and the device has no key"
-                          : "decrypt package failed: unknown encryption");
-    }
-    if (valid_package(nullptr, &record, buffer.get()) == 0) {
-        if (record.size != static_cast<uint32_t>(buffer->total))
-            return end(1, "invalid package: the header says " + std::to_string(record.size) +
-                              " bytes, there are " + std::to_string(buffer->total));
-        return end(1, record.encryp == encryption_rc4
-                          ? "invalid package: the digest is wrong: another key, or damaged"
-                          : "invalid package: the digest is wrong");
-    }
-    return read_package_parts(&record, block, block_size) >= 0 ||
-           end(1, "error reading package parts");
 }
 
 /// Why the device's answer about its requirement is no: the text as it stands, unless an earlier
@@ -162,7 +173,7 @@ std::string planner::list_comparisons(const package_part &part, planned_part &pl
         return {};
     planned.requirement_text = text;
     const bool compiles = list_requirement(text, part, planned);
-    return requirement_reason(device.description.requirements.at(type), planned, compiles);
+    return requirement_reason(target.description.requirements.at(type), planned, compiles);
 }
 
 bool partition_size(void *context, int32_t /*type*/, uint64_t *size)
@@ -213,8 +224,8 @@ bool planner::select_parts()
         planned_part planned;
         planned.place = part_entry{index, 0, 0, part}.place();
         planned.partition = partition_device(part.type).text;
-        const auto size = device.description.partitions.find(part.type);
-        if (size != device.description.partitions.end())
+        const auto size = target.description.partitions.find(part.type);
+        if (size != target.description.partitions.end())
             planned.partition_size = size->second;
         plan.parts.push_back(std::move(planned));
     }
@@ -238,7 +249,7 @@ int64_t block_number(const package_part &part)
 
 bool planner::parts_are_present()
 {
-    const int absent = first_absent_part(&record, buffer.get());
+    const int absent = first_absent_part(&record, buffer);
     if (absent < 0)
         return true;
     planned_part &planned = plan.parts[static_cast<size_t>(absent)];
@@ -292,14 +303,47 @@ void planner::write_parts()
 
 } // namespace
 
-device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &device)
+int64_t room_left(const planned_part &part)
 {
-    const device_configuration configuration(device.description);
-    planner planner{device, load_blocks(bytes)};
-    planner.plan.name = device.name;
-    if (planner.prepare() && planner.select_parts())
-        planner.write_parts();
-    return std::move(planner.plan);
+    return static_cast<int64_t>(*part.partition_size) - part.bytes -
+           static_cast<int64_t>(sizeof(partition_trailer));
+}
+
+struct plan_maker::state {
+    using keys = std::pair<std::optional<std::string>, std::optional<std::string>>;
+    std::span<const uint8_t> bytes;
+    std::map<keys, prepared_package> prepared;
+};
+
+plan_maker::plan_maker(std::span<const uint8_t> bytes) : state_(new state{bytes, {}}) {}
+
+plan_maker::~plan_maker() = default;
+
+device_plan plan_maker::plan(const named_device &target)
+{
+    const device_configuration configuration(target.description);
+    const auto text = [](const char *value) {
+        return value == nullptr ? std::nullopt : std::optional<std::string>(value);
+    };
+    const auto [entry, fresh] =
+        state_->prepared.try_emplace({text(getsyscfg("VENDOR_KEY")), text(getsyscfg("VENID"))});
+    prepared_package &prepared = entry->second;
+    if (fresh) {
+        prepared.buffer = load_blocks(state_->bytes);
+        prepared.problem = prepare(prepared);
+    }
+    planner now{target, prepared.buffer.get(), prepared.record};
+    now.plan.name = target.name;
+    if (!prepared.problem.empty())
+        now.end(1, prepared.problem);
+    else if (now.select_parts())
+        now.write_parts();
+    return std::move(now.plan);
+}
+
+device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &target)
+{
+    return plan_maker(bytes).plan(target);
 }
 
 } // namespace fwpkg

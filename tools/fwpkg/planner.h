@@ -8,14 +8,21 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "tools/fwpkg/advice.h"
+#include "tools/device/device.h"
 
 namespace fwpkg {
+
+/// A device and the name of its description's file.
+struct named_device {
+    std::string name;
+    device description;
+};
 
 enum class part_outcome {
     written,
@@ -30,7 +37,7 @@ struct planned_comparison {
     std::string text;                  ///< "ram:>=64"
     std::optional<std::string> actual; ///< the device's value, or the part's feature; none: unknown
     bool holds;
-    std::vector<std::string> traps; ///< see value_traps
+    std::vector<std::string> warnings; ///< see value_warnings
 };
 
 struct planned_part {
@@ -57,7 +64,23 @@ struct device_plan {
     int64_t milliseconds = 0; ///< by the fixed pacing; retries, network and script are not in it
 };
 
-/// The plan for the package `bytes` (at most package_capacity) on `device`.
-device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &device);
+/// Bytes of the partition that neither the data of a written part nor the trailer takes; below 0
+/// where the trailer covers data.
+int64_t room_left(const planned_part &part);
+
+/// The plan for the package `bytes` (at most package_capacity) on `target`.
+device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &target);
+
+/// The same for several devices: the package is deciphered and checked once for each key.
+class plan_maker {
+public:
+    explicit plan_maker(std::span<const uint8_t> bytes); ///< outlive the object
+    ~plan_maker();
+    device_plan plan(const named_device &target);
+
+private:
+    struct state;
+    std::unique_ptr<state> state_;
+};
 
 } // namespace fwpkg

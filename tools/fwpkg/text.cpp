@@ -25,6 +25,13 @@ std::string hex_digest(std::span<const uint8_t> digest)
     return result;
 }
 
+std::string hex_word(uint32_t word)
+{
+    char digits[9];
+    snprintf(digits, sizeof digits, "%08x", static_cast<unsigned>(word));
+    return digits;
+}
+
 std::string type_name(int type)
 {
     if (type >= 0 && type < part_type_count)

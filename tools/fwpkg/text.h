@@ -18,6 +18,9 @@ std::string hex(std::span<const uint8_t> bytes);
 /// The digest as 32 hexadecimal digits.
 std::string hex_digest(std::span<const uint8_t> digest);
 
+/// A word in hexadecimal: eight digits.
+std::string hex_word(uint32_t word);
+
 /// The name of a part type as the device prints it: one of part_type_names, "unknown<N>" above.
 std::string type_name(int type);
 

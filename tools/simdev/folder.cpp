@@ -92,7 +92,8 @@ device read_folder(const fs::path &folder)
 {
     if (!fs::exists(folder / "device.toml"))
         throw failure(folder.string() + ": is no device folder (make one with simdev init)");
-    return read_device(folder / "device.toml");
+    // The key came with the folder's configuration; its file need not be near any more.
+    return read_device(folder / "device.toml", key_files::left);
 }
 
 std::map<int, fs::path> partition_files(const fs::path &folder)

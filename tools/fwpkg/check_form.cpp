@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/fwpkg/checker.h"
+#include "tools/fwpkg/check_form.h"
 
 #include <algorithm>
 
@@ -10,23 +10,7 @@
 namespace fwpkg {
 namespace {
 
-using numbers = std::vector<std::pair<std::string, uint64_t>>;
-
-/// Collects findings.
-struct report {
-    std::vector<finding> findings;
-
-    void error(const std::string &place, const std::string &message, numbers values = {})
-    {
-        findings.push_back({severity::error, place, message, std::move(values)});
-    }
-    void warning(const std::string &place, const std::string &message, numbers values = {})
-    {
-        findings.push_back({severity::warning, place, message, std::move(values)});
-    }
-};
-
-void check_header(const package_file &file, report &to)
+void check_header(const package_file &file, findings &to)
 {
     if (file.stage == read_stage::nothing) {
         to.error("header", file.problem);
@@ -46,7 +30,7 @@ void check_header(const package_file &file, report &to)
                      (file.stage == read_stage::table ? "" : ": another key, or damaged"));
 }
 
-void check_entry(const part_entry &entry, report &to)
+void check_entry(const part_entry &entry, findings &to)
 {
     const uint32_t end = entry.position + entry.header_size;
     if (entry.features_end() > end)
@@ -65,7 +49,7 @@ void check_entry(const part_entry &entry, report &to)
                    {{"flags", unknown}});
 }
 
-void check_conditions(const part_entry &entry, report &to)
+void check_conditions(const part_entry &entry, findings &to)
 {
     const std::string place = entry.place() + " conditions";
     const auto code = entry.conditions();
@@ -90,18 +74,18 @@ void check_conditions(const part_entry &entry, report &to)
         to.warning(place, "the code does not end with its closing byte, 255");
 }
 
-void check_features(const part_entry &entry, report &to)
+void check_features(const part_entry &entry, findings &to)
 {
-    for (const feature &feature : list_features(entry.features())) {
-        if (!feature.complete)
+    for (const feature &each : list_features(entry.features())) {
+        if (!each.complete)
             to.error(entry.place() + " features",
-                     "\"" + printable(feature.name) + "\" has no value that ends before byte " +
+                     "\"" + printable(each.name) + "\" has no value that ends before byte " +
                          std::to_string(entry.features_end()) + ": the device does not find it",
                      {{"features_end", entry.features_end()}});
     }
 }
 
-void check_data(const part_entry &entry, const package_file &file, report &to)
+void check_data(const part_entry &entry, const package_file &file, findings &to)
 {
     const uint32_t offset = entry.part.offset;
     const uint32_t size = entry.part.size;
@@ -126,7 +110,7 @@ void check_data(const part_entry &entry, const package_file &file, report &to)
                  {{"data_end", end}, {"file_size", file.size}});
 }
 
-void check_overlaps(const std::vector<part_entry> &parts, report &to)
+void check_overlaps(const std::vector<part_entry> &parts, findings &to)
 {
     for (size_t second = 1; second < parts.size(); second++) {
         for (size_t first = 0; first < second; first++) {
@@ -143,7 +127,7 @@ void check_overlaps(const std::vector<part_entry> &parts, report &to)
     }
 }
 
-void check_behind_table(const package_file &file, report &to)
+void check_behind_table(const package_file &file, findings &to)
 {
     if (file.parts.size() < package_part_count || file.table_end + 2 > block_size)
         return;
@@ -157,13 +141,12 @@ void check_behind_table(const package_file &file, report &to)
 
 } // namespace
 
-std::vector<finding> check_package(const package_file &file,
-                                   const std::vector<named_device> &devices)
+std::vector<finding> check_form(const package_file &file)
 {
-    report to;
+    findings to;
     check_header(file, to);
     if (file.stage < read_stage::table)
-        return to.findings;
+        return to.all;
     if (!file.problem.empty())
         to.error("part table", file.problem);
     for (const part_entry &entry : file.parts) {
@@ -174,9 +157,7 @@ std::vector<finding> check_package(const package_file &file,
     }
     check_overlaps(file.parts, to);
     check_behind_table(file, to);
-    const std::vector<finding> advice = advise(file, devices);
-    to.findings.insert(to.findings.end(), advice.begin(), advice.end());
-    return to.findings;
+    return to.all;
 }
 
 } // namespace fwpkg

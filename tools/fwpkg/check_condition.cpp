@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/fwpkg/traps.h"
+#include "tools/fwpkg/check_condition.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -58,26 +58,27 @@ int32_t number_of(const std::string &text)
                                                      : number);
 }
 
-void add_comparison_traps(const condition_item &item, sentences &traps)
+void add_comparison_warnings(const condition_item &item, sentences &warnings)
 {
     const std::string &value = item.value;
     const std::string where = item_text(item) + ": the value " + quoted(value) + " ";
     const char first = value.empty() ? '\0' : value[0];
     if (first == '"' || first == '\'')
-        traps.push_back(where + "keeps its opening quote");
+        warnings.push_back(where + "keeps its opening quote");
     else if (value.find_first_of("()&|") != std::string::npos)
-        traps.push_back(where + "reaches up to the next blank: put one before an operator or a "
-                                "parenthesis that is not meant as part of it");
+        warnings.push_back(where + "reaches up to the next blank: put one before an operator or a "
+                                   "parenthesis that is not meant as part of it");
     if (first == '=' && item.code % condition_numeric == condition_equal)
-        traps.push_back(where + "begins with \"=\": there is no operator \"==\"");
+        warnings.push_back(where + "begins with \"=\": there is no operator \"==\"");
     if (!is_numeric(item)) {
         const bool ordered = item.code != condition_equal && item.code != condition_not_equal;
         if (ordered && number_oddity(value).empty())
-            traps.push_back(item_text(item) + ": compares as text, so that \"9\" is greater than " +
-                            "\"10\"; numbers are compared with \"" +
-                            operator_text(item.code + condition_numeric) + "\"");
+            warnings.push_back(item_text(item) +
+                               ": compares as text, so that \"9\" is greater than " +
+                               "\"10\"; numbers are compared with \"" +
+                               operator_text(item.code + condition_numeric) + "\"");
     } else if (const std::string oddity = number_oddity(value); !oddity.empty()) {
-        traps.push_back(where + oddity);
+        warnings.push_back(where + oddity);
     }
 }
 
@@ -88,24 +89,25 @@ struct level {
     const condition_item *pending = nullptr;
 };
 
-void add_pending_trap(const condition_item &before, const condition_item &now, sentences &traps)
+void add_pending_warning(const condition_item &before, const condition_item &now,
+                         sentences &warnings)
 {
     // "& !" is how "and not" is written; the same one twice changes nothing, but for "! !".
     const bool usual = before.code == condition_and && now.code == condition_and_not;
     const bool repeated = before.code == now.code && now.code != condition_and_not;
     if (!usual && !repeated)
-        traps.push_back("\"" + item_text(before) + " " + item_text(now) +
-                        "\": the last of two operators in a row counts, here \"" + item_text(now) +
-                        "\" alone");
+        warnings.push_back("\"" + item_text(before) + " " + item_text(now) +
+                           "\": the last of two operators in a row counts, here \"" +
+                           item_text(now) + "\" alone");
 }
 
-void combine(level &now, sentences &traps)
+void combine(level &now, sentences &warnings)
 {
     const uint8_t code = now.pending == nullptr ? uint8_t{condition_and} : now.pending->code;
     if (code == condition_or && !now.any_operand)
-        traps.emplace_back("a leading \"|\" makes what follows it count as true");
+        warnings.emplace_back("a leading \"|\" makes what follows it count as true");
     if (code != condition_or && now.or_before)
-        traps.emplace_back(
+        warnings.emplace_back(
             "there is no precedence: \"and\" behind \"or\" applies to the whole left "
             "side; only parentheses change that");
     now.or_before = code == condition_or;
@@ -113,59 +115,60 @@ void combine(level &now, sentences &traps)
     now.pending = nullptr;
 }
 
-void end_level(const level &now, sentences &traps)
+void end_level(const level &now, sentences &warnings)
 {
     if (now.pending != nullptr)
-        traps.push_back("\"" + item_text(*now.pending) + "\" has nothing behind it and no effect");
+        warnings.push_back("\"" + item_text(*now.pending) +
+                           "\" has nothing behind it and no effect");
 }
 
-void add_end_traps(const std::vector<condition_item> &items, size_t reached, sentences &traps)
+void add_end_warnings(const std::vector<condition_item> &items, size_t reached, sentences &warnings)
 {
     int open = 0; // -1 where the last byte that was reached ends the condition
     for (const condition_item &item : std::span(items).first(reached))
         open += item.code == condition_open ? 1 : item.code == condition_close ? -1 : 0;
     if (reached < items.size())
-        traps.emplace_back("a \")\" without its \"(\" ends the condition: what is behind it is "
-                           "never looked at");
+        warnings.emplace_back("a \")\" without its \"(\" ends the condition: what is behind it is "
+                              "never looked at");
     else if (open > 0)
-        traps.emplace_back(
+        warnings.emplace_back(
             "a \"(\" without its \")\" runs to the end, and its items count a second "
             "time outside of it");
     else if (open == 0 && !items.empty() && items.back().code == condition_close)
-        traps.emplace_back("a \"(\" has no \")\" and reaches to the end");
+        warnings.emplace_back("a \"(\" has no \")\" and reaches to the end");
 }
 
 } // namespace
 
-std::vector<std::string> condition_traps(const std::vector<condition_item> &items)
+std::vector<std::string> condition_warnings(const std::vector<condition_item> &items)
 {
-    sentences traps;
+    sentences warnings;
     std::vector<level> levels(1);
     const size_t reached = reached_items(items);
     for (const condition_item &item : std::span(items).first(reached)) {
         if (item.comparison && item.complete)
-            add_comparison_traps(item, traps);
+            add_comparison_warnings(item, warnings);
         if (is_operator(item)) {
             if (levels.back().pending != nullptr)
-                add_pending_trap(*levels.back().pending, item, traps);
+                add_pending_warning(*levels.back().pending, item, warnings);
             levels.back().pending = &item;
         } else if (is_operand(item)) {
-            combine(levels.back(), traps);
+            combine(levels.back(), warnings);
         }
         if (item.code == condition_open) {
             levels.emplace_back();
         } else if (item.code == condition_close) {
-            end_level(levels.back(), traps);
+            end_level(levels.back(), warnings);
             if (levels.size() > 1)
                 levels.pop_back();
         }
     }
-    add_end_traps(items, reached, traps);
-    return traps;
+    add_end_warnings(items, reached, warnings);
+    return warnings;
 }
 
-std::vector<std::string> value_traps(const condition_item &item,
-                                     const std::optional<std::string> &actual)
+std::vector<std::string> value_warnings(const condition_item &item,
+                                        const std::optional<std::string> &actual)
 {
     if (!actual)
         return {item_text(item) + ": " + printable(item.name) + " is unknown and counts as " +

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/fwpkg/report.h"
+#include "tools/fwpkg/show_report.h"
 
 #include <cinttypes>
 #include <cstdarg>
 #include <cstdio>
 
 #include "tools/fwpkg/condition_code.h"
+#include "tools/fwpkg/sums.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {
@@ -38,11 +39,6 @@ std::string digest_verdict(const package_file &file)
     return file.digest_right ? "right" : "WRONG, the data has " + hex_digest(file.digest);
 }
 
-std::span<const uint8_t> header_digest(const package_file &file)
-{
-    return {file.record.checksum, package_checksum_size};
-}
-
 std::string conditions_text(const part_entry &entry)
 {
     if (entry.part.conditions_length == 0)
@@ -50,26 +46,28 @@ std::string conditions_text(const part_entry &entry)
     const condition_text text = decompile_condition(entry.conditions());
     std::string result = (text.text.empty() ? "none" : text.text) + "\n";
     if (!text.exact)
-        result +=
-            "               (no text compiles to these bytes: " + hex(entry.conditions()) + ")\n";
+        result += std::string("               (") +
+                  (text.writable ? "some bytes are not shown as they are: "
+                                 : "no text compiles to these bytes: ") +
+                  hex(entry.conditions()) + ")\n";
     return result;
 }
 
-std::string feature_text(const feature &feature)
+std::string feature_text(const feature &one)
 {
-    std::string result = printable(feature.name) + " = \"" + printable(feature.value) + "\"";
-    return feature.complete ? result : result + " (incomplete: the device does not find it)";
+    std::string result = printable(one.name) + " = \"" + printable(one.value) + "\"";
+    return one.complete ? result : result + " (incomplete: the device does not find it)";
 }
 
 std::string features_text(const part_entry &entry)
 {
     std::string result;
-    for (const feature &feature : list_features(entry.features()))
-        result += (result.empty() ? "" : ", ") + feature_text(feature);
+    for (const feature &each : list_features(entry.features()))
+        result += (result.empty() ? "" : ", ") + feature_text(each);
     return (result.empty() ? "none" : result) + "\n";
 }
 
-std::string part_text(const part_entry &entry)
+std::string part_text(const part_entry &entry, const std::optional<part_sums> &sums)
 {
     const package_part &part = entry.part;
     std::string result =
@@ -83,32 +81,10 @@ std::string part_text(const part_entry &entry)
         result += line("  flags        %08" PRIx32 "\n", part.flags);
     result += "  conditions   " + conditions_text(entry);
     result += "  features     " + features_text(entry);
-    return result;
-}
-
-json part_json(const part_entry &entry)
-{
-    const package_part &part = entry.part;
-    json result;
-    result["index"] = entry.index;
-    result["type"] = part.type;
-    result["type_name"] = type_name(part.type);
-    result["position"] = entry.position;
-    result["header_size"] = entry.header_size;
-    result["compress"] = part.compress;
-    result["actual_size"] = part.actual_size;
-    result["size"] = part.size;
-    result["offset"] = part.offset;
-    result["flags"] = part.flags;
-    result["optional"] = (part.flags & part_flag_optional) != 0;
-    const condition_text text = decompile_condition(entry.conditions());
-    result["conditions"] = {
-        {"bytes", hex(entry.conditions())}, {"text", text.text}, {"exact", text.exact}};
-    result["features"] = json::array();
-    for (const feature &feature : list_features(entry.features()))
-        result["features"].push_back({{"name", printable(feature.name)},
-                                      {"value", printable(feature.value)},
-                                      {"complete", feature.complete}});
+    if (sums) {
+        result += "  CRC-32       " + hex_word(sums->crc32) + "\n";
+        result += "  SHA-256      " + sums->sha256 + "\n";
+    }
     return result;
 }
 
@@ -127,71 +103,37 @@ std::string layout_text(const package_file &file)
                    block_size - static_cast<int>(file.table_end));
     result += line("package: %zu of %zu bytes, %zu left, %s\n", file.size, package_capacity,
                    package_capacity - file.size, encryption_name(file.record.encryp).c_str());
-    return result + "content identifier: " + hex_digest(header_digest(file)) + "\n";
+    return result + "content identifier: " + content_identifier(file) + "\n";
 }
 
-std::string package_text(const package_file &file, const std::string &name)
+std::string package_text(const package_file &file, const std::string &name,
+                         const std::string &sha256)
 {
     std::string result = printable(name) + ": " + count_of(file.size, "byte");
     if (file.stage == read_stage::nothing)
-        return result + "\n";
+        return result + "\nSHA-256 " + sha256 + "\n";
     result += ", version " + std::to_string(file.record.version) + ", " +
               encryption_name(file.record.encryp) + "\n";
     result += line("size    %" PRIu32 " in the header, %s\n", file.record.size,
                    file.length_right ? "right" : "WRONG");
-    result += "digest  " + hex_digest(header_digest(file)) + ", " + digest_verdict(file) + "\n";
+    result += "digest  " + content_identifier(file) + ", " + digest_verdict(file) + "\n";
+    result += "SHA-256 " + sha256 + " of the file\n";
     if (file.stage == read_stage::table)
         result += "table   " + count_of(file.parts.size(), "part") + ", bytes 28 to " +
                   std::to_string(file.table_end) + "\n";
-    for (const part_entry &entry : file.parts)
-        result += part_text(entry);
+    const auto sums = sum_parts(file);
+    for (size_t i = 0; i < file.parts.size(); i++)
+        result += part_text(file.parts[i], sums[i]);
     return result;
 }
 
-json package_json(const package_file &file, const std::string &name)
+std::string finding_text(const finding &one, bool colour)
 {
-    json result;
-    result["file"] = printable(name);
-    result["bytes"] = file.size;
-    result["problem"] = file.problem.empty() ? json() : json(file.problem);
-    if (file.stage == read_stage::nothing)
-        return result;
-    result["version"] = file.record.version;
-    result["encryption"] = file.record.encryp;
-    result["size"] = file.record.size;
-    result["size_right"] = file.length_right;
-    result["digest"] = hex_digest(header_digest(file));
-    const bool digested = file.stage >= read_stage::deciphered && file.length_right;
-    result["digest_right"] = digested ? json(file.digest_right) : json();
-    result["parts"] = json::array();
-    for (const part_entry &entry : file.parts)
-        result["parts"].push_back(part_json(entry));
-    return result;
-}
-
-std::string finding_text(const finding &finding, bool colour)
-{
-    const bool error = finding.level == severity::error;
+    const bool error = one.level == severity::error;
     std::string level = error ? "error" : "warning";
     if (colour)
         level = (error ? "\033[1;31m" : "\033[1;35m") + level + "\033[0m";
-    return level + ": " + finding.place + ": " + finding.message + "\n";
-}
-
-json finding_json(const finding &finding)
-{
-    json numbers = json::object();
-    for (const auto &[name, number] : finding.numbers)
-        numbers[name] = number;
-    return {{"severity", finding.level == severity::error ? "error" : "warning"},
-            {"place", finding.place},
-            {"message", finding.message},
-            {"numbers", numbers}};
-}
-
-std::string json_text(const json &document)
-{
-    return document.dump(2) + "\n";
+    return level + ": " + one.place + ": " + one.message + "\n";
 }
 
 } // namespace fwpkg

@@ -13,10 +13,10 @@
 namespace fwpkg {
 
 /// One sentence for each trap in the code that `items` are.
-std::vector<std::string> condition_traps(const std::vector<condition_item> &items);
+std::vector<std::string> condition_warnings(const std::vector<condition_item> &items);
 
 /// What happens when the comparison `item` meets the value `actual` (none: the name is unknown).
-std::vector<std::string> value_traps(const condition_item &item,
-                                     const std::optional<std::string> &actual);
+std::vector<std::string> value_warnings(const condition_item &item,
+                                        const std::optional<std::string> &actual);
 
 } // namespace fwpkg

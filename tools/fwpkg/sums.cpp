@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: GPL-2.0-or-later
+#include "tools/fwpkg/sums.h"
+
+#include "flash/crc32.h"
+#include "tools/common/sha256.h"
+
+namespace fwpkg {
+
+std::span<const uint8_t> written_data(std::span<const uint8_t> blocks, const package_part &part)
+{
+    const uint64_t begin = part.offset - part.offset % block_size;
+    if (part.size > INT32_MAX || begin + part.size > blocks.size()) // the writer's sizes are signed
+        return {};
+    return blocks.subspan(begin, part.size);
+}
+
+std::vector<std::optional<part_sums>> sum_parts(const package_file &file)
+{
+    const std::span<const uint8_t> blocks = whole_blocks(file.blocks.get());
+    std::vector<std::optional<part_sums>> sums;
+    for (const part_entry &entry : file.parts) {
+        const std::span<const uint8_t> data = written_data(blocks, entry.part);
+        sums.emplace_back();
+        if (!data.empty())
+            sums.back() = part_sums{crc32(0, data.data(), static_cast<uint32_t>(data.size())),
+                                    sha256_text(data)};
+    }
+    return sums;
+}
+
+} // namespace fwpkg
