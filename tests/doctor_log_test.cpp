@@ -79,6 +79,9 @@ TEST(DoctorLog, NamesTheCauseOfWhatIsMissingOrRecovered)
         {"download start ...\ntftp.c:do_tftp:339: timeout\ntftp download packet length: 4096\n"
          "UPGRD_ERROR=INVALID PACKAGE\nbad package!\n",
          "A part that must be installed"},
+        // Of two that explain as much, the first.
+        {start + "Bad version: 2\nChecksum error!\nUPGRD_ERROR=INVALID PACKAGE\n",
+         "The package has format version 2"},
         {"bad package!\n", "The log does not go back"},
         {"UPGRD_ERROR=UPGRADE FAILED\n", "The log does not go back"},
         {start, "The log ends at the start"},

@@ -167,6 +167,8 @@ def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
         assert (verdict["trailer"]["state"], verdict["content"], verdict["whole"]) == (
             state, word, is_whole), name
         assert boot_loader(tmp_path / name) == loader, name
+        assert verdict["boot_loader"] == {"crc": state == "valid",
+                                          "check_word_alone": state != "no trailer"}, name
         assert verdict["advice"].startswith(advice), name
     assert boot_loader(tmp_path / "whole", fail_at=1) == UNREADABLE
     assert boot_loader(tmp_path / "whole", fail_at=3) == UNREADABLE
