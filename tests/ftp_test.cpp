@@ -14,6 +14,7 @@
 #include <sys/socket.h>
 
 #include "download/ftp_url.h"
+#include "tools/simdev/core/scripted_peer.h"
 
 namespace {
 
@@ -22,11 +23,12 @@ using std::string;
 constexpr int control_port = 2100;
 constexpr int data_port = 2570; // 10,10 in a reply to PASV
 
-/// Replies by command word; "" is the greeting, "END" what follows the data once the client has
-/// closed it. In a reply "|" stands between two reads, "!" closes the connection, "#" interrupts
-/// the read by a signal.
+#define PAUSE PEER_PAUSE
+
+/// Replies by command word, in the order of the dialogue; "" is the greeting, "END" what follows
+/// the data once the client has closed it. No reply: the command is not expected.
 using script = std::map<string, string>;
-const script standard = {
+const std::pair<string, string> standard[] = {
     {"", "220 hello\r\n"},       {"USER", "331 password\r\n"},
     {"PASS", "230 welcome\r\n"}, {"TYPE", "200 image\r\n"},
     {"SIZE", "213 10\r\n"},      {"PASV", "227 Go (10,9,8,7,10,10).\r\n"},
@@ -34,78 +36,35 @@ const script standard = {
     {"QUIT", "221 bye\r\n"},
 };
 
-struct server {
-    script replies;
-    string data;
-    string received = "";
-    int control = -1, transfer = -1; ///< the client's sockets
-    int data_reads = 0;
-    std::deque<string> reads = {}; ///< what the coming reads of the control connection give
+string control_script(const script &changed)
+{
+    string text;
+    for (const auto &[word, usual] : standard) {
+        const auto found = changed.find(word);
+        const string &reply = found == changed.end() ? usual : found->second;
+        text += (word.empty() || reply.empty() ? "" : PEER_AWAITS_LINE) + reply;
+    }
+    return text;
+}
 
-    void reply(const string &word)
-    {
-        string part;
-        for (const char c : replies[word] + "|") {
-            if (c != '|' && c != '!' && c != '#') {
-                part += c;
-                continue;
-            }
-            if (!part.empty())
-                reads.push_back(part);
-            if (c != '|')
-                reads.emplace_back(1, c);
-            part.clear();
-        }
-    }
-    int connect(int socket, int port)
-    {
-        errno = ECONNREFUSED;
-        if (port != control_port && port != data_port)
-            return -1;
-        (port == control_port ? control : transfer) = socket;
-        if (port == control_port)
-            reply("");
-        return 0;
-    }
-    ssize_t read(int socket, char *buffer, size_t size)
-    {
-        string none;
-        data_reads += socket == transfer ? 1 : 0;
-        string &from = socket == transfer ? data : reads.empty() ? none : reads.front();
-        if (socket == control && (from.empty() || from == "#")) {
-            errno = from.empty() ? EAGAIN : EINTR; // silence, or a signal
-            if (from == "#")
-                reads.pop_front();
-            return -1;
-        }
-        if (from == "!")
-            return 0;
-        const size_t count = from.copy(buffer, size);
-        from.erase(0, count);
-        if (socket == control && from.empty())
-            reads.pop_front();
-        return static_cast<ssize_t>(count);
-    }
-    void write(const string &command)
-    {
-        if (!reads.empty() && reads.front() == "!")
-            return;
-        received += command;
-        reply(command.substr(0, command.find_first_of(" \r")));
-    }
-    void close(int socket)
-    {
-        if (socket == transfer)
-            reply("END");
-    }
+scripted_peer peer_of(const string &text)
+{
+    return {{reinterpret_cast<const uint8_t *>(text.data()), text.size()}};
+}
+
+struct server {
+    scripted_peer control, data;
+    string received = "";
+    int control_socket = -1, data_socket = -1; ///< the client's
+    int data_reads = 0;
 };
 
 server *serving = nullptr;
 
-bool is_served(int socket)
+bool is_served(int fd)
 {
-    return serving != nullptr && socket >= 0 &&
-           (socket == serving->control || socket == serving->transfer);
+    return serving != nullptr && fd >= 0 &&
+           (fd == serving->control_socket || fd == serving->data_socket);
 }
 
 } // namespace
@@ -115,28 +74,37 @@ bool is_served(int socket)
 extern "C" {
 int __wrap_connect(int socket, const sockaddr *address, socklen_t)
 {
-    const auto *to = reinterpret_cast<const sockaddr_in *>(address);
-    return serving->connect(socket, ntohs(to->sin_port));
+    const int port = ntohs(reinterpret_cast<const sockaddr_in *>(address)->sin_port);
+    errno = ECONNREFUSED;
+    if (port != control_port && port != data_port)
+        return -1;
+    (port == control_port ? serving->control_socket : serving->data_socket) = socket;
+    return 0;
 }
 ssize_t __real_read(int, void *, size_t);
 ssize_t __wrap_read(int fd, void *buffer, size_t size)
 {
-    return is_served(fd) ? serving->read(fd, static_cast<char *>(buffer), size)
-                         : __real_read(fd, buffer, size);
+    if (!is_served(fd))
+        return __real_read(fd, buffer, size);
+    if (fd == serving->control_socket)
+        return serving->control.read(buffer, size);
+    serving->data_reads++;
+    return serving->data.read(buffer, size);
 }
 ssize_t __real_write(int, const void *, size_t);
 ssize_t __wrap_write(int fd, const void *buffer, size_t size)
 {
     if (!is_served(fd))
         return __real_write(fd, buffer, size);
-    serving->write({static_cast<const char *>(buffer), size});
+    serving->received.append(static_cast<const char *>(buffer), size);
+    serving->control.take(buffer, size);
     return static_cast<ssize_t>(size);
 }
 int __real_close(int);
 int __wrap_close(int fd)
 {
-    if (is_served(fd))
-        serving->close(fd);
+    if (is_served(fd) && fd == serving->data_socket)
+        serving->control.take("\n", 1);
     return __real_close(fd);
 }
 }
@@ -180,9 +148,8 @@ downloader *open_ftp(const string &url)
 void expect_dialogue(const row &wanted)
 {
     SCOPED_TRACE(wanted.what);
-    script replies = wanted.changed;
-    replies.insert(standard.begin(), standard.end()); // those that are not changed
-    server played = {.replies = replies, .data = wanted.data};
+    const string replies = control_script(wanted.changed);
+    server played = {.control = peer_of(replies), .data = peer_of(wanted.data)};
     serving = &played;
     string url = wanted.url;
     downloader *ftp =
@@ -223,12 +190,12 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
         // Each ask is for a whole block: the last one learns that there is no more.
         {.what = "all as it should be", .asks = "4 4 2 ", .data_reads = 4},
         {"greeting 120", {{"", "120 soon\r\n"}}, SAYS "255: soon" TOTALS(10, 10), -1},
-        {"greeting of several lines", {{"", "220-hello\r\n|220-  you\r\n|  220 x\r\n|220 there\r\n"}}},
-        {"line lost that is cut in its code, text that is cut", {{"", "22|220 he|llo\r\n"}}},
-        {"reply of three characters", {{"TYPE", "200\r\n|200 \r\n"}}},
-        {"interrupted by a signal", {{"TYPE", "#200 image\r\n"}},
+        {"greeting of several lines", {{"", "220-hello\r\n" PAUSE "220-  you\r\n" PAUSE "  220 x\r\n" PAUSE "220 there\r\n"}}},
+        {"line lost that is cut in its code, text that is cut", {{"", "22" PAUSE "220 he" PAUSE "llo\r\n"}}},
+        {"reply of three characters", {{"TYPE", "200\r\n" PAUSE "200 \r\n"}}},
+        {"interrupted by a signal", {{"TYPE", PEER_INTERRUPTS "200 image\r\n"}},
          FAILS "Interrupted system call" TOTALS(10, 10)},
-        {"logged in without password", {{"USER", "230 in\r\n"}}, TOTALS(10, 10), 0, 10, pass},
+        {"logged in without password", {{"USER", "230 in\r\n"}, {"PASS", ""}}, TOTALS(10, 10), 0, 10, pass},
         {"password refused", {{"PASS", "530 no\r\n"}}, SAYS "274: ftp login: no\n" TOTALS(10, 10)},
         {"type refused", {{"TYPE", "500 no\r\n"}}},
         {"size missing", {{"SIZE", "550 no\r\n"}}, TOTALS(0, 0), 0, 0},
@@ -249,8 +216,8 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
         {"data ends early", {}, SIZE_IS(10), -1, 6, quit, "012345", 4, "4 2 "},
         {"the callback stops", {}, SIZE_IS(10), -1, 8, quit, "0123456789", 1, "4 4 ", 2},
         {"transfer not confirmed", {{"END", "426 broken\r\n"}}, TOTALS(10, 10) SAYS "362: ftp error\n"},
-        {"closed instead of confirmed", {{"END", "!"}},
-         TOTALS(10, 10) CLOSED SAYS "362: ftp error\n" CLOSED, 0, 10, quit},
+        {"closed instead of confirmed", {{"END", PEER_CLOSE}},
+         TOTALS(10, 10) CLOSED SAYS "362: ftp error\n" CLOSED},
         {.what = "password with both separators, sub-folder", .url = "ftp://me:a:b@c@%/d/f x",
          .sent = "USER me\r\nPASS a:b@c\r\nTYPE I\r\nSIZE d/f x\r\nPASV\r\nRETR d/f x\r\nQUIT\r\n"},
         {.what = "neither password nor path", .url = "ftp://me@%",
@@ -267,7 +234,7 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
 
 TEST(Ftp, FailsOnceWhenTheControlConnectionEnds)
 {
-    const string reply = "220-two lines\r\n220 in one read, which is none\r\n|!";
+    const string reply = "220-two lines\r\n220 in one read, which is none\r\n" PEER_CLOSE;
     for (const string step : {"", "USER", "PASS", "TYPE", "SIZE", "PASV", "RETR"}) {
         row wanted = {"closed in " + step, {{step, reply}}, CLOSED, -1, 0};
         wanted.sent = step.empty() ? "" : wire.substr(0, wire.find('\n', wire.find(step)) + 1);
@@ -279,9 +246,9 @@ TEST(Ftp, LeavesAServerThatSendsNoCompleteReply)
 {
     string chatter;
     for (int i = 0; i < 999; i++)
-        chatter += "220-more\r\n|";
+        chatter += "220-more\r\n" PAUSE;
     expect_dialogue({"999 lines and a reply", {{"", chatter + "220 there\r\n"}}});
-    row wanted = {"1000 lines", {{"", chatter + "220-more\r\n|220 there\r\n"}}};
+    row wanted = {"1000 lines", {{"", chatter + "220-more\r\n" PAUSE "220 there\r\n"}}};
     wanted.said = FAILS "Resource temporarily unavailable";
     wanted.result = -1;
     wanted.total = wanted.blocks = 0;

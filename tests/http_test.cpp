@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "download/http.h"
 
-#include <csignal>
+#include <cerrno>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <numeric>
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "download/downloaders.h"
+#include "tools/simdev/core/scripted_peer.h"
 
 using std::string;
 using testing::internal::CaptureStderr;
@@ -19,64 +20,56 @@ using testing::internal::GetCapturedStderr;
 
 namespace {
 
-int listener = -1;
-int peer = -1;
+scripted_peers peers; ///< one connection
+scripted_peer peer;   ///< of the connection that is there
+int played = -1;      ///< the socket of it
+string request;
 int slept = 0;
-int resets_left = 0;        ///< connections that are reset before anything is read
-string request;             ///< what the client has sent before the first piece
-std::vector<string> pieces; ///< what the server still has to send, first piece first
-enum ending { closes, resets, falls_silent } how_it_ends = closes;
-
-void abort_connection()
-{
-    const linger abort = {1, 0};
-    setsockopt(peer, SOL_SOCKET, SO_LINGER, &abort, sizeof(abort));
-    close(peer);
-}
-
-/// The server's turn, taken whenever the client begins to wait: one piece, then the end.
-void serve()
-{
-    if (peer < 0) {
-        peer = accept(listener, nullptr, nullptr);
-        request.clear();
-        if (resets_left > 0) {
-            resets_left--;
-            abort_connection();
-            peer = -1;
-        }
-    } else if (!pieces.empty()) {
-        char bytes[1000];
-        const ssize_t count = recv(peer, bytes, sizeof(bytes), MSG_DONTWAIT);
-        request.append(bytes, count < 0 ? 0 : static_cast<size_t>(count));
-        send(peer, pieces.front().data(), pieces.front().size(), MSG_NOSIGNAL);
-        pieces.erase(pieces.begin());
-    } else if (how_it_ends == closes) {
-        shutdown(peer, SHUT_WR);
-    } else if (how_it_ends == resets) {
-        abort_connection();
-        peer = dup(listener); // no longer the connection, but still taken
-    }
-}
+int resets_left = 0; ///< connections whose first write fails
 
 } // namespace
 
 #pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps, by the linker's names
 
 extern "C" {
-int __real_select(int, fd_set *, fd_set *, fd_set *, timeval *);
-int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *other, timeval *wait)
+int __wrap_connect(int socket, const sockaddr *address, socklen_t)
+{
+    const auto *to = reinterpret_cast<const sockaddr_in *>(address);
+    errno = ECONNREFUSED;
+    if (ntohs(to->sin_port) != 80)
+        return -1;
+    request.clear();
+    peer = resets_left > 0 ? scripted_peer{} : peers.connect();
+    played = socket;
+    return 0;
+}
+int __wrap_select(int, fd_set *readable, fd_set *, fd_set *other, timeval *wait)
 {
     EXPECT_EQ(wait->tv_sec, readable != nullptr ? 300 : 2);
-    fd_set before;
-    timeval none = {}; // what is there is there: the wait's own time passes at once
-    if (readable != nullptr)
-        before = *readable;
-    if (peer < 0 ||
-        (readable != nullptr && __real_select(count, &before, nullptr, nullptr, &none) == 0))
-        serve();
-    none = {};
-    return __real_select(count, readable, writable, other, &none);
+    if (other != nullptr)
+        FD_ZERO(other);
+    if (readable == nullptr || peer.readable())
+        return 1;
+    FD_ZERO(readable);
+    return 0;
+}
+ssize_t __real_read(int, void *, size_t);
+ssize_t __wrap_read(int fd, void *buffer, size_t size)
+{
+    return fd == played ? peer.read(buffer, size) : __real_read(fd, buffer, size);
+}
+ssize_t __real_write(int, const void *, size_t);
+ssize_t __wrap_write(int fd, const void *buffer, size_t size)
+{
+    if (fd != played)
+        return __real_write(fd, buffer, size);
+    if (resets_left > 0) {
+        resets_left--;
+        errno = EPIPE;
+        return -1;
+    }
+    request.append(static_cast<const char *>(buffer), size);
+    return static_cast<ssize_t>(size);
 }
 unsigned __wrap_sleep(unsigned)
 {
@@ -113,30 +106,24 @@ struct outcome {
 /// One download: `head` comes with the first `leftover` bytes of the body, padded so that exactly
 /// they are left over in the client; then `sizes` one by one, then `end`. The buffer has room for
 /// five blocks.
-outcome download(const string &head, size_t leftover, const std::vector<size_t> &sizes, ending end)
+outcome download(const string &head, size_t leftover, const std::vector<size_t> &sizes,
+                 const string &end = PEER_CLOSE)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    socklen_t length = sizeof(address);
-    auto *generic = reinterpret_cast<sockaddr *>(&address);
-    listener = socket(AF_INET, SOCK_STREAM, 0);
-    bind(listener, generic, length);
-    listen(listener, 1);
-    getsockname(listener, generic, &length);
     string body(5 * 4096 + 10, '\0');
     for (size_t i = 0; i < body.size(); i++)
-        body[i] = static_cast<char>(i * 7 / 5);
+        body[i] = static_cast<char>(' ' + i * 7 / 5 % 90); // none of a script's control bytes
     // Two refills of 1025 bytes; carriage returns fill up, since a head ignores them.
-    pieces = {head + string(2 * 1025 - leftover - head.size() - 1, '\r') + "\n" +
-              body.substr(0, leftover)};
+    string script = head + string(2 * 1025 - leftover - head.size() - 1, '\r') + "\n" +
+                    body.substr(0, leftover);
     size_t at = leftover;
     for (const size_t size : sizes) {
-        pieces.push_back(body.substr(at, size));
+        script += PEER_PAUSE + body.substr(at, size);
         at += size;
     }
-    how_it_ends = end;
-    string url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/p";
-    downloader *http = keep(downloader_open(url.data()));
+    script += end;
+    peers = {{reinterpret_cast<const uint8_t *>(script.data()), script.size()}};
+    char url[] = "http://127.0.0.1/p";
+    downloader *http = keep(downloader_open(url));
     iobuf *buffer = iobuf_create(4096, 5);
     outcome got = {};
     got.result = http->ops->download(http, buffer, note_call, &got.calls);
@@ -146,9 +133,8 @@ outcome download(const string &head, size_t leftover, const std::vector<size_t> 
         EXPECT_EQ(static_cast<char>(buffer->blocks[i / 4096][i % 4096]),
                   body[static_cast<size_t>(i)]);
     EXPECT_EQ(http->ops->result(http), 0);
-    close(peer);
-    close(listener);
-    peer = -1;
+    close(played); // the program ends with it
+    played = -1;
     free(buffer);
     return got;
 }
@@ -167,41 +153,31 @@ TEST(HttpDownload, StoresPackagesOfEverySizeHoweverTheyCome)
         int length;
         size_t leftover;
         std::vector<size_t> sizes;
-        ending end;
+        string end;
         int result;
         std::vector<int> calls;
     } rows[] = {
-        {"a byte behind full blocks", 8193, 0, {4096, 4096, 1}, closes, 0, {4096, 4096, 1}},
-        {"more than announced", 4097, 0, {4100}, closes, 0, {4096, 1}},
-        {"well before the end", 12289, 0, {9, 8192, 4088}, closes, 0, {9, 4087, 4096, 9, 4087, 1}},
-        {"left over, all", 1000, 1000, {}, closes, 0, {1000}},
-        {"left over, all but a byte", 1001, 1000, {1}, closes, 0, {1000, 1}},
-        {"left over, some", 5119, 1024, {4095}, closes, 0, {1024, 3072, 1023}},
-        {"last block in pieces", 8292, 0, {4096, 4096, 40, 60}, closes, 0, {4096, 4096, 40, 60}},
-        {"byte by byte", 4101, 0, {4096, 1, 1, 1, 1, 1}, closes, 0, {4096, 1, 1, 1, 1, 1}},
-        {"full in pieces", 8192, 0, {4096, 1, 4000, 95}, closes, 0, {4096, 1, 4000, 95}},
-        {"a piece into the last 4096 bytes",
-         8193,
-         0,
-         {9, 4087, 100, 3997},
-         closes,
-         0,
-         {9, 4087, 100, 3996, 1}},
-        {"the end missing", 8193, 0, {4096, 1000}, closes, -1, {4096, 1000, 0}},
-        {"reset", 8193, 0, {4096, 1000}, resets, -1, {4096, 1000}},
-        {"silence", 8193, 0, {4096, 1000}, falls_silent, -1, {4096, 1000, 0}},
-        {"no body", 8193, 0, {}, falls_silent, -1, {0}},
-        {"nothing announced", 0, 0, {100}, closes, 0, {}},
-        {"less than nothing announced", -5, 0, {100}, closes, 0, {}},
-        {"the buffer to its last byte",
-         20480,
-         0,
-         {20480},
-         closes,
-         0,
-         {4096, 4096, 4096, 4096, 4096}},
-        {"one byte more", 20481, 0, {20481}, closes, -1, {4096, 4096, 4096, 4096, 4096}},
+        // clang-format off
+        {"a byte behind full blocks", 8193, 0, {4096, 4096, 1}, "", 0, {4096, 4096, 1}},
+        {"more than announced", 4097, 0, {4100}, "", 0, {4096, 1}},
+        {"well before the end", 12289, 0, {9, 8192, 4088}, "", 0, {9, 4087, 4096, 9, 4087, 1}},
+        {"left over, all", 1000, 1000, {}, "", 0, {1000}},
+        {"left over, all but a byte", 1001, 1000, {1}, "", 0, {1000, 1}},
+        {"left over, some", 5119, 1024, {4095}, "", 0, {1024, 3072, 1023}},
+        {"last block in pieces", 8292, 0, {4096, 4096, 40, 60}, "", 0, {4096, 4096, 40, 60}},
+        {"byte by byte", 4101, 0, {4096, 1, 1, 1, 1, 1}, "", 0, {4096, 1, 1, 1, 1, 1}},
+        {"full in pieces", 8192, 0, {4096, 1, 4000, 95}, "", 0, {4096, 1, 4000, 95}},
+        {"a piece into the last 4096 bytes", 8193, 0, {9, 4087, 100, 3997}, "", 0, {9, 4087, 100, 3996, 1}},
+        {"the end missing", 8193, 0, {4096, 1000}, "", -1, {4096, 1000, 0}},
+        {"reset", 8193, 0, {4096, 1000}, PEER_FAILS, -1, {4096, 1000}},
+        {"silence", 8193, 0, {4096, 1000}, PEER_SILENCE, -1, {4096, 1000, 0}},
+        {"no body", 8193, 0, {}, PEER_SILENCE, -1, {0}},
+        {"nothing announced", 0, 0, {100}, "", 0, {}},
+        {"less than nothing announced", -5, 0, {100}, "", 0, {}},
+        {"the buffer to its last byte", 20480, 0, {20480}, "", 0, {4096, 4096, 4096, 4096, 4096}},
+        {"one byte more", 20481, 0, {20481}, "", -1, {4096, 4096, 4096, 4096, 4096}},
     };
+    // clang-format on
     for (const auto &row : rows) {
         const outcome got = download(ok(row.length), row.leftover, row.sizes, row.end);
         EXPECT_EQ(got.result, row.result) << row.what;
@@ -215,14 +191,14 @@ TEST(HttpDownload, StoresPackagesOfEverySizeHoweverTheyCome)
 TEST(HttpDownload, EndsWithTheCallbackAndWithAnotherStatus)
 {
     stop_after = 2;
-    const outcome got = download(ok(12288), 0, {4096, 4096, 4096}, closes);
+    const outcome got = download(ok(12288), 0, {4096, 4096, 4096});
     stop_after = 0;
     EXPECT_EQ(got.result, 1);
     EXPECT_EQ(got.total, 8192);
     EXPECT_EQ(got.blocks, 1); // the block that the callback stopped is not committed
-    for (const char *status : {"404 No", "201 Made", "304 Same"}) {
+    for (const char *status : {"404 No", "201 Made", "206 Partial", "304 Same"}) {
         const outcome refused =
-            download("HTTP/1.0 " + string(status) + "\r\nContent-Length: 9\r\n", 9, {}, closes);
+            download("HTTP/1.0 " + string(status) + "\r\nContent-Length: 9\r\n", 9, {});
         EXPECT_EQ(refused.result, -1) << status;
         EXPECT_EQ(refused.total, 0) << status;
     }
@@ -230,13 +206,12 @@ TEST(HttpDownload, EndsWithTheCallbackAndWithAnotherStatus)
 
 TEST(HttpDownload, SendsOneRequestAndSixTimesWhereConnectionsAreReset)
 {
-    signal(SIGPIPE, SIG_IGN); // as in the program
     resets_left = 5;
-    EXPECT_EQ(download(ok(4097), 0, {4097}, closes).result, 0);
+    EXPECT_EQ(download(ok(4097), 0, {4097}).result, 0);
     EXPECT_EQ(request, "GET /p HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-type: text/html\r\n"
                        "Content-Length: 0\r\nHost: 127.0.0.1\r\n\r\n");
     resets_left = 6;
-    EXPECT_EQ(download(ok(4097), 0, {4097}, closes).result, -1);
+    EXPECT_EQ(download(ok(4097), 0, {4097}).result, -1);
     EXPECT_EQ(resets_left, 0);
 }
 

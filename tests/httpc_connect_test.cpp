@@ -92,19 +92,23 @@ size_t count_of(const string &text, const string &word)
 TEST_F(Httpc, ConnectsWithinATimeout)
 {
     const struct {
+        int flags; ///< of the caller's socket; -1 for none
         int timeout, milliseconds;
         fake_connect connecting;
         bool connected;
         const char *said;
+        bool blocks = true; ///< the socket behind it
     } rows[] = {
-        {0, 0, {0, 0, 0, 0}, true, ""},
-        {0, 0, refused, false, ""},
-        {5, 5000, {-1, EINPROGRESS, 1, POLLOUT, 2}, true, "timed_connect(): 1\n"},
-        {5, 5000, {-1, EINPROGRESS, 1, POLLOUT | POLLIN}, false, "timed_connect(): -1\n"},
-        {5, 5000, {-1, EINPROGRESS, 1, POLLOUT | POLLERR}, false, "timed_connect(): -1\n"},
-        {5, 5000, {-1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n"},
-        {INT32_MAX, INT32_MAX, {-1, EINPROGRESS, -1, 0}, false, ""},
-        {5, 0, {0, 0, 0, 0}, false, "timed_connect(): 0\n"}, // at once: no success
+        {-1, 0, 0, {0, 0, 0, 0}, true, ""},
+        {-1, 0, 0, refused, false, ""},
+        {-1, 5, 5000, {-1, EINPROGRESS, 1, POLLOUT, 2}, true, "timed_connect(): 1\n"},
+        {-1, 5, 5000, {-1, EINPROGRESS, 1, POLLOUT | POLLIN}, false, "timed_connect(): -1\n"},
+        {-1, 5, 5000, {-1, EINPROGRESS, 1, POLLOUT | POLLERR}, false, "timed_connect(): -1\n"},
+        {-1, INT32_MAX, INT32_MAX, {-1, EINPROGRESS, -1, 0}, false, ""},
+        {-1, 5, 0, {0, 0, 0, 0}, false, "timed_connect(): 0\n"}, // at once: no success
+        {0, 5, 5000, {-1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n"},
+        {O_NONBLOCK, 5, 5000, {-1, EINPROGRESS, 0, 0}, false, "timed_connect(): 0\n", false},
+        {0, 5, 5000, {-1, EINPROGRESS, -1, 0}, false, "", false}, // where the poll failed
     };
     sockaddr_in address = {};
     address.sin_family = AF_INET;
@@ -112,56 +116,37 @@ TEST_F(Httpc, ConnectsWithinATimeout)
     for (const auto &row : rows) {
         connecting = row.connecting;
         poll_milliseconds = 0;
+        const bool made = row.flags < 0;
+        const int own = made ? 0 : socket(AF_INET, SOCK_STREAM | row.flags, 0); // 0 is no socket
         CaptureStderr();
-        const int socket = _tcp_connect2(-1, generic, sizeof(address), row.timeout);
+        const int socket = _tcp_connect2(own, generic, sizeof(address), row.timeout);
         const string said = GetCapturedStderr();
-        EXPECT_EQ(socket >= 0, row.connected) << said;
+        EXPECT_EQ(socket > 0, row.connected) << said;
         EXPECT_EQ(said.find(row.said), 0U) << said;
-        EXPECT_EQ(count_of(said, "http-priv.c:_tcp_connect2:line"), row.connected ? 0U : 2U);
+        EXPECT_EQ(count_of(said, "http-priv.c:_tcp_connect2:line"),
+                  row.connected ? 0U : 1U + (made ? 1U : 0U));
         EXPECT_EQ(poll_milliseconds, row.milliseconds);
         EXPECT_EQ(connects_blocking, row.timeout == 0);
-        if (socket < 0)
+        const int left = made ? socket : own; // its caller's stays open
+        if (left < 0)
             continue;
         linger option = {};
         socklen_t size = sizeof(option);
-        EXPECT_EQ(getsockopt(socket, SOL_SOCKET, SO_LINGER, &option, &size), 0);
+        EXPECT_EQ(getsockopt(left, SOL_SOCKET, SO_LINGER, &option, &size), 0);
         EXPECT_EQ(option.l_onoff, 1);
         EXPECT_EQ(option.l_linger, 5);
-        EXPECT_EQ(fcntl(socket, F_GETFL) & O_NONBLOCK, 0);
-        close(socket);
+        EXPECT_EQ((fcntl(left, F_GETFL) & O_NONBLOCK) == 0, row.blocks);
+        EXPECT_EQ(close(left), 0);
     }
 }
 
-TEST_F(Httpc, LeavesItsCallersSocketOpenAndRestsBehindAFailedConnect)
+TEST_F(Httpc, RestsBehindAFailedConnectAndNotBehindAnUnknownHost)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    const auto *generic = reinterpret_cast<sockaddr *>(&address);
-    // Nonblocking where it was, or where the poll failed.
-    // failed.
-    const struct {
-        int flags, poll_result;
-        bool blocks;
-    } own[] = {{0, 0, true}, {O_NONBLOCK, 0, false}, {0, -1, false}};
-    for (const auto &row : own) {
-        const int socket = ::socket(AF_INET, SOCK_STREAM | row.flags, 0);
-        connecting = {-1, EINPROGRESS, row.poll_result, 0};
-        CaptureStderr();
-        EXPECT_EQ(_tcp_connect2(socket, generic, sizeof(address), 5), -1);
-        EXPECT_EQ(count_of(GetCapturedStderr(), "_tcp_connect2:line"), 1U);
-        EXPECT_EQ((fcntl(socket, F_GETFL) & O_NONBLOCK) == 0, row.blocks);
-        EXPECT_EQ(close(socket), 0);
-    }
-    connecting = {0, 0, 0, 0};
-    const int made = _tcp_connect2(0, generic, sizeof(address), 0); // 0 is no socket
-    EXPECT_GT(made, 0);
-    close(made);
     connecting = refused;
-    // A failed connect rests a second and an unknown host does not; the request host goes first.
     slept_seconds = 0;
     EXPECT_EQ(_http_net_connect("127.0.0.1", 1, "127.0.0.2", 1, 0), -1);
     EXPECT_EQ(slept_seconds, 1);
-    EXPECT_EQ(_http_net_connect("127.0.0.1", 1, "no such host", 1, 0), -1);
+    EXPECT_EQ(_http_net_connect("127.0.0.1", 1, "no such host", 1, 0), -1); // which goes first
     EXPECT_EQ(slept_seconds, 1);
 }
 
@@ -200,9 +185,13 @@ TEST_F(Httpc, KeepsOrFailsTheRedirectsItCannotFollow)
         string status, header;
         int keep, result;
     } rows[] = {
-        {"300", away, 1, 300}, {"303", away, 1, 303},
-        {"302", away, 0, 302}, {"302", "location: /\r\n", 1, 302},
-        {"301", away, 1, -1},  {"302", "Location: http://h/" + string(120, 'p') + "\r\n", 1, -1},
+        {"300", away, 1, 300},
+        {"303", away, 1, 303},
+        {"302", away, 0, 302},
+        {"302", "location: /\r\n", 1, 302},
+        {"302", "Location: \r\n", 1, -1},
+        {"301", away, 1, -1},
+        {"302", "Location: http://h/" + string(120, 'p') + "\r\n", 1, -1},
     };
     for (const auto &row : rows)
         EXPECT_EQ(status_of(padded("HTTP/1.0 " + row.status + " X\r\n" + row.header), row.keep),
@@ -268,36 +257,26 @@ TEST(HttpcClient, RefusesWhatItCannotHoldAndSaysFarewell)
     EXPECT_EQ(httpcOpenClient(nullptr, 80, 0), nullptr);
     EXPECT_EQ(httpcOpenClient("h", 0, 0), nullptr);
     EXPECT_EQ(httpcOpenClient(string(128, 'h').c_str(), 80, 0), nullptr);
-    httpc_client *client = httpcOpenClient(string(127, 'h').c_str(), 80, 0);
-    ASSERT_NE(client, nullptr);
-    int peer = -1;
-    client->socket = pair_with(&peer);
     cyassl_client tls = {};
     tls.ops = &fake_ops;
-    tls.socket = client->socket;
-    client->tls = &tls;
-    tls_calls.clear();
-    EXPECT_EQ(httpcCloseClient(client), 0);
-    EXPECT_EQ(tls_calls, (std::vector<string>{"release"})); // the farewell is not encrypted
-    EXPECT_EQ(read_at_once(peer), "0");
-    EXPECT_EQ(tls.socket, -1); // closed: what a release sends reaches nobody
-    close(peer);
-    // Behind the body's end the socket's number may be somebody else's.
-    client = httpcOpenClient("h", 80, 0);
-    client->socket = pair_with(&peer);
-    client->tls = &tls;
-    tls.socket = client->socket;
-    const int former = client->socket;
-    shutdown(peer, SHUT_WR);
-    char byte = 0;
-    EXPECT_EQ(httpcReadResponse(client, &byte, 1), 0);
-    int others_peer = -1;
-    const int other = pair_with(&others_peer);
-    EXPECT_EQ(other, former);
-    EXPECT_EQ(tls.socket, -1);
-    EXPECT_EQ(httpcCloseClient(client), 0);
-    EXPECT_EQ(read_at_once(others_peer), "");
-    close(peer);
-    close(other);
-    close(others_peer);
+    // Behind the body's end the socket's number may be somebody else's: nothing more is sent there.
+    for (const bool ended : {false, true}) {
+        httpc_client *client = httpcOpenClient(string(127, 'h').c_str(), 80, 0);
+        ASSERT_NE(client, nullptr);
+        int peer = -1;
+        tls.socket = client->socket = pair_with(&peer);
+        client->tls = &tls;
+        char byte = 0;
+        if (ended) {
+            shutdown(peer, SHUT_WR);
+            EXPECT_EQ(httpcReadResponse(client, &byte, 1), 0);
+            EXPECT_EQ(client->socket, -1);
+        }
+        tls_calls.clear();
+        EXPECT_EQ(httpcCloseClient(client), 0);
+        EXPECT_EQ(tls_calls, (std::vector<string>{"release"})); // the farewell is not encrypted
+        EXPECT_EQ(read_at_once(peer), ended ? "" : "0");
+        EXPECT_EQ(tls.socket, -1); // closed: what a release sends reaches nobody
+        close(peer);
+    }
 }
