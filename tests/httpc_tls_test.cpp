@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The TLS client object, with the TLS library played by the test: which of its calls are made, on
-// what socket, and what comes of their results. The library itself is in the system tests.
+// The TLS client object, with handshakes and records played by the test: which of the library's
+// calls are made, on what socket, and what comes of their results. Real ones are in the system
+// tests.
 #include "httpc/sslcli.h"
 
 #include <arpa/inet.h>
@@ -25,7 +26,6 @@ using testing::internal::GetCapturedStderr;
 namespace {
 
 std::vector<string> calls; ///< of the library, in order
-int made = 0;              ///< connections of the library so far
 bool makes_no_more = false;
 bool handshake_works = true;
 bool handshake_waits = false; ///< its read runs into the time-out
@@ -34,15 +34,7 @@ int interrupted = 0; ///< reads that a signal ends
 int shut_down = 1;   ///< what a shutdown's write came to
 CallbackIORecv receive = nullptr;
 CallbackIOSend transmit = nullptr;
-void *context_of_reads = nullptr;
-void *context_of_writes = nullptr;
 void *allocated = nullptr; ///< an object that could not be finished stays, as the header says
-char pool[16];
-
-string name_of(const void *connection)
-{
-    return std::to_string(static_cast<const char *>(connection) - pool);
-}
 
 } // namespace
 
@@ -53,14 +45,6 @@ void *__real_calloc(size_t, size_t);
 void *__wrap_calloc(size_t count, size_t size)
 {
     return allocated = __real_calloc(count, size);
-}
-WOLFSSL_METHOD *__wrap_wolfSSLv23_client_method()
-{
-    return nullptr;
-}
-WOLFSSL_CTX *__wrap_wolfSSL_CTX_new(WOLFSSL_METHOD *)
-{
-    return reinterpret_cast<WOLFSSL_CTX *>(pool);
 }
 int __wrap_wolfSSL_CTX_load_verify_locations(WOLFSSL_CTX *, const char *file, const char *folder)
 {
@@ -76,50 +60,23 @@ void __wrap_wolfSSL_CTX_SetIOSend(WOLFSSL_CTX *, CallbackIOSend callback)
 {
     transmit = callback;
 }
-WOLFSSL *__wrap_wolfSSL_new(WOLFSSL_CTX *)
+WOLFSSL *__real_wolfSSL_new(WOLFSSL_CTX *);
+WOLFSSL *__wrap_wolfSSL_new(WOLFSSL_CTX *context)
 {
-    if (makes_no_more)
-        return nullptr;
-    made++;
-    calls.push_back("new " + std::to_string(made));
-    return reinterpret_cast<WOLFSSL *>(pool + made);
+    return makes_no_more ? nullptr : __real_wolfSSL_new(context);
 }
-void __wrap_wolfSSL_free(WOLFSSL *connection)
-{
-    if (connection != nullptr)
-        calls.push_back("free " + name_of(connection));
-}
-void __wrap_wolfSSL_CTX_free(WOLFSSL_CTX *)
-{
-    calls.emplace_back("free context");
-}
-void __wrap_wolfSSL_set_verify(WOLFSSL *connection, int mode, VerifyCallback callback)
+void __wrap_wolfSSL_set_verify(WOLFSSL *, int mode, VerifyCallback callback)
 {
     EXPECT_EQ(mode, WOLFSSL_VERIFY_PEER);
     EXPECT_EQ(callback, nullptr);
-    calls.push_back("verify " + name_of(connection));
-}
-int __wrap_wolfSSL_set_fd(WOLFSSL *, int socket)
-{
-    // As the library does.
-    static int number;
-    number = socket;
-    context_of_reads = context_of_writes = &number;
-    return WOLFSSL_SUCCESS;
-}
-void __wrap_wolfSSL_SetIOReadCtx(WOLFSSL *, void *context)
-{
-    context_of_reads = context;
-}
-void __wrap_wolfSSL_SetIOWriteCtx(WOLFSSL *, void *context)
-{
-    context_of_writes = context;
+    calls.emplace_back("verify");
 }
 int __wrap_wolfSSL_connect(WOLFSSL *connection)
 {
-    calls.push_back("connect " + name_of(connection));
-    const auto *self = static_cast<const cyassl_client *>(context_of_reads);
-    EXPECT_EQ(context_of_writes, self);
+    calls.emplace_back("connect");
+    void *context = wolfSSL_GetIOReadCtx(connection);
+    const auto *self = static_cast<const cyassl_client *>(context);
+    EXPECT_EQ(wolfSSL_GetIOWriteCtx(connection), self);
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO}) {
         timeval wait = {};
         socklen_t size = sizeof(wait);
@@ -134,24 +91,24 @@ int __wrap_wolfSSL_connect(WOLFSSL *connection)
         const timeval soon = {.tv_sec = 0, .tv_usec = 1};
         setsockopt(self->socket, SOL_SOCKET, SO_RCVTIMEO, &soon, sizeof(soon));
         char got = 0;
-        EXPECT_EQ(receive(connection, &got, 1, context_of_reads), WOLFSSL_CBIO_ERR_GENERAL);
+        EXPECT_EQ(receive(connection, &got, 1, context), WOLFSSL_CBIO_ERR_GENERAL);
         return WOLFSSL_FATAL_ERROR;
     }
     return handshake_works ? WOLFSSL_SUCCESS : WOLFSSL_FATAL_ERROR;
 }
 int __wrap_wolfSSL_read(WOLFSSL *connection, void *buffer, int size)
 {
-    return receive(connection, static_cast<char *>(buffer), size, context_of_reads);
+    return receive(connection, static_cast<char *>(buffer), size, wolfSSL_GetIOReadCtx(connection));
 }
 int __wrap_wolfSSL_write(WOLFSSL *connection, const void *buffer, int size)
 {
     return transmit(connection, static_cast<char *>(const_cast<void *>(buffer)), size,
-                    context_of_writes);
+                    wolfSSL_GetIOWriteCtx(connection));
 }
 int __wrap_wolfSSL_shutdown(WOLFSSL *connection)
 {
     char bytes[] = "farewell";
-    shut_down = transmit(connection, bytes, 8, context_of_writes);
+    shut_down = transmit(connection, bytes, 8, wolfSSL_GetIOWriteCtx(connection));
     return WOLFSSL_SUCCESS;
 }
 ssize_t __real_recv(int, void *, size_t, int);
@@ -172,12 +129,13 @@ struct Tls : testing::Test {
     uint16_t port = 0;
     cyassl_client *client = nullptr;
     std::vector<int> sockets;
+    bool released = false;
 
     void SetUp() override
     {
         signal(SIGPIPE, SIG_IGN);
         calls.clear();
-        made = interrupted = 0;
+        interrupted = 0;
         handshake_works = authority_is_there = true;
         handshake_waits = makes_no_more = false;
         sockaddr_in address = {};
@@ -198,6 +156,8 @@ struct Tls : testing::Test {
         for (const int each : sockets)
             close(each);
         close(listener);
+        if (!released)
+            client->ops->release(client);
         free(client);
     }
     int connect()
@@ -239,9 +199,9 @@ TEST_F(Tls, MakesAHandshakeOfItsOwnForEachConnect)
     makes_no_more = false;
     EXPECT_GE(connect(), 0);
     EXPECT_EQ(client->ops->write(client, "hello", 5), 5);
+    // What is not freed in between, the leak sanitizer finds.
     EXPECT_EQ(calls,
-              (std::vector<string>{"new 1", "verify 1", "connect 1", "free 1", "new 2", "verify 2",
-                                   "connect 2", "free 2", "new 3", "verify 3", "connect 3"}));
+              (std::vector<string>{"verify", "connect", "verify", "connect", "verify", "connect"}));
 }
 
 TEST_F(Tls, TriesNothingMoreOnceAWaitHasPassed)
@@ -251,7 +211,7 @@ TEST_F(Tls, TriesNothingMoreOnceAWaitHasPassed)
     handshake_waits = false;
     EXPECT_GE(connect(), 0);
     EXPECT_LT(client->ops->write(client, "secret", 6), 0);
-    EXPECT_EQ(calls.back(), "connect 1");
+    EXPECT_EQ(calls, (std::vector<string>{"verify", "connect"}));
     client->timed_out = false;
     EXPECT_GE(connect(), 0);
     EXPECT_EQ(client->ops->write(client, "hello", 5), 5);
@@ -274,10 +234,10 @@ TEST_F(Tls, AnswersForItsSocket)
     client->socket = -1; // closed by its owner
     EXPECT_LT(read_byte(), 0);
     CaptureStderr();
+    released = true;
     client->ops->release(client);
     EXPECT_EQ(GetCapturedStderr(), "sslcli.c:cyassl_client_release:152: CHECKPOINT\n");
     EXPECT_EQ(shut_down, WOLFSSL_CBIO_ERR_GENERAL);
-    EXPECT_EQ(calls.back(), "free context");
     char got = 0;
     EXPECT_EQ(recv(peer, &got, 1, MSG_DONTWAIT), -1);
 }
