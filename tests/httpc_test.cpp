@@ -61,10 +61,13 @@ TEST_F(Httpc, SendsRequestsByteForByte)
     httpcInitRequest(client, 1, string(200, 'p').c_str());
     EXPECT_EQ(httpcAddHeader(client, nullptr, "v"), -1);
     httpcAddHeader(client, "Long", string(512 - 8, 'v').c_str()); // one byte too many with its end
+    httpcSetContentType(client, string(200, 't').c_str());
     httpcAddHeader(client, "Null", nullptr);
     httpcAddHeader(client, "X", "1");
     httpcAddHeader(client, "X", "2");
-    const string bytes = "GET " + string(127, 'p') + common + "X: 1\r\n\r\n";
+    const string bytes = "GET " + string(127, 'p') + " HTTP/1.0\r\n" + line +
+                         "Content-type: " + string(63, 't') + "\r\nContent-Length: 0\r\n" + host +
+                         "X: 1\r\n\r\n";
     EXPECT_EQ(httpcSendRequest(client), static_cast<int>(bytes.size()) + 13);
     EXPECT_EQ(read_at_once(peer), bytes);
     httpcPushVar(client, "n", string(254, 'v').c_str()); // with its terminator 257 bytes
@@ -119,6 +122,7 @@ TEST_F(Httpc, ReadsHeadsOfEveryShape)
          string(63, 't')},
         {"HTTP/1.0 200 OK\n" + nul + "\nContent-Length: 5\n", 200, 0, "x", "none"},
         {"HTTP/1.0 200 OK\nX: " + string(509, 'v') + "\nContent-Length: 5\n", 200, 0, "x", "none"},
+        {"HTTP/1.0 200 OK\nContent-Length: 99999999999\n", 200, INT32_MAX, "x", "none"},
         {"HTTP/1.0 200\r\n", -1, 0, "x", "none"},
         {"ICY 200 OK\r\n", -1, 0, "x", "none"},
     };
@@ -181,6 +185,14 @@ TEST_F(Httpc, HandsOutTheBodyByCopy)
     EXPECT_EQ(httpcReadResponse(client, body, -1), -1);
     EXPECT_EQ(client->socket, -1);
     attach();
+    for (const int none : {-1, FD_SETSIZE}) { // in no set of descriptors: not even waited for
+        close(client->socket);
+        client->socket = none;
+        waited_seconds = 0;
+        EXPECT_EQ(httpcReadResponse(client, body, 1), 0);
+        EXPECT_EQ(waited_seconds, 0);
+        attach();
+    }
     expire = true; // 300 seconds of silence
     EXPECT_EQ(httpcReadResponse(client, body, 1), 0);
     EXPECT_EQ(client->socket, -1);

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -101,7 +100,6 @@ TRANSFERRED(ssize_t, write, (int fd, const void *buffer, size_t size), (buffer, 
             write_descriptor)
 TRANSFERRED(off_t, lseek64, (int fd, off_t offset, int whence), (offset, whence), seek_device)
 ANSWERED_FOR_OURS(ioctl, (int fd, unsigned long request, void *argument), (fd, request, argument))
-ANSWERED_FOR_OURS(fcntl64, (int fd, int command, long argument), (fd, command, argument))
 
 REDIRECTED(void, sync, void)
 {
@@ -169,23 +167,6 @@ REDIRECTED(int, select, int count, fd_set *readable, fd_set *writable, fd_set *e
     const bool ready = (readable != nullptr && FD_ISSET(fd, readable)) ||
                        (writable != nullptr && FD_ISSET(fd, writable));
     return ready ? 1 : 0;
-}
-
-REDIRECTED(int, poll, pollfd *entries, nfds_t count, int timeout)
-{
-    if (!caught())
-        return __real_poll(entries, count, timeout);
-    if (fails_now())
-        return -1;
-    int ready = 0;
-    for (nfds_t i = 0; i < count; i++) {
-        const bool readable = (entries[i].events & POLLIN) != 0 && is_ours(entries[i].fd) &&
-                              fuzz::readable(entries[i].fd);
-        entries[i].revents = static_cast<short>((entries[i].events & POLLOUT) |
-                                                (readable ? entries[i].events & POLLIN : 0));
-        ready += entries[i].revents != 0 ? 1 : 0;
-    }
-    return ready;
 }
 
 // Any host but one that begins with "unknown" is this machine.
