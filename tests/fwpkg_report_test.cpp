@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The reports as people read them, whole. CRCs and digests come from other implementations.
+// Plans, and the reports as people read them, whole. CRCs and digests come from other
+// implementations.
 #include <algorithm>
 #include <gtest/gtest.h>
 
@@ -8,8 +9,10 @@
 #include "tools/fwpkg/difference.h"
 #include "tools/fwpkg/plan_report.h"
 #include "tools/fwpkg/show_report.h"
+#include "tools/fwpkg/sums.h"
 
 using namespace fwpkg;
+using namespace std::string_literals;
 
 namespace {
 
@@ -74,6 +77,26 @@ TEST(Report, ShowsAPackageWithItsSums)
     made.pop_back();
     EXPECT_TRUE(shown(key).starts_with("fw\\x1b: 16384 bytes, version 1, enciphered\n"
                                        "size    16385 in the header, WRONG\n"));
+}
+
+TEST(Sums, AreOfWhatTheDeviceWrites)
+{
+    const bytes blocks(3 * 4096, 0);
+    const auto written = [&](uint32_t offset, uint32_t size) {
+        package_part part{};
+        part.offset = offset;
+        part.size = size;
+        const auto found = written_data(blocks, part);
+        return found.empty() ? std::pair<long, size_t>{-1, 0}
+                             : std::pair<long, size_t>{found.data() - blocks.data(), found.size()};
+    };
+    using place = std::pair<long, size_t>;
+    EXPECT_EQ(written(4096, 100), (place{4096, 100}));
+    EXPECT_EQ(written(8191, 4097), (place{4096, 4097})) << "from the beginning of the block";
+    EXPECT_EQ(written(4096, 8192), (place{4096, 8192}));
+    EXPECT_EQ(written(4096, 8193), (place{-1, 0}));
+    EXPECT_EQ(written(0xFFFFF000, 4096), (place{-1, 0}));
+    EXPECT_EQ(written(4096, 0), (place{-1, 0}));
 }
 
 TEST(Report, SaysWhatEachDeviceDoes)
@@ -166,4 +189,68 @@ TEST(Report, SaysWhatDiffers)
               "part 0 (kernel), now part 1: offset 4096, now 12288; conditions board=a, now "
               "board=c; the same 2 blocks\n"
               "part 1 (kernel), now part 0: offset 12288, now 4096; the same 2 blocks\n");
+}
+
+// What each case leads to is compared with the program itself by the tests of whole runs.
+TEST(Planner, SaysWhyAPartIsNotWritten)
+{
+    const maker_folder folder{{"data", std::string(5000, 'x')}, {"none", ""}};
+    const auto part = [](const std::string &type, const std::string &rest) {
+        return "[[part]]\ntype='" + type + "'\nfile='data'\n" + rest;
+    };
+    const std::string flash = "[partitions]\n2=8192\n3=8192\n4=4999\n";
+    const std::string wants_b2 = flash + "[requirements]\nkernel='b:=2'\n";
+    const struct {
+        std::string manifest, device;
+        std::string plan; // exit status, time, what becomes of each part and why
+    } rows[] = {
+        {part("kernel", "conditions='board=rev1'\noptional=true\n") + part("base", ""),
+         flash + "[configuration]\nboard='rev2'\n",
+         "0 2180; dropped: its conditions are not met: board=rev1 does not hold, the value is "
+         "\"rev2\"; written"},
+        {part("kernel", "optional=true\n") + part("kernel", "features={b='2'}\n"), wants_b2,
+         "1 0; dropped: the device's requirement is not met: b:=2 does not hold, there is no "
+         "value; refused: the device's requirement was used up by an earlier part of the type"},
+        {part("kernel", ""), flash + "[requirements]\nkernel='b'\n",
+         "1 0; refused: the device's requirement does not compile"},
+        {part("kernel", "optional=true\n") + part("app", ""), "[partitions]\n4=4999\n",
+         "1 0; dropped: cannot open target device: there is no /dev/fla2; refused: not enough "
+         "space on target device: 5000 bytes needed, /dev/fla4 has 4999"},
+        {part("app", "actual_size=0\n"), "[partitions]\n4=4096\n",
+         "endless 0; refused: its 5000 bytes run over the end of /dev/fla4: that write is tried "
+         "again for ever"},
+        {part("app", "actual_size=0\n"), "", "2 0; refused: cannot open /dev/fla4"},
+        {"[[part]]\ntype='kernel'\nfile='none'\n", flash, "0 2000; empty"},
+    };
+    for (const auto &row : rows) {
+        testing::internal::CaptureStderr();
+        const device_plan plan =
+            plan_upgrade(folder.make(row.manifest), {"d", parse_device(row.device, "d")});
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+        std::string line = plan.endless ? "endless" : std::to_string(plan.exit_status);
+        line += " " + std::to_string(plan.milliseconds);
+        for (const planned_part &each : plan.parts)
+            line += "; "s + outcome_name(each.outcome) + (each.reason.empty() ? "" : ": ") +
+                    each.reason;
+        EXPECT_EQ(line, row.plan);
+    }
+}
+
+TEST(Planner, DeciphersForEachKey)
+{
+    const bytes made = maker_folder{{"data", "x"}}.make(
+        "[package]\nencrypt=true\n[[part]]\ntype=2\nfile='data'\n", "Key");
+    plan_maker maker(made);
+    const std::pair<const char *, int> rows[] = {
+        {"VENDOR_KEY='Key'\n", 0},
+        {"VENDOR_KEY='key'\n", 1},
+        {"VENID='Key'\n", 0},
+        {"VENID='key'\n", 1},
+        {"", 1},
+        {"VENDOR_KEY='Key'\n", 0},
+    };
+    for (const auto &[key, status] : rows) {
+        const std::string text = "[partitions]\n2=4096\n[configuration]\n" + std::string(key);
+        EXPECT_EQ(maker.plan({"d", parse_device(text, "d")}).exit_status, status) << key;
+    }
 }

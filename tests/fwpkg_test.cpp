@@ -12,10 +12,8 @@
 #include "tools/fwpkg/check_devices.h"
 #include "tools/fwpkg/check_form.h"
 #include "tools/fwpkg/check_use.h"
-#include "tools/fwpkg/difference.h"
 #include "tools/fwpkg/extractor.h"
 #include "tools/fwpkg/maker.h"
-#include "tools/fwpkg/plan_report.h"
 #include "tools/fwpkg/show_report.h"
 
 using namespace fwpkg;
@@ -206,6 +204,16 @@ std::string lines_of(const std::vector<finding> &all)
     return lines;
 }
 
+/// All that is wrong or odd about a package in clear.
+std::string findings_in(const bytes &made)
+{
+    const package_file file = open_package(made, {});
+    findings all;
+    all.add(check_form(file));
+    all.add(check_use(file));
+    return lines_of(all.all);
+}
+
 } // namespace
 
 TEST(Check, FindsWhatTheDeviceWouldTrust)
@@ -255,23 +263,20 @@ TEST(Check, FindsWhatTheDeviceWouldTrust)
          "warning: part 1 (kernel): not the first of its type: a device that sets kernel_features "
          "refuses the package\n"},
     };
-    const auto found = [](const bytes &made) {
-        const package_file file = open_package(made, {});
-        findings all;
-        all.add(check_form(file));
-        all.add(check_use(file));
-        return lines_of(all.all);
-    };
     for (const auto &row : rows)
-        EXPECT_EQ(found(changed_package(row.changes)),
+        EXPECT_EQ(findings_in(changed_package(row.changes)),
                   std::regex_replace(row.lines, std::regex("%"), "part 0 (kernel)"));
+}
+
+TEST(Check, FindsDamage)
+{
     bytes damaged = changed_package({});
     damaged.push_back(0);
-    EXPECT_EQ(found(damaged), "error: header: says 11192 bytes, the file has 11193\n");
+    EXPECT_EQ(findings_in(damaged), "error: header: says 11192 bytes, the file has 11193\n");
     damaged.pop_back();
     damaged.back() ^= 1;
-    EXPECT_TRUE(std::regex_match(found(damaged), std::regex("error: header: digest .*\n")));
-    EXPECT_EQ(found(bytes_of(short_clear)), "");
+    EXPECT_TRUE(std::regex_match(findings_in(damaged), std::regex("error: header: digest .*\n")));
+    EXPECT_EQ(findings_in(bytes_of(short_clear)), "");
 }
 
 TEST(Check, HoldsDevicesToTheirPartitions)
@@ -299,49 +304,4 @@ TEST(Check, HoldsDevicesToTheirPartitions)
     };
     EXPECT_EQ(with("Key", "[partitions]\n4=256\n"), 0U);
     EXPECT_EQ(with("Key", "[partitions]\n4=256\n[configuration]\nVENDOR_KEY='other'\n"), 1U);
-}
-
-// What each case leads to is compared with the program itself by the tests of whole runs.
-TEST(Planner, SaysWhyAPartIsNotWritten)
-{
-    const maker_folder folder{{"data", std::string(5000, 'x')}, {"none", ""}};
-    const auto part = [](const std::string &type, const std::string &rest) {
-        return "[[part]]\ntype='" + type + "'\nfile='data'\n" + rest;
-    };
-    const std::string flash = "[partitions]\n2=8192\n3=8192\n4=4999\n";
-    const std::string wants_b2 = flash + "[requirements]\nkernel='b:=2'\n";
-    const struct {
-        std::string manifest, device;
-        std::string plan; // exit status, time, what becomes of each part and why
-    } rows[] = {
-        {part("kernel", "conditions='board=rev1'\noptional=true\n") + part("base", ""),
-         flash + "[configuration]\nboard='rev2'\n",
-         "0 2180; dropped: its conditions are not met: board=rev1 does not hold, the value is "
-         "\"rev2\"; written"},
-        {part("kernel", "optional=true\n") + part("kernel", "features={b='2'}\n"), wants_b2,
-         "1 0; dropped: the device's requirement is not met: b:=2 does not hold, there is no "
-         "value; refused: the device's requirement was used up by an earlier part of the type"},
-        {part("kernel", ""), flash + "[requirements]\nkernel='b'\n",
-         "1 0; refused: the device's requirement does not compile"},
-        {part("kernel", "optional=true\n") + part("app", ""), "[partitions]\n4=4999\n",
-         "1 0; dropped: cannot open target device: there is no /dev/fla2; refused: not enough "
-         "space on target device: 5000 bytes needed, /dev/fla4 has 4999"},
-        {part("app", "actual_size=0\n"), "[partitions]\n4=4096\n",
-         "endless 0; refused: its 5000 bytes run over the end of /dev/fla4: that write is tried "
-         "again for ever"},
-        {part("app", "actual_size=0\n"), "", "2 0; refused: cannot open /dev/fla4"},
-        {"[[part]]\ntype='kernel'\nfile='none'\n", flash, "0 2000; empty"},
-    };
-    for (const auto &row : rows) {
-        testing::internal::CaptureStderr();
-        const device_plan plan =
-            plan_upgrade(folder.make(row.manifest), {"d", parse_device(row.device, "d")});
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-        std::string line = plan.endless ? "endless" : std::to_string(plan.exit_status);
-        line += " " + std::to_string(plan.milliseconds);
-        for (const planned_part &each : plan.parts)
-            line += "; "s + outcome_name(each.outcome) + (each.reason.empty() ? "" : ": ") +
-                    each.reason;
-        EXPECT_EQ(line, row.plan);
-    }
 }

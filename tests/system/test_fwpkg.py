@@ -32,6 +32,7 @@ LINES = [
     (("check", "fw", *WITH_KEY, "--device", "d.toml"), 0, ""),
     (("check", "fw", *WITH_KEY, "--device", "small\33.toml"), 1, ""),
     (("check", "fw", *WITH_KEY, "--device", "other.toml"), 1, ""),
+    (("show", "."), 2, "fwpkg: .: cannot be read: Is a directory"),
     (("check", "fw"), 2, "fwpkg: fw: enciphered, and no key is given"),
     (("check", "cut", *WITH_KEY), 1, ""),
     (("check", "warned"), 0, ""),

@@ -76,6 +76,9 @@ def test_the_page_on_json_has_every_field_and_no_other(folder):
         for path, found in kinds.items():
             allowed = {fields[path].rstrip("?")} | ({"null"} if fields[path].endswith("?") else set())
             assert found <= allowed, (command, path)
+    assert json.loads(fwpkg("check", "old", "--json", folder=folder).stdout)["sound"]
+    strict = fwpkg("check", "old", "--json", "--strict", folder=folder, status=1)
+    assert not json.loads(strict.stdout)["sound"]
     made = json.loads(fwpkg("make", "m.toml", "-o", "fw", "--key-file", "key", "--json",
                             folder=folder).stdout)
     content = (folder / "fw").read_bytes()

@@ -9,7 +9,7 @@ namespace fwpkg {
 std::span<const uint8_t> written_data(std::span<const uint8_t> blocks, const package_part &part)
 {
     const uint64_t begin = part.offset - part.offset % block_size;
-    if (part.size > INT32_MAX || begin + part.size > blocks.size()) // the writer's sizes are signed
+    if (begin + part.size > blocks.size())
         return {};
     return blocks.subspan(begin, part.size);
 }
