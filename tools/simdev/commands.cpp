@@ -71,6 +71,7 @@ std::string protocol_of(const std::vector<std::string> &arguments)
 
 int init_command(const command_options &options)
 {
+    catch_interrupts();
     const bool described = !options.device_file.empty();
     const std::string name = described ? options.device_file : "the default device";
     const std::string text = described               ? read_description(options.device_file)
