@@ -18,7 +18,8 @@ __all__ = ["folder"]
 def described(command):
     """Path -> type of the fields that docs/json.md has for a command."""
     page = (ROOT / "docs/json.md").read_text()
-    section = page.split(f"## `fwpkg {command}`\n")[1].split("\n## ")[0]
+    name = command if " " in command else f"fwpkg {command}"
+    section = page.split(f"## `{name}`\n")[1].split("\n## ")[0]
     fields = dict(re.findall(r"^\| `(\S+)` \| (\S+) \|", section, re.M))
     if command == "make":
         found = {path: kind for path, kind in described("check").items() if path.startswith("findings")}

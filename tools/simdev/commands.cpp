@@ -8,7 +8,9 @@
 #include <iostream>
 #include <memory>
 #include <thread>
+#include <unistd.h>
 
+#include "tools/common/files.h"
 #include "tools/common/printable.h"
 #include "tools/simdev/folder.h"
 #include "tools/simdev/interrupt.h"
@@ -125,6 +127,24 @@ int sweep_command(const command_options &options)
     if (result.interrupted)
         return exit_interrupted;
     return count_points(result).recovered == result.writes ? 0 : 1;
+}
+
+int rehearse_command(const command_options &options)
+{
+    catch_interrupts();
+    rehearse_options rehearsal = options.rehearse;
+    rehearsal.run = options.run;
+    rehearsal.jobs = options.jobs;
+    progress progress(options.json || isatty(STDERR_FILENO) == 0);
+    const rehearse_result result =
+        rehearse(rehearsal, [&progress](int percent) { progress.show("rehearse", percent); });
+    progress.finish();
+    std::cout << (options.json ? rehearsal_json(result).dump(2) + "\n" : rehearsal_text(result));
+    if (!options.junit_file.empty())
+        write_file(options.junit_file, rehearsal_junit(result));
+    if (result.interrupted)
+        return exit_interrupted;
+    return result.good() ? exit_good : exit_bad;
 }
 
 } // namespace simdev

@@ -8,6 +8,7 @@
 
 #include "tools/simdev/flash_commands.h"
 #include "tools/simdev/launch.h"
+#include "tools/simdev/rehearse.h"
 
 namespace simdev {
 
@@ -18,8 +19,10 @@ struct command_options {
     std::vector<doctor::package_choice> packages; ///< that partitions are compared with
     std::string log_file;                         ///< empty: no log
     bool json = false;
-    int jobs = 0;      ///< 0: one a core
-    int64_t torn = -1; ///< below 0: cuts fall between the writes
+    int jobs = 0;                     ///< 0: one a core
+    int64_t torn = -1;                ///< below 0: cuts fall between the writes
+    rehearse_options rehearse;        ///< but for its run and jobs
+    std::filesystem::path junit_file; ///< empty: none
 };
 
 /// Makes a device folder.
@@ -33,5 +36,9 @@ int run_command(const command_options &options);
 
 /// Sweeps; 0 when every cut point recovers, 1 when one does not, 130 when interrupted.
 int sweep_command(const command_options &options);
+
+/// Rehearses a package; 0 when every device is as expected, 1 when one is not, 130 when
+/// interrupted.
+int rehearse_command(const command_options &options);
 
 } // namespace simdev

@@ -2,6 +2,7 @@
 #include "tools/simdev/folder.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -114,6 +115,20 @@ folder_lock::folder_lock(const fs::path &folder)
         throw failure(folder.string() + ": is no device folder (make one with simdev init)");
     if (flock(folder_.get(), LOCK_EX | LOCK_NB) < 0)
         throw failure(folder.string() + ": another simdev is at work on it");
+}
+
+scratch_folder::scratch_folder()
+{
+    std::string name = (fs::temp_directory_path() / "simdev-XXXXXX").string();
+    if (mkdtemp(name.data()) == nullptr)
+        throw failure(name + ": cannot be made: " + strerror(errno));
+    path_ = name;
+}
+
+scratch_folder::~scratch_folder()
+{
+    std::error_code ignored; // nothing can be done about it here
+    fs::remove_all(path_, ignored);
 }
 
 } // namespace simdev

@@ -47,4 +47,20 @@ private:
     descriptor folder_;
 };
 
+/// A folder in the place for temporary files, removed with all that is in it.
+class scratch_folder {
+public:
+    scratch_folder(); ///< throws failure
+    ~scratch_folder();
+    scratch_folder(const scratch_folder &) = delete;
+    scratch_folder &operator=(const scratch_folder &) = delete;
+    [[nodiscard]] const std::filesystem::path &path() const
+    {
+        return path_;
+    }
+
+private:
+    std::filesystem::path path_;
+};
+
 } // namespace simdev

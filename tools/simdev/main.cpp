@@ -63,13 +63,23 @@ void add_folder(CLI::App *sub, command_options &options)
     sub->add_option("DIR", options.run.folder, "The device folder")->required();
 }
 
-/// What all commands that run the program take.
+void add_program_options(CLI::App *sub, command_options &options)
+{
+    sub->add_option("--program", options.run.program,
+                    "The program to run (default: the upgrade beside simdev)");
+    sub->add_option("--grace", options.run.grace_ms,
+                    "Fast: real milliseconds that a peer may take to answer")
+        ->check(CLI::Range(1, 3'600'000))
+        ->capture_default_str();
+    sub->add_flag("--json", options.json, "Print the report as JSON, and no progress");
+}
+
+/// What all commands that run the program from a server of the user's take.
 void add_run_options(CLI::App *sub, command_options &options)
 {
     add_folder(sub, options);
+    add_program_options(sub, options);
     sub->add_option("URL", options.run.arguments, "The program's arguments, behind \"--\"");
-    sub->add_option("--program", options.run.program,
-                    "The program to run (default: the upgrade beside simdev)");
     sub->add_option("--tftp-port", options.run.tftp_port,
                     "Where the TFTP server really listens: UDP port 69 of the device")
         ->check(CLI::Range(1, 65535));
@@ -85,11 +95,41 @@ void add_run_options(CLI::App *sub, command_options &options)
     sub->add_flag("--real-network", options.run.real_network,
                   "Addresses and names that nothing maps are those of the real network, not "
                   "unreachable");
-    sub->add_option("--grace", options.run.grace_ms,
-                    "Fast: real milliseconds that a peer may take to answer")
-        ->check(CLI::Range(1, 3'600'000))
-        ->capture_default_str();
-    sub->add_flag("--json", options.json, "Print the report as JSON, and no progress");
+}
+
+void add_playing_options(CLI::App *sub, command_options &options)
+{
+    sub->add_flag("--fast", options.run.fast, "Count sleeps and vain waits instead of waiting");
+    sub->add_option("--fault", options.run.faults, "Play a fault (below); may be repeated")
+        ->allow_extra_args(false);
+    sub->add_option("--seed", options.run.seed, "For what a fault leaves open");
+    sub->footer(fault_help());
+}
+
+void add_jobs(CLI::App *sub, command_options &options, const char *what)
+{
+    sub->add_option("--jobs", options.jobs, what)->check(CLI::Range(1, 256));
+}
+
+void describe_rehearse(CLI::App *sub, command_options &options)
+{
+    rehearse_options &rehearse = options.rehearse;
+    sub->add_option("PACKAGE", rehearse.package, "The package")->required();
+    sub->add_option("--device", rehearse.devices, "A device's description; may be repeated")
+        ->required()
+        ->allow_extra_args(false);
+    sub->add_option("--key-file", rehearse.key_file,
+                    "The key of devices whose description has none");
+    sub->add_option("--from", rehearse.older, "A package that the devices hold before");
+    sub->add_flag("--sweep", rehearse.sweep, "Also cut the power after every flash write");
+    sub->add_flag("--https", rehearse.https, "Serve by HTTPS, with a certificate of this run");
+    sub->add_option("--expect", rehearse.expect,
+                    "What the devices must come to: upgraded, refused, or a file that says it for "
+                    "each (default: what fwpkg plan says)");
+    sub->add_option("--junit", options.junit_file, "Write the result as JUnit's XML");
+    add_jobs(sub, options, "Runs at a time (default: 2 a core; 16, where they really wait)");
+    add_playing_options(sub, options);
+    add_program_options(sub, options);
 }
 
 void describe_init(CLI::App &init, command_options &options)
@@ -135,9 +175,7 @@ void describe(CLI::App &app, command_options &options, command &chosen)
 
     CLI::App *run = add("run", "Run an upgrade on a device", run_command);
     add_run_options(run, options);
-    run->add_flag("--fast", options.run.fast, "Count sleeps and vain waits instead of waiting");
-    run->add_option("--fault", options.run.faults, "Play a fault (below); may be repeated")
-        ->allow_extra_args(false);
+    add_playing_options(run, options);
     run->add_option_function<std::vector<std::string>>(
            "--receiver",
            [&options](const std::vector<std::string> &pairs) {
@@ -147,7 +185,6 @@ void describe(CLI::App &app, command_options &options, command &chosen)
            "N=PATH: status receiver N (1 .upgrd_info, 2 .syscfg-server) is who listens on PATH")
         ->allow_extra_args(false)
         ->check(check_receiver);
-    run->add_option("--seed", options.run.seed, "For what a fault leaves open");
     run->add_option("--log", options.log_file, "Write each operation as a line of JSON");
     run->add_option(
         "--stdout", options.run.stdout_file,
@@ -155,17 +192,18 @@ void describe(CLI::App &app, command_options &options, command &chosen)
     run->add_option(
         "--stderr", options.run.stderr_file,
         "For the program's standard error (default: DIR/run/stderr; - lets it through)");
-    run->footer(fault_help());
 
     CLI::App *sweep = add(
         "sweep", "Cut the power after every flash write of an upgrade, and recover", sweep_command);
     add_run_options(sweep, options);
-    sweep->add_option("--jobs", options.jobs, "Runs at a time (default: one a core)")
-        ->check(CLI::Range(1, 256));
+    add_jobs(sweep, options, "Runs at a time (default: one a core)");
     sweep
         ->add_option("--torn", options.torn,
                      "Cut inside each write, behind so many bytes, not behind it")
         ->check(CLI::Range(0, 4096));
+    describe_rehearse(
+        add("rehearse", "Try a package on every device, against its plan", rehearse_command),
+        options);
 }
 
 } // namespace

@@ -25,32 +25,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// A folder for the copies, removed with all that is in it.
-class scratch_folder {
-public:
-    scratch_folder()
-    {
-        std::string name = (fs::temp_directory_path() / "simdev-sweep-XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr)
-            throw failure(name + ": cannot be made: " + strerror(errno));
-        path_ = name;
-    }
-    scratch_folder(const scratch_folder &) = delete;
-    scratch_folder &operator=(const scratch_folder &) = delete;
-    ~scratch_folder()
-    {
-        std::error_code ignored; // nothing can be done about it here
-        fs::remove_all(path_, ignored);
-    }
-    const fs::path &path() const
-    {
-        return path_;
-    }
-
-private:
-    fs::path path_;
-};
-
 fs::path copy_device(const fs::path &from, const fs::path &to)
 {
     fs::create_directories(to / "tmp");

@@ -5,7 +5,7 @@ _simdev() {
     local word=$2 before=$3 command=${COMP_WORDS[1]}
     COMPREPLY=()
     if [ "$COMP_CWORD" -eq 1 ]; then
-        mapfile -t COMPREPLY < <(compgen -W "init status run sweep --help" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "init status run sweep rehearse --help" -- "$word")
         return
     fi
     if [[ $word == -* ]]; then
@@ -15,6 +15,8 @@ _simdev() {
         status) options="--package --key-file --json --help" ;;
         run) options+=" --fast --fault --receiver --seed --log --stdout --stderr" ;;
         sweep) options+=" --jobs --torn" ;;
+        rehearse) options="--device --from --key-file --sweep --expect --https --junit --jobs --fast --fault --seed
+            --program --grace --json --help" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word")
         return
@@ -29,8 +31,14 @@ _simdev() {
         ;;
     --tftp-port | --map-port | --map-host | --grace | --receiver | --flash | --seed | --jobs | --torn | --) return ;;
     --device) mapfile -t COMPREPLY < <(compgen -f -X '!*.toml' -- "$word"; compgen -d -- "$word") ;;
-    --program | --package | --key-file | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
-    *) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;; # a device is a folder
+    --program | --package | --key-file | --from | --expect | --junit | --log | --stdout | --stderr) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    *) # a device is a folder
+        if [ "$command" = rehearse ]; then
+            mapfile -t COMPREPLY < <(compgen -f -- "$word")
+        else
+            mapfile -t COMPREPLY < <(compgen -d -- "$word")
+        fi
+        ;;
     esac
     compopt -o filenames 2>/dev/null
 }
