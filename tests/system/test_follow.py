@@ -240,6 +240,35 @@ def test_what_cannot_be_done_gets_one_line_and_following_goes_on(follow, tmp_pat
     assert state.read_text() == "as it was" and not (tmp_path / "state.new").exists()
 
 
+def test_hostile_peers_of_the_page_hold_up_nothing(follow, tmp_path):
+    room = 24  # descriptors: fewer than there are peers
+    state = tmp_path / "state"
+    follower = follow("--quiet", "--web", 0, "--linger", 0, "--state", state,
+                      "--run", f"ls -l /proc/self/fd >{tmp_path}/descriptors",
+                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (room, room)))
+    port = int(follower.process.stderr.readline().split(b":")[-1].strip(b"/\n"))
+    with contextlib.ExitStack() as peers:
+        endless = peers.enter_context(socket.create_connection(("127.0.0.1", port), 10))
+        with pytest.raises(OSError):  # a line of 64 MiB
+            for _ in range(1024):
+                endless.sendall(bytes(65536))
+        slow = [peers.enter_context(socket.socket()) for _ in range(2 * room)]
+        for peer in slow:
+            peer.setblocking(False)
+            peer.connect_ex(("127.0.0.1", port))
+        time.sleep(0.5)  # to be taken in
+        follower.say("STAGE=WRITING", "STAGE=DONE")
+        begin = time.monotonic()
+        while follower.process.poll() is None and time.monotonic() < begin + 15:
+            for peer in slow:
+                with contextlib.suppress(OSError):
+                    peer.send(b"G")
+            time.sleep(0.1)
+    assert follower.process.poll() == 0 and follower.process.stderr.read() == b""
+    assert json.loads(state.read_text())["state"] == "done"
+    assert "socket" not in (tmp_path / "descriptors").read_text()
+
+
 @pytest.mark.parametrize("content, fault", [
     ("", ": empty"),
     (HEAD + '{"at":0,"text":"UPGRD_STAGE=WRITING"}\n{"at":1,"te', ":3: ends within a line"),

@@ -8,14 +8,15 @@
 #include <string>
 #include <thread>
 
-#include <httplib.h>
+#include <sched.h>
 
 #include "tools/follow/page.h"
+#include "tools/follow/web_peer.h"
 
 namespace follow {
 
 struct web_server {
-    httplib::Server server;
+    peer_server server;
     std::mutex lock;
     std::string state; ///< under the lock
     std::thread thread;
@@ -24,9 +25,7 @@ struct web_server {
 namespace {
 
 constexpr size_t threads = 4;
-constexpr time_t patience_seconds = 5;
 constexpr size_t request_limit = 1024; // bytes of a body; none is wanted
-constexpr size_t requests_a_connection = 1000;
 
 const httplib::Headers headers = {
     {"Cache-Control", "no-store"},
@@ -64,10 +63,6 @@ try {
     auto web = std::make_unique<web_server>();
     web->server.set_default_headers(headers);
     web->server.set_socket_options(set_socket_options);
-    web->server.set_read_timeout(patience_seconds);
-    web->server.set_write_timeout(patience_seconds);
-    web->server.set_keep_alive_timeout(patience_seconds);
-    web->server.set_keep_alive_max_count(requests_a_connection);
     web->server.set_payload_max_length(request_limit);
     web->server.new_task_queue = [] { return new httplib::ThreadPool(threads); };
     add_paths(web.get(), page);
@@ -79,7 +74,12 @@ try {
                  errno == 0 ? "no such address" : strerror(errno));
         return nullptr;
     }
-    web->thread = std::thread([server = &web->server] { server->listen_after_bind(); });
+    web->thread = std::thread([server = &web->server] {
+        // Descriptors of their own for the threads: however many peers connect, the program can
+        // still open its state file, and a command that it starts inherits no connection.
+        unshare(CLONE_FILES);
+        server->listen_after_bind();
+    });
     return web.release();
 } catch (const std::exception &failure) {
     snprintf(error, error_size, "web server: %s", failure.what());
