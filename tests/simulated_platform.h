@@ -52,7 +52,7 @@ public:
         return text.str();
     }
 
-    /// What was done so far, each operation as "write 0+4096", "sync", "sleep 40000", "kick 1".
+    /// What was done so far, each operation as "write 0+4096", "sync", "sleep 40000".
     std::vector<std::string> operations;
 
 private:
@@ -68,8 +68,6 @@ private:
             text += " " + std::to_string(operation.offset) + "+" + std::to_string(operation.length);
         else if (text == "sleep")
             text += " " + std::to_string(operation.duration_us);
-        else if (text == "kick")
-            text += " " + std::to_string(operation.level);
         else if (text == "seek")
             text += " " + std::to_string(operation.offset);
         if (operation.result < 0 && operation.error != 0)

@@ -180,7 +180,6 @@ SELECTED = {  # parts, device, the partitions that get written
         {"requirements": {"kernel": "a=1"}}, [3]),
     "actual size 0 skips the device check alone": ([Part(4, b"a" * 5000, actual_size=0)], {}, [4]),
     "size 0 writes nothing": ([Part(2, b"", actual_size=9), Part(3, b"b")], {}, [3]),
-    "the size of a partition is no room for the trailer": ([Part(2, b"k" * 65536)], {}, [2]),
     "a type that is not written, without data": ([Part(0, b"", actual_size=0), Part(3, b"b")], {},
                                                  [3]),
 }
@@ -230,15 +229,6 @@ FAULTS = {  # faults, what is said from the first stage on, virtual microseconds
         [*stage("WRITING"), *WROTE, *stage("VERIFYING"), "cannot open /dev/fla2 for writing", "",
          "verify package failed!", *stage("WRITING"), *WROTE, *VERIFIED],
         PAUSES + 2 * 40_000 + 100_000),
-    "a block that is refused for a while": (
-        ["write-error@2x3"],
-        [*stage("WRITING"), *OPEN, "UPGRD_PERCENTAGE=80",
-         *[f"write block #1 failed: {IO_ERROR}"] * 3, "UPGRD_PERCENTAGE=100", *VERIFIED],
-        PAUSES + 3 * 400_000),
-    "a trailer that is refused": (
-        ["write-error@3"],
-        [*stage("WRITING"), *WROTE, f"partition checksum write error: {IO_ERROR}", "",
-         *VERIFIED], PAUSES),
 }
 
 
@@ -272,15 +262,6 @@ def test_sizes_beyond_the_actual_sizes_pass_a_hundred(make_device, serve_tftp):
     assert "UPGRD_PERCENTAGE=200" in run.datagrams
 
 
-def test_receivers_that_are_missing_change_nothing_but_a_line(make_device, serve_tftp):
-    device = make_device()
-    run = device.run("tftpd", faults=["receiver-missing"])
-    assert "UPGRD_ERROR=INVALID URL\nsendto /tmp/.upgrd_info error: " in run.stderr.decode()
-    run = start(device, serve_tftp, make_package([Part(2, b"k")]), faults=["receiver-missing"])
-    assert "sendto" not in run.stderr.decode()
-    assert run.status == 0
-
-
 @pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1, 2)])
 def test_closed_standard_streams_reach_no_partition(closed, make_device, serve_tftp):
     device = make_device()
@@ -290,13 +271,6 @@ def test_closed_standard_streams_reach_no_partition(closed, make_device, serve_t
     assert (run.stdout == b"", run.stderr == b"") == (1 in closed, 2 in closed)
     assert device.flash(2) == KERNEL + b"\xff" * (65536 - 5120 - 16) + trailer(KERNEL)
     assert run.datagrams[-2:] == stage("DONE")
-
-
-def test_a_slow_server_is_waited_for(make_device, serve_tftp):
-    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]),
-                faults=["server-drip:seconds=2"])
-    # 9216 bytes are 19 packets, the first of which comes at once.
-    assert run.report["stages"][0]["virtual_us"] == 18 * 2_000_000
 
 
 def test_the_package_is_looked_at_after_the_script(make_device, serve_tftp):
@@ -328,6 +302,12 @@ def test_a_missing_receiver_leaves_the_other_all(missing, heard, silent, make_de
     assert getattr(run, heard) == [*stage("WRITING"), "UPGRD_PERCENTAGE=100", *stage("VERIFYING"),
                                    "UPGRD_PERCENTAGE=100", *stage("DONE")]
     assert getattr(run, silent) == []
+    assert run.status == 0 and b"sendto" not in run.stderr
+
+
+def test_a_missing_receiver_is_reported_with_an_error_alone(make_device):
+    run = make_device().run("tftpd", faults=["receiver-missing"])
+    assert "UPGRD_ERROR=INVALID URL\nsendto /tmp/.upgrd_info error: " in run.stderr.decode()
 
 
 def test_every_device_that_is_opened_is_closed(make_device, serve_tftp):
