@@ -19,7 +19,7 @@ The vocabulary:
     run.operations            the log: a list of dictionaries (docs/simulated-device.md)
     run.names("write", ...)   the names of the operations, in order, of these kinds only
     run.report                simdev's report
-    device.flash(2)           the content of a partition; device.fill(2, b"...") changes it
+    device.flash(2)           the content of a partition
     device.folder             the device folder, to spoil what is in it
 
 Peers: serve_tftp(files) is a plain TFTP server for one request; udp_peer(script) and tcp_peer(script) give a script
@@ -80,10 +80,6 @@ class Device:
 
     def flash(self, number):
         return self.partition(number).read_bytes()
-
-    def fill(self, number, content):
-        assert len(content) == self.partition(number).stat().st_size
-        self.partition(number).write_bytes(content)
 
     def command(self, *arguments, program=None, grace=1000, tftp_port=None, ports=(), **settings):
         """A simdev command line up to its "--"; settings become options."""

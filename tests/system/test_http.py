@@ -8,7 +8,6 @@ import shutil
 import socket
 import ssl
 import struct
-import threading
 
 import pytest
 
@@ -102,30 +101,15 @@ def answer_secured(connection, nginx):
     return request
 
 
-@contextlib.contextmanager
-def serving(serve):
-    """Calls serve(connection) for each connection, one after the other; yields the port."""
-    listener = socket.create_server(("127.0.0.1", 0))
-    done = threading.Event()
-
-    def accept():
-        while True:
+def each_of(count, serve):
+    """A script that calls serve(connection) for `count` connections, one after the other."""
+    def script(listener):
+        for _ in range(count):
             connection = listener.accept()[0]
-            if done.is_set():
-                return connection.close()
             connection.settimeout(30)
             with connection, contextlib.suppress(ConnectionError, ssl.SSLError):
                 serve(connection)
-
-    thread = threading.Thread(target=accept, daemon=True)
-    thread.start()
-    try:
-        yield listener.getsockname()[1]
-    finally:
-        done.set()
-        socket.create_connection(listener.getsockname()).close()
-        thread.join()
-        listener.close()
+    return script
 
 
 def read_request(connection):
@@ -158,39 +142,38 @@ def test_a_slow_server_is_waited_for(scheme, drip, seconds, nginx, make_device):
     assert run.report["virtual_us"] > seconds * 1_000_000
 
 
-def test_a_silent_handshake_is_waited_out_once(nginx, make_device):
+def test_a_silent_handshake_is_waited_out_once(nginx, make_device, tcp_peer):
     device = make_device()
     trust(device, nginx.authority)
-    with serving(lambda connection: connection.recv(5000) and connection.recv(5000)) as port:
-        run = device.run(f"https://127.0.0.1:{port}/p", grace=100)
+    port = tcp_peer(each_of(6, lambda connection: connection.recv(5000) and connection.recv(5000)))
+    run = device.run(f"https://127.0.0.1:{port}/p", grace=100)
     assert failed(run)
     assert run.stderr.count(b"cyassl_client_connect:120: FUNCTION FAILED!") == 6
     assert run.report["virtual_us"] == 300_000_000
 
 
 @pytest.mark.parametrize("received", [0, 5])
-def test_a_server_that_restarts_is_reached_by_a_later_try(received, nginx, make_device):
+def test_a_server_that_restarts_is_reached_by_a_later_try(received, nginx, make_device, tcp_peer):
     """It resets five connections before or in the handshake. (Without TLS the request may go out before
     a reset is there; it counts as sent then, and there is no other try.)"""
     turns = iter(range(6))
 
     def serve(connection):
         if next(turns) < 5:
-            if received:
-                connection.recv(received)
+            connection.recv(received)
             return connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
         return answer_secured(connection, nginx)
 
     device = make_device()
     trust(device, nginx.authority)
-    with serving(serve) as port:
-        run = device.run(f"https://127.0.0.1:{port}/p", **PATIENT)
+    port = tcp_peer(each_of(6, serve))
+    run = device.run(f"https://127.0.0.1:{port}/p", **PATIENT)
     assert run.status == 0
     assert run.stderr.count(b"cyassl_client_connect:120: FUNCTION FAILED!") == 5
 
 
 @pytest.mark.parametrize("both_on_one_port", [True, False])
-def test_a_redirect_to_https_goes_to_the_same_port(both_on_one_port, nginx, make_device):
+def test_a_redirect_to_https_goes_to_the_same_port(both_on_one_port, nginx, make_device, tcp_peer):
     requests = []
     location = b"https://127.0.0.2:%d/upgrade/flash.pkg" % nginx.https
 
@@ -203,15 +186,15 @@ def test_a_redirect_to_https_goes_to_the_same_port(both_on_one_port, nginx, make
 
     device = make_device()
     trust(device, nginx.authority)
-    with serving(serve) as port:
-        # The ordinary server goes on reading what it takes for a request.
-        run = device.run(f"http://127.0.0.1:{port}/p", grace=10_000 if both_on_one_port else 100)
+    # The ordinary server goes on reading what it takes for a request.
+    run = device.run(f"http://127.0.0.1:{tcp_peer(each_of(2, serve))}/p",
+                     grace=10_000 if both_on_one_port else 100)
     assert run.status == 0 if both_on_one_port else failed(run)
     assert [b"GET /upgrade/flash.pkg HTTP/1.0\r\n" in each for each in requests] == \
         [True] * both_on_one_port
 
 
-def test_a_thousand_redirects_end_where_they_lead(make_device):
+def test_a_thousand_redirects_end_where_they_lead(make_device, tcp_peer):
     requests = []
 
     def serve(connection):
@@ -219,8 +202,7 @@ def test_a_thousand_redirects_end_where_they_lead(make_device):
         connection.sendall(moved(b"http://127.0.0.1/%d" % len(requests)) if len(requests) < 1000
                            else HEAD + PACKAGE)
 
-    with serving(serve) as port:
-        run = make_device().run(f"http://127.0.0.1:{port}/p", **PATIENT)
+    run = make_device().run(f"http://127.0.0.1:{tcp_peer(each_of(1000, serve))}/p", **PATIENT)
     assert run.status == 0
     assert requests[-1].startswith(b"GET /999 HTTP/1.0\r\n")
     # C libraries print a null pointer in one of these ways.
