@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "flash/trailer.h"
 #include "tests/simulated_platform.h"
 
 namespace {
@@ -39,98 +38,80 @@ int count_progress(void *argument, int count)
     return static_cast<int>(told->counts.size()) == told->stop_at ? 0 : 1;
 }
 
-int write_part(int32_t length, progress *told)
-{
-    blocks blocks;
-    const int fd = open("/dev/fla2", O_WRONLY);
-    const int result =
-        write_blocks(fd, blocks.table.data(), block_size, length, count_progress, told);
-    close(fd);
-    return result;
-}
-
 using texts = std::vector<std::string>;
 
-TEST(Flash, WritesEachBlockThenSyncsThenRestsAndTheTrailerLast)
+const std::string erased(48, '\xFF');
+const texts block_0 = {"open", "write 0+8", "sync", "sleep 40000"};
+
+texts then(texts operations, const texts &more)
 {
-    simulated_platform platform(2, 64);
-    progress told;
-    EXPECT_EQ(write_part(12, &told), 2);
-    EXPECT_EQ(platform.operations,
-              (texts{"open", "write 0+8", "sync", "sleep 40000", "write 8+4", "sync", "sleep 40000",
-                     "seek -16", "write 48+16", "sync", "sleep 100000", "close"}));
-    EXPECT_EQ(told.counts, (std::vector<int>{8, 4}));
-    // crc32("ABCDEFGHIJKL"), 12, their sum with the magic, the magic: all little-endian.
-    EXPECT_EQ(platform.content(2).substr(0, 48), "ABCDEFGHIJKL" + std::string(36, '\xFF'));
-    EXPECT_EQ(platform.content(2).substr(48), std::string("\x34\x52\x4A\x63\x0C\0\0\0"
-                                                          "\x71\xC2\x8C\xA7\x31\x70\x42\x44",
-                                                          16));
+    operations.insert(operations.end(), more.begin(), more.end());
+    return operations;
 }
 
-TEST(Flash, WritesOnlyATrailerWithoutLength)
+TEST(Flash, WritesBlockByBlockWithRestsAndTheTrailerLast)
 {
-    for (const int32_t length : {0, -5}) {
-        simulated_platform platform(2, 16);
-        progress told;
-        EXPECT_EQ(write_part(length, &told), 0);
-        EXPECT_EQ(platform.operations,
-                  (texts{"open", "seek -16", "write 0+16", "sync", "sleep 100000", "close"}));
-        EXPECT_EQ(told.counts, std::vector<int>());
+    const texts trailer_alone = {"open", "seek -16", "write 0+16", "sync", "sleep 100000", "close"};
+    const std::string no_seek = "partition checksum seek error: Invalid argument\n\n";
+    const std::string failed = "write block #1 failed: Input/output error\n";
+    std::string often;
+    for (int i = 0; i < 150; i++)
+        often += failed;
+    const struct {
+        int32_t length;
+        size_t partition;
+        const char *faults;
+        int stop_at, result;
+        std::vector<int> counts;
+        texts operations; ///< none: not looked at
+        std::string said, content;
+        uint64_t virtual_us;
+        // clang-format off
+    } rows[] = {
+        // crc32("ABCDEFGHIJKL"), 12, their sum with the magic, the magic: all little-endian.
+        {12, 64, "", 0, 2, {8, 4},
+         then(block_0, {"write 8+4", "sync", "sleep 40000", "seek -16", "write 48+16", "sync",
+                        "sleep 100000", "close"}),
+         "", "ABCDEFGHIJKL" + erased.substr(12) +
+             std::string("\x34\x52\x4A\x63\x0C\0\0\0\x71\xC2\x8C\xA7\x31\x70\x42\x44", 16),
+         180'000},
+        {0, 16, "", 0, 0, {}, trailer_alone, "", "", 100'000},
+        {-5, 16, "", 0, 0, {}, trailer_alone, "", "", 100'000},
+        // A callback that stops: the index before the step, and no trailer.
+        {24, 64, "", 2, 1, {8, 8}, then(block_0, {"write 8+8", "sync", "close"}), "",
+         "ABCDEFGHIJKLMNOP" + erased, 40'000},
+        // A block that fails is written again, beyond the budget of tries.
+        {16, 64, "write-error@2x150", 0, 2, {8, 8}, {}, often,
+         "ABCDEFGHIJKLMNOP", 2 * 40'000 + 150 * 400'000 + 100'000},
+        // A short write counts as whole, also in the checksum: that of all 16 bytes.
+        {16, 64, "short-write@1:bytes=3", 0, 2, {8, 8}, {}, "",
+         "ABCIJKLMNOP" + erased.substr(11) + "\x4D\xFF\xE8\xE0", 180'000},
+        // Too small for a trailer, which goes where it can; and without any room.
+        {8, 15, "", 0, 1, {8},
+         then(block_0, {"seek -16 failed", "write 8+16", "sync", "sleep 100000", "close"}), no_seek,
+         "ABCDEFGH", 140'000},
+        {8, 8, "", 0, 1, {8}, {},
+         no_seek + "partition checksum write error: No space left on device\n\n", "ABCDEFGH",
+         140'000},
+    };
+    // clang-format on
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::to_string(row.length) + row.faults + std::to_string(row.partition));
+        simulated_platform platform(2, row.partition, row.faults);
+        progress told{.stop_at = row.stop_at};
+        blocks blocks;
+        testing::internal::CaptureStderr();
+        const int fd = open("/dev/fla2", O_WRONLY);
+        EXPECT_EQ(
+            write_blocks(fd, blocks.table.data(), block_size, row.length, count_progress, &told),
+            row.result);
+        close(fd);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), row.said);
+        EXPECT_EQ(told.counts, row.counts);
+        EXPECT_EQ(row.operations.empty() ? texts() : platform.operations, row.operations);
+        EXPECT_EQ(platform.content(2).substr(0, row.content.size()), row.content);
+        EXPECT_EQ(clock_virtual_us(), row.virtual_us);
     }
-}
-
-TEST(Flash, StopsAtTheBlockThatTheCallbackRefusesWithoutATrailer)
-{
-    simulated_platform platform(2, 64);
-    progress told{.stop_at = 2};
-    EXPECT_EQ(write_part(24, &told), 1); // the index before the step
-    EXPECT_EQ(platform.operations,
-              (texts{"open", "write 0+8", "sync", "sleep 40000", "write 8+8", "sync", "close"}));
-}
-
-TEST(Flash, WritesAFailedBlockAgainBeyondTheBudgetOfTries)
-{
-    simulated_platform platform(2, 64, "write-error@2x150");
-    progress told;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(write_part(16, &told), 2);
-    const std::string line = "write block #1 failed: Input/output error\n";
-    const std::string said = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(said.size(), 150 * line.size());
-    EXPECT_TRUE(said.starts_with(line + line));
-    EXPECT_EQ(clock_virtual_us(), 2 * 40'000 + 150 * 400'000 + 100'000);
-    EXPECT_EQ(told.counts, (std::vector<int>{8, 8}));
-    EXPECT_EQ(platform.content(2).substr(0, 16), "ABCDEFGHIJKLMNOP");
-}
-
-TEST(Flash, TakesAShortWriteForAWholeOneInCrcAndCount)
-{
-    simulated_platform platform(2, 64, "short-write@1:bytes=3");
-    progress told;
-    EXPECT_EQ(write_part(16, &told), 2);
-    EXPECT_EQ(told.counts, (std::vector<int>{8, 8}));
-    EXPECT_EQ(platform.content(2).substr(0, 12), "ABCIJKLMNOP\xFF");
-    partition_trailer trailer;
-    platform.content(2).copy(reinterpret_cast<char *>(&trailer), sizeof trailer, 48);
-    EXPECT_EQ(trailer.crc, 0xE0E8FF4D); // of "ABCDEFGHIJKLMNOP"
-}
-
-TEST(Flash, WritesTheTrailerWhereItStandsWhenItCannotSeek)
-{
-    simulated_platform platform(2, 15); // too small for a trailer
-    progress told;
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(write_part(8, &told), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "partition checksum seek error: Invalid argument\n\n");
-    EXPECT_EQ(platform.operations[5], "write 8+16");
-    // A partition without any room left: the failure is reported, the count stays.
-    simulated_platform full(2, 8);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(write_part(8, &told), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "partition checksum seek error: Invalid argument\n\n"
-              "partition checksum write error: No space left on device\n\n");
 }
 
 TEST(Flash, ReadsBackBlockByBlockAndTheLastOneApart)
