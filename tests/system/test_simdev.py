@@ -185,7 +185,7 @@ def test_a_device_that_cannot_be_made_whole_is_not_made(tmp_path):
 
 
 def test_an_interrupted_init_leaves_nothing(tmp_path):
-    (tmp_path / "large.toml").write_text("[partitions]\n2 = 4294967296\n")
+    (tmp_path / "large.toml").write_text("[partitions]\n2 = 68719476736\n")
     simdev = subprocess.Popen([SIMDEV, "init", "new", "--device=large.toml"], cwd=tmp_path,
                               stderr=subprocess.PIPE)
     while not (tmp_path / "new/dev/fla2").exists():

@@ -2,6 +2,7 @@
 #include "tools/doctor/flash_judge.h"
 
 #include <algorithm>
+#include <span>
 
 #include "flash/crc32.h"
 #include "package/package.h"
@@ -33,13 +34,11 @@ std::string package_fault(const fwpkg::package_file &file, bool has_key)
 }
 
 /// The part's data as the flash writer takes it, or nothing where it is not in the package.
-std::vector<uint8_t> part_data(const std::vector<uint8_t> &bytes, const package_part &part)
+std::span<const uint8_t> part_data(std::span<const uint8_t> bytes, const package_part &part)
 {
     const uint64_t begin = part.offset / image::block_size * image::block_size;
-    if (begin + part.size > bytes.size())
-        return {};
-    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(begin);
-    return {first, first + static_cast<std::ptrdiff_t>(part.size)};
+    return begin + part.size > bytes.size() ? std::span<const uint8_t>{}
+                                            : bytes.subspan(begin, part.size);
 }
 
 /// The whole part that explains the partition best.
@@ -115,12 +114,12 @@ std::vector<known_part> read_parts(const package_choice &choice)
     for (const fwpkg::part_entry &entry : file.parts) {
         if (!part_type_is_writable(entry.part.type))
             continue;
-        std::vector<uint8_t> data = part_data(bytes, entry.part);
+        const std::span<const uint8_t> data = part_data(bytes, entry.part);
         if (data.empty())
             continue;
-        const uint32_t crc = crc32(0, data.data(), data.size());
         parts.push_back({choice.path.string(), entry.index, part_type_names[entry.part.type],
-                         std::move(data), crc});
+                         std::vector<uint8_t>(data.begin(), data.end()),
+                         crc32(0, data.data(), data.size())});
     }
     return parts;
 }
