@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// Downloads a URL as the program does, into a buffer of the program's size, and prints the result, the
-// bytes stored and their CRC-32. Nothing is written.
+// Downloads a URL as the program does, into a buffer of the program's size, and prints the result,
+// the bytes stored and their CRC-32. Nothing is written.
 //
 //     fetch URL [CA FILE]
 #include <algorithm>

@@ -9,9 +9,9 @@
 #include "bench/references.h"
 #include "download/iobuf.h"
 #include "flash/crc32.h"
+#include "package/decrypt.h"
 #include "package/md5.h"
 #include "package/package.h"
-#include "package/decrypt.h"
 #include "package/validate.h"
 
 namespace {

@@ -221,10 +221,9 @@ void close_dialogue(transfer *state)
 {
     ftp_downloader *ftp = state->ftp;
     close(ftp->data_socket);
-    limit_silence(ftp->control_socket, ftp_closing_seconds);
-    if (exchange(state, nullptr, nullptr) != reply_transfer_complete)
+    if (ftp_closing_reply(nullptr, ftp->control_socket, state->reply) != reply_transfer_complete)
         diagnose(at_end, "ftp error\n");
-    exchange(state, "QUIT", nullptr);
+    ftp_closing_reply("QUIT", ftp->control_socket, state->reply);
     close(ftp->control_socket);
 }
 

@@ -14,10 +14,11 @@
 
 #include "platform/diagnostic.h"
 
-/// Seconds without a byte after which a read or a write on a socket of `open_socket` fails, and
-/// after which a read of the closing dialogue does.
+/// Seconds without a byte after which a read or a write on a socket of `open_socket` fails.
 constexpr time_t ftp_silence_seconds = 300;
-constexpr time_t ftp_closing_seconds = 5;
+
+/// Seconds that a reply of the closing dialogue may take in all.
+constexpr int ftp_closing_seconds = 5;
 
 /// Reads after which a control connection that sends no complete reply counts as silent.
 constexpr int ftp_reply_read_limit = 1000;
@@ -35,9 +36,6 @@ constexpr size_t ftp_reply_text = 4;
 /// with a text that no newline ends on standard error, when it cannot be made or connected.
 int open_socket(const sockaddr_in *address);
 
-/// From now on a read of `socket` fails after `seconds` without a byte.
-void limit_silence(int socket, time_t seconds);
-
 /// Sends `command`, `argument` (nothing when null) and CR LF, in one write whose result is not
 /// looked at; nothing when `command` is null. Then reads until a reply is complete, that is until a
 /// read begins with a digit and has a blank as its fourth character, and returns the number at its
@@ -48,3 +46,8 @@ void limit_silence(int socket, time_t seconds);
 /// command does not fit its 1024 bytes, terminator included (nothing is sent then). `reply` is
 /// empty then.
 int ftpcmd(const char *command, const char *argument, int socket, char *reply);
+
+/// The same for the closing dialogue, when nobody feeds the watchdog: without an argument, and a
+/// reply that is not complete after ftp_closing_seconds, whatever came until then, counts as
+/// silence.
+int ftp_closing_reply(const char *command, int socket, char *reply);

@@ -4,8 +4,8 @@
 #include "fuzz/support/fuzz.h"
 #include "tools/common/printable.h"
 #include "tools/fwpkg/condition_code.h"
-#include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/json_report.h"
+#include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/show_report.h"
 
 namespace {

@@ -99,7 +99,7 @@ bool renew_connection(cyassl_client *self)
 
 bool handshake(cyassl_client *self)
 {
-    if (self->timed_out || (self->used && !renew_connection(self)))
+    if (self->used && !renew_connection(self))
         return false;
     self->used = true;
     // Set only now, so that they do not shorten the connect.
@@ -130,6 +130,10 @@ int cyassl_client_connect(cyassl_client *self, const char *host, uint16_t port)
     self->secured = false;
     if (host == nullptr)
         return -1;
+    if (self->timed_out) { // nobody feeds the watchdog: no second wait for a peer that is gone
+        diagnose(at_connect_handshake, function_failed);
+        return -1;
+    }
     const hostent *entry = gethostbyname(host);
     if (entry == nullptr) {
         diagnose(at_connect_host, "%s\n", strerror(errno));

@@ -18,13 +18,14 @@ struct cyassl_client_ops {
     /// Opens a socket to `host` and `port` and makes the handshake. The socket, which the caller
     /// closes; it is returned after a failed handshake too, and then each read and write on it
     /// fails; the next connect tries anew, unless the handshake ended with a wait (see `read`). -1
-    /// when the host is null or unknown (no socket) or the connect fails (the socket is left).
+    /// when the host is null or unknown or a wait has passed before (no socket), or the connect
+    /// fails (the socket is left).
     int (*connect)(cyassl_client *self, const char *host, uint16_t port);
     /// Ends the connection and frees the library's objects, not the record; closes no socket.
     void (*release)(cyassl_client *self);
     /// The bytes read, 0 at the end of the connection, or a negative value. Waits 300 s at most
     /// for each piece of a record; after one such wait has passed all that follows fails at once,
-    /// later connects included (whose socket is returned all the same).
+    /// later connects included.
     int (*read)(cyassl_client *self, void *buffer, int length);
     /// The bytes written or a negative value; waits as `read` does.
     int (*write)(cyassl_client *self, const void *buffer, int length);
