@@ -428,6 +428,18 @@ def test_an_interrupted_sweep_tells_what_it_has_and_leaves_nothing(make_device, 
     assert simdev.returncode == 130 and list(scratch.iterdir()) == []
 
 
+def test_an_error_output_that_has_no_end_is_not_read(make_device):
+    device = make_device()
+    read, write = os.pipe()
+    command = device.command("run", "--fast", f"--stderr=/dev/fd/{write}")
+    done = subprocess.run([*command, "--", "http://127.0.0.1/fw"], pass_fds=[write], timeout=30,
+                          capture_output=True, text=True, check=False)
+    assert done.returncode == 1 and "\nat last" not in done.stdout
+    assert b"cannot download url" in os.read(read, 65536)
+    os.close(read)
+    os.close(write)
+
+
 def test_a_url_that_is_no_text_is_no_trouble_for_the_report(make_device):
     done = subprocess.run([os.fsencode(word) for word in make_device().command("run", "--json")]
                           + [b"--", b"\xff:"], capture_output=True, timeout=60)

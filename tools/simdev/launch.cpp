@@ -237,7 +237,7 @@ private:
 {
     if (exit_status == exit_not_started)
         throw failure(program.string() + ": cannot be started");
-    if (exit_status == exit_runner_trouble && stderr_path(options) != "-") {
+    if (exit_status == exit_runner_trouble && is_stderr_kept(options)) {
         std::string said = read_text(stderr_path(options));
         if (!said.empty() && said.back() == '\n')
             said.pop_back();
@@ -260,6 +260,12 @@ fs::path stderr_path(const run_options &options)
 {
     return options.stderr_file.empty() ? options.folder / "run/stderr"
                                        : fs::path(options.stderr_file);
+}
+
+bool is_stderr_kept(const run_options &options)
+{
+    std::error_code error;
+    return options.stderr_file != "-" && fs::is_regular_file(stderr_path(options), error);
 }
 
 run_outcome run_program(const run_options &options, const run_listener &listener)

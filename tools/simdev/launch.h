@@ -52,4 +52,7 @@ run_outcome run_program(const run_options &options, const run_listener &listener
 std::filesystem::path stdout_path(const run_options &options);
 std::filesystem::path stderr_path(const run_options &options);
 
+/// True when that is a file to read afterwards: not a device or a pipe, which may have no end.
+bool is_stderr_kept(const run_options &options);
+
 } // namespace simdev

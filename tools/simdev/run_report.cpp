@@ -91,7 +91,7 @@ void add_partition(report &report, const run_options &options, int number,
 /// What the program's reading back found, which changes no exit status.
 void add_differences(report &report, const run_options &options)
 {
-    if (options.stderr_file == "-")
+    if (!is_stderr_kept(options))
         return;
     std::istringstream said(read_text(stderr_path(options)));
     json lines = json::array();
@@ -214,7 +214,7 @@ void add_duration(report &report, const run_record &record, const run_options &o
 void add_last_words(report &report, const run_options &options, const run_outcome &outcome)
 {
     constexpr size_t most = 5;
-    if (options.stderr_file == "-" || outcome.exit_status == 0)
+    if (!is_stderr_kept(options) || outcome.exit_status == 0)
         return;
     std::vector<std::string> lines;
     std::istringstream said(read_text(stderr_path(options)));
