@@ -269,6 +269,15 @@ def test_hostile_peers_of_the_page_hold_up_nothing(follow, tmp_path):
     assert "socket" not in (tmp_path / "descriptors").read_text()
 
 
+def test_what_is_printed_to_a_closed_output_gets_into_no_file(follow, tmp_path):
+    follower = follow("--record", tmp_path / "record", stdout=None, stderr=None,
+                      preexec_fn=lambda: os.closerange(0, 3))
+    follower.say("STAGE=WRITING", "STAGE=DONE")
+    follower.end(0)
+    lines = [json.loads(line) for line in (tmp_path / "record").read_text().splitlines()]
+    assert lines[0]["format"] == "upgrade datagrams" and lines[-1]["end"] == "done"
+
+
 @pytest.mark.parametrize("content, fault", [
     ("", ": empty"),
     (HEAD + '{"at":0,"text":"UPGRD_STAGE=WRITING"}\n{"at":1,"te', ":3: ends within a line"),

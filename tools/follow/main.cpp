@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -43,6 +44,18 @@ int64_t now()
 int64_t time_of_day()
 {
     return milliseconds(CLOCK_REALTIME);
+}
+
+// A recording or the socket that was opened on a free standard descriptor would get what is
+// printed.
+void open_standard_descriptors()
+{
+    int fd = 0;
+    do { // at most three descriptors below 3 are free
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd > STDERR_FILENO)
+        close(fd);
 }
 
 // Blocked but while the program sleeps, and for all threads that it starts.
@@ -221,6 +234,7 @@ int follow_recording(const follow_options *options)
 
 int main(int argc, char **argv)
 {
+    open_standard_descriptors();
     follow_options options;
     switch (read_options(&options, argc, argv)) {
     case options_over:
