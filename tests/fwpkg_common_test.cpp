@@ -67,8 +67,9 @@ TEST(NearWord, IsTheOneThatWasLikelyMeant)
 {
     const std::vector<std::string> known = {"make", "show", "check", "plan", "condition"};
     const std::pair<const char *, const char *> rows[] = {
-        {"chek", "check"}, {"hceck", "check"}, {"plam", "plan"}, {"cnodtion", "condition"},
-        {"shw", "show"},   {"xy", ""},         {"mkx", ""},      {"conclusion", ""},
+        {"chek", "check"},         {"ckech", "check"}, {"hceck", "check"}, {"plam", "plan"},
+        {"cnodtion", "condition"}, {"shw", "show"},    {"xy", ""},         {"mkx", ""},
+        {"conclusion", ""},
     };
     for (const auto &[word, meant] : rows)
         EXPECT_EQ(near_word_hint(word, known),

@@ -110,6 +110,7 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
         assert done.stderr.startswith(line) and bool(done.stderr) == bool(line), done.stderr
         assert KEY.decode() not in done.stdout + done.stderr
         assert "\033" not in done.stdout + done.stderr
+    fwpkg("plan", folder / "fw", "--device", folder / "d.toml", "--expect", "upgraded", folder="/")
     assert (folder / "out/0-kernel.bin").read_bytes() == DATA
     assert not (folder / "out2").exists()
     assert (folder / "made").read_bytes() == (folder / "fw").read_bytes()
