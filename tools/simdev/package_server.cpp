@@ -92,7 +92,7 @@ package_server::package_server(const served_files &files, bool https, int connec
     server.set_keep_alive_max_count(1); // no thread waits for a device that has its package
     server.set_tcp_nodelay(true);
     for (const auto &[path, bytes] : files)
-        server.Get(path, [bytes](const httplib::Request &, httplib::Response &response) {
+        server.Get(path, [bytes = bytes](const httplib::Request &, httplib::Response &response) {
             response.set_content(reinterpret_cast<const char *>(bytes.data()), bytes.size(),
                                  "application/octet-stream");
         });
