@@ -7,7 +7,6 @@ import zlib
 
 import pytest
 
-from conftest import IO_ERROR
 from package import OPTIONAL, Part, make_package, seal
 
 KERNEL = bytes(range(256)) * 20  # 5120 bytes: a block and a part of one
