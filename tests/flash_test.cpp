@@ -49,14 +49,16 @@ texts then(texts operations, const texts &more)
     return operations;
 }
 
+const texts trailer_alone = {"open", "seek -16", "write 0+16", "sync", "sleep 100000", "close"};
+const std::string no_seek = "partition checksum seek error: Invalid argument\n\n";
+
+std::string times(int count, const std::string &line)
+{
+    return count == 0 ? "" : line + times(count - 1, line);
+}
+
 TEST(Flash, WritesBlockByBlockWithRestsAndTheTrailerLast)
 {
-    const texts trailer_alone = {"open", "seek -16", "write 0+16", "sync", "sleep 100000", "close"};
-    const std::string no_seek = "partition checksum seek error: Invalid argument\n\n";
-    const std::string failed = "write block #1 failed: Input/output error\n";
-    std::string often;
-    for (int i = 0; i < 150; i++)
-        often += failed;
     const struct {
         int32_t length;
         size_t partition;
@@ -81,8 +83,9 @@ TEST(Flash, WritesBlockByBlockWithRestsAndTheTrailerLast)
         {24, 64, "", 2, 1, {8, 8}, then(block_0, {"write 8+8", "sync", "close"}), "",
          "ABCDEFGHIJKLMNOP" + erased, 40'000},
         // A block that fails is written again, beyond the budget of tries.
-        {16, 64, "write-error@2x150", 0, 2, {8, 8}, {}, often,
-         "ABCDEFGHIJKLMNOP", 2 * 40'000 + 150 * 400'000 + 100'000},
+        {16, 64, "write-error@2x150", 0, 2, {8, 8}, {},
+         times(150, "write block #1 failed: Input/output error\n"), "ABCDEFGHIJKLMNOP",
+         2 * 40'000 + 150 * 400'000 + 100'000},
         // A short write counts as whole, also in the checksum: that of all 16 bytes.
         {16, 64, "short-write@1:bytes=3", 0, 2, {8, 8}, {}, "",
          "ABCIJKLMNOP" + erased.substr(11) + "\x4D\xFF\xE8\xE0", 180'000},
