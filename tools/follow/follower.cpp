@@ -228,7 +228,12 @@ void follower_reap(follower *self)
 void follower_stop(follower *self, bool stopped, int64_t now_ms, int64_t clock_ms)
 {
     renew_state(self, self->state_behind, now_ms, clock_ms);
-    output_flush(&self->out, stopped ? 0 : static_cast<int>(last_words_ms));
+    const int wait_ms = stopped ? 0 : static_cast<int>(last_words_ms);
+    output_flush(&self->out, wait_ms);
+    if (self->options->json && self->json_behind) { // somebody has begun to read only now
+        print_json(self, now_ms, clock_ms);
+        output_flush(&self->out, wait_ms);
+    }
     if (self->out.failed && self->out.error != EPIPE)
         complain(self, "standard output", strerror(self->out.error));
     const outcome end = tracker_outcome(&self->state);
