@@ -112,13 +112,13 @@ nlohmann::ordered_json verdict_json(const partition_verdict &verdict,
             {"size", verdict.size},
             {"trailer",
              {{"state", image::name(trailer.state)},
-              {"crc", trailer.crc},
+              {"crc", hex(trailer.crc)},
               {"length", trailer.length},
-              {"check", trailer.check},
-              {"magic", trailer.magic},
+              {"check", hex(trailer.check)},
+              {"magic", hex(trailer.magic)},
               {"check_right", trailer.check_right},
               {"magic_right", trailer.magic_right},
-              {"content_crc", trailer.content_crc ? json(*trailer.content_crc) : json()}}},
+              {"content_crc", trailer.content_crc ? json(hex(*trailer.content_crc)) : json()}}},
             {"content", image::name(verdict.content)},
             {"holds", verdict.holds ? part_json(*verdict.holds) : json()},
             {"runs", runs},
@@ -146,19 +146,22 @@ int report_partitions(const char *program, const std::vector<std::filesystem::pa
             for (known_part &part : read_parts(choice))
                 parts.push_back(std::move(part));
         });
-    nlohmann::ordered_json document = nlohmann::ordered_json::array();
+    nlohmann::ordered_json verdicts = nlohmann::ordered_json::array();
     for (const std::filesystem::path &dump : dumps)
         attempt([&] {
             const partition_verdict verdict = judge_partition(dump, parts);
             if (!verdict.whole && status == exit_good)
                 status = exit_bad;
             if (as_json)
-                document.push_back(verdict_json(verdict, parts));
+                verdicts.push_back(verdict_json(verdict, parts));
             else
                 fputs(verdict_text(verdict, parts).c_str(), stdout);
         });
-    if (as_json)
+    if (as_json) {
+        // docs/json.md
+        const nlohmann::ordered_json document = {{"format", 1}, {"partitions", verdicts}};
         puts(document.dump(2).c_str());
+    }
     return status;
 }
 

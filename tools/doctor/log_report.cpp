@@ -222,7 +222,10 @@ json log_json(const log_file &file)
     json runs = json::array();
     for (const run_log &run : file.runs)
         runs.push_back(run_json(run));
-    return {{"lines", file.lines}, {"runs_not_shown", file.forgotten}, {"runs", runs}};
+    return {{"format", 1}, // docs/json.md
+            {"lines", file.lines},
+            {"runs_not_shown", file.forgotten},
+            {"runs", runs}};
 }
 
 } // namespace doctor

@@ -32,7 +32,7 @@ public:
 
 private:
     std::string text_;
-    nlohmann::json json_ = nlohmann::json::object();
+    nlohmann::json json_ = {{"format", 1}}; // docs/json.md
 };
 
 /// "12.345 s".
