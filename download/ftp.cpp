@@ -30,7 +30,7 @@ enum ftp_reply : int {
 // What the messages of this unit begin with; see platform/diagnostic.h.
 constexpr diagnostic_place in_download(int number)
 {
-    return {.unit = "ftp.c", .function = "ftp_downloader_download", .number = number};
+    return {.unit = diagnostic_ftp, .number = number, .function = "ftp_downloader_download"};
 }
 constexpr diagnostic_place at_greeting = in_download(255);
 constexpr diagnostic_place at_login = in_download(274);
@@ -38,7 +38,7 @@ constexpr diagnostic_place at_size = in_download(288);
 constexpr diagnostic_place at_passive = in_download(298);
 constexpr diagnostic_place at_retrieve = in_download(310);
 constexpr diagnostic_place at_end = in_download(362);
-constexpr diagnostic_place at_open_memory = {"ftp.c", "ftp_downloader_open", 391};
+constexpr diagnostic_place at_open_memory = {diagnostic_ftp, 391, "ftp_downloader_open"};
 
 struct ftp_downloader {
     downloader base;

@@ -16,8 +16,8 @@
 
 namespace {
 
-constexpr diagnostic_place at_socket = {"ftp.c", "open_socket", 101};
-constexpr diagnostic_place at_reply = {"ftp.c", "ftpcmd", 127};
+constexpr diagnostic_place at_socket = {diagnostic_ftp, 101, "open_socket"};
+constexpr diagnostic_place at_reply = {diagnostic_ftp, 127, "ftpcmd"};
 
 constexpr size_t command_size = 1024;
 constexpr size_t read_size = ftp_reply_size - 2;

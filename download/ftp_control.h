@@ -24,7 +24,7 @@ constexpr int ftp_closing_seconds = 5;
 constexpr int ftp_reply_read_limit = 1000;
 
 /// The place of the message about a failed connect, for a host that is not found, too.
-constexpr diagnostic_place at_connect = {"ftp.c", "open_socket", 106};
+constexpr diagnostic_place at_connect = {diagnostic_ftp, 106, "open_socket"};
 
 /// Bytes of a reply buffer.
 constexpr size_t ftp_reply_size = 512;

@@ -41,7 +41,7 @@ constexpr char tftp_mode[] = "octet";
 // What the messages of this unit begin with; see platform/diagnostic.h.
 constexpr diagnostic_place in_do_tftp(int number)
 {
-    return {.unit = "tftp.c", .function = "do_tftp", .number = number};
+    return {.unit = diagnostic_tftp, .number = number, .function = "do_tftp"};
 }
 constexpr diagnostic_place at_socket = in_do_tftp(208);
 constexpr diagnostic_place at_request = in_do_tftp(257);
@@ -52,9 +52,9 @@ constexpr diagnostic_place at_last_timeout = in_do_tftp(344);
 constexpr diagnostic_place at_select = in_do_tftp(349);
 constexpr diagnostic_place at_error_packet = in_do_tftp(378);
 constexpr diagnostic_place at_store = in_do_tftp(404);
-constexpr diagnostic_place at_download = {"tftp.c", "tftp_downloader_download", 466};
-constexpr diagnostic_place at_open_memory = {"tftp.c", "tftp_downloader_open", 497};
-constexpr diagnostic_place at_open_url = {"tftp.c", "tftp_downloader_open", 505};
+constexpr diagnostic_place at_download = {diagnostic_tftp, 466, "tftp_downloader_download"};
+constexpr diagnostic_place at_open_memory = {diagnostic_tftp, 497, "tftp_downloader_open"};
+constexpr diagnostic_place at_open_url = {diagnostic_tftp, 505, "tftp_downloader_open"};
 
 struct tftp_downloader {
     downloader base;

@@ -30,7 +30,7 @@ int _httpc_connect(httpc_client *client)
                                              client->request.port, client->connect_timeout_seconds);
     if (client->socket >= 0)
         return 0;
-    diagnose_recv({"httpc.c", "httpcSendRequest", __LINE__});
+    diagnose_recv({diagnostic_httpc, __LINE__, "httpcSendRequest"});
     store_error(client);
     return -1;
 }

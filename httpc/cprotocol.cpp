@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr char unit[] = "cprotocol.c";
+constexpr diagnostic_unit unit = diagnostic_cprotocol;
 
 static_assert(sizeof(httpc_response::buffer) == httpc_refill_size + 2);
 

@@ -14,13 +14,13 @@ int httpcRecvResponse(httpc_client *client, char **out, int wanted)
     if (wanted < 1)
         return -1;
     if (response->available < 0) {
-        diagnose_recv(diagnostic_here("httpc.c"));
+        diagnose_recv(diagnostic_here(diagnostic_httpc));
         return -1;
     }
     if (response->available == 0 && response->end_of_data != 1 &&
         _httpc_read_response(client) < 0) {
         _httpc_set_error(client);
-        diagnose_recv(diagnostic_here("httpc.c"));
+        diagnose_recv(diagnostic_here(diagnostic_httpc));
         return -1;
     }
     if (response->available == 0) {

@@ -75,7 +75,7 @@ int _encode_contents(const char *name, const char *value, char *buffer, int size
     const int start = length == 0 ? 0 : length + 1;
     // Judged beforehand, since the pair's own limits would let it run past the buffer.
     if (start + encoded_length(name) + 1 + encoded_length(value) >= size) {
-        diagnose_recv(diagnostic_here("http-priv.c"));
+        diagnose_recv(diagnostic_here(diagnostic_http_priv));
         return -1;
     }
     if (length != 0)

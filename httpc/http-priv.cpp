@@ -16,16 +16,17 @@
 
 namespace {
 
-constexpr char unit[] = "http-priv.c";
+constexpr diagnostic_unit unit = diagnostic_http_priv;
 constexpr char loopback_host[] = "127.0.0.1";
 constexpr int ready_wait_seconds = 2;
 constexpr int linger_seconds = 5;
 
 /// A wait that failed; this line alone has no colon behind its number.
-void wait_error(const diagnostic_place &place)
+void wait_error(diagnostic_place place)
 {
     const int error = errno;
-    fprintf(stderr, "%s:%s:%d %s \n", place.unit, place.function, place.number, strerror(error));
+    fprintf(stderr, "%s:%s:%d %s \n", diagnostic_unit_name(place.unit), place.function,
+            place.number, strerror(error));
     errno = error;
 }
 
@@ -65,7 +66,7 @@ bool linger_and_connect(int socket, const sockaddr *address, socklen_t address_l
 
 /// Asks the socket for its pending error, as `_http_net_write` does before each write. Whether the
 /// write may go on.
-bool pending_error_allows_write(int socket, int ready, const diagnostic_place &place)
+bool pending_error_allows_write(int socket, int ready, diagnostic_place place)
 {
     // Kept: the length handed over is 0, so the query clears the socket's error but stores nothing,
     // and the value compared is still the count of ready sets.
@@ -169,7 +170,7 @@ int _http_net_connect(const char *host, uint16_t port, const char *request_host,
     return -1;
 }
 
-bool _http_wait_readable(int socket, int seconds, const diagnostic_place &place)
+bool _http_wait_readable(int socket, int seconds, diagnostic_place place)
 {
     fd_set readable;
     const int ready = wait_ready(socket, &readable, nullptr, nullptr, seconds);

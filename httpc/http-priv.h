@@ -39,7 +39,7 @@ int _http_net_connect(const char *host, uint16_t port, const char *request_host,
 
 /// Waits up to `seconds` for `socket` to become readable; whether it is. A wait that fails is
 /// reported as of `place` and leaves the answer to the set, as it then stands.
-bool _http_wait_readable(int socket, int seconds, const diagnostic_place &place);
+bool _http_wait_readable(int socket, int seconds, diagnostic_place place);
 
 /// Waits up to two seconds and reads up to `length` bytes. Their count; 0 when nothing came or the
 /// peer closed; -1 on a failed read, without a diagnostic.

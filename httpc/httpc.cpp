@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr char unit[] = "httpc.c";
+constexpr diagnostic_unit unit = diagnostic_httpc;
 
 } // namespace
 

@@ -21,11 +21,11 @@ constexpr int unready_write_limit = 30;   // of 2 s each: a peer that reads noth
 /// The place of the call. To readers of logs all of this file is one function.
 constexpr diagnostic_place here(int line = __builtin_LINE())
 {
-    return {.unit = "httpc.c", .function = "httpcSendRequest", .number = line};
+    return {.unit = diagnostic_httpc, .number = line, .function = "httpcSendRequest"};
 }
 
 /// One write of the request: 0, or -1 with a diagnostic of `place` and the socket closed.
-int send_bytes(httpc_client *client, const diagnostic_place &place, const char *bytes, int length)
+int send_bytes(httpc_client *client, diagnostic_place place, const char *bytes, int length)
 {
     if (_http_net_write(client, bytes, length) >= 0) {
         // A write that was given up counts as sent, but a request of thousands of headers, which a
@@ -41,8 +41,8 @@ int send_bytes(httpc_client *client, const diagnostic_place &place, const char *
 
 /// Formats and sends one line: the bytes to count, or -1. A line that does not fit is left out: a
 /// redirect sends the response's headers again, and they may be of any length.
-__attribute__((format(printf, 3, 4))) int
-send_line(httpc_client *client, const diagnostic_place &place, const char *format, ...)
+__attribute__((format(printf, 3, 4))) int send_line(httpc_client *client, diagnostic_place place,
+                                                    const char *format, ...)
 {
     char line[httpc_line_size] = {};
     va_list arguments;

@@ -13,15 +13,15 @@
 
 namespace {
 
-constexpr char unit[] = "httpc.c";
+constexpr diagnostic_unit unit = diagnostic_httpc;
 
 /// The place of the call in what is one function to readers of logs.
 constexpr diagnostic_place in_get_response(int line = __builtin_LINE())
 {
-    return {.unit = unit, .function = "httpcGetResponse", .number = line};
+    return {.unit = unit, .number = line, .function = "httpcGetResponse"};
 }
 
-void trace_tls(const httpc_client *client, const diagnostic_place &place)
+void trace_tls(const httpc_client *client, diagnostic_place place)
 {
     diagnose(place, "client->ssl = %p\n", static_cast<const void *>(client->tls));
 }
@@ -123,7 +123,7 @@ int httpcGetResponse(httpc_client *client, int keep_headers)
         result = finish_response(client, disposed);
     for (; depth > 0; depth--) {
         if (result < 0)
-            diagnose_recv({unit, "_httpc_dispose_redirect", __LINE__});
+            diagnose_recv({unit, __LINE__, "_httpc_dispose_redirect"});
         result = finish_response(client, result);
     }
     return result;

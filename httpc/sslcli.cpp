@@ -28,7 +28,7 @@ namespace {
 // What the messages of this unit begin with; see platform/diagnostic.h.
 constexpr diagnostic_place in(const char *function, int number)
 {
-    return {.unit = "sslcli.c", .function = function, .number = number};
+    return {.unit = diagnostic_sslcli, .number = number, .function = function};
 }
 constexpr diagnostic_place at_create = in("create_cyassl_client", 66);
 constexpr diagnostic_place at_create_memory = in("create_cyassl_client", 68);

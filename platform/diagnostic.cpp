@@ -6,10 +6,23 @@
 #include <cstdio>
 #include <cstring>
 
-void diagnose(const diagnostic_place &place, const char *format, ...)
+namespace {
+
+constexpr char unit_names[diagnostic_unit_count][12] = {
+    "cprotocol.c", "ftp.c", "http-priv.c", "httpc.c", "sslcli.c", "tftp.c",
+};
+
+} // namespace
+
+const char *diagnostic_unit_name(diagnostic_unit unit)
+{
+    return unit_names[unit];
+}
+
+void diagnose(diagnostic_place place, const char *format, ...)
 {
     const int error = errno;
-    fprintf(stderr, "%s:%s:%d: ", place.unit, place.function, place.number);
+    fprintf(stderr, "%s:%s:%d: ", diagnostic_unit_name(place.unit), place.function, place.number);
     va_list arguments;
     va_start(arguments, format);
     vfprintf(stderr, format, arguments);
@@ -17,10 +30,10 @@ void diagnose(const diagnostic_place &place, const char *format, ...)
     errno = error;
 }
 
-void diagnose_recv(const diagnostic_place &place)
+void diagnose_recv(diagnostic_place place)
 {
     const int error = errno;
-    fprintf(stderr, "%s:%s:line %d:recv error:%s\n", place.unit, place.function, place.number,
-            strerror(error));
+    fprintf(stderr, "%s:%s:line %d:recv error:%s\n", diagnostic_unit_name(place.unit),
+            place.function, place.number, strerror(error));
     errno = error;
 }

@@ -135,6 +135,7 @@ outcome download(const string &head, size_t leftover, const std::vector<size_t> 
     EXPECT_EQ(http->ops->result(http), 0);
     close(played); // the program ends with it
     played = -1;
+    peers = {}; // its script ends here
     free(buffer);
     return got;
 }

@@ -216,9 +216,8 @@ TEST(SimdevCore, ACutLeavesWhatHadArrived)
                 char error[256];
                 faults_start(fault, error, sizeof error);
                 const int fd = open("/dev/fla3", O_WRONLY);
-                write(fd, "abcd", 4);
-                write(fd, "efgh", 4);
-                _exit(0);
+                const bool whole = write(fd, "abcd", 4) == 4 && write(fd, "efgh", 4) == 4;
+                _exit(whole ? 0 : 1);
             },
             testing::ExitedWithCode(sim_end_power_cut), "");
         EXPECT_EQ(platform.content(3),
