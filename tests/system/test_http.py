@@ -89,16 +89,17 @@ def test_strangers_are_refused(nginx, make_device):
     assert run.datagrams == ["UPGRD_ERROR=INVALID URL"]
 
 
-def answer_secured(connection, nginx):
-    """The package over TLS; returns the request."""
+def answer_secured(connection, nginx, requests=None):
+    """The package over TLS. The request is in `requests` before the answer goes out."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
     context.load_cert_chain(nginx.folder / "packages.pem", nginx.folder / "packages.key")
     with context.wrap_socket(connection, server_side=True) as secured:
         request = read_request(secured)
+        if requests is not None:
+            requests.append(request)
         secured.sendall(HEAD + PACKAGE)
         with contextlib.suppress(OSError):  # the other end may have gone
             secured.unwrap()
-    return request
 
 
 def each_of(count, serve):
@@ -163,7 +164,7 @@ def test_a_server_that_restarts_is_reached_by_a_later_try(received, nginx, make_
         if next(turns) < 5:
             connection.recv(received)
             return connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
-        return answer_secured(connection, nginx)
+        answer_secured(connection, nginx)
 
     device = make_device()
     trust(device, nginx.authority)
@@ -180,7 +181,7 @@ def test_a_redirect_to_https_goes_to_the_same_port(both_on_one_port, nginx, make
 
     def serve(connection):
         if connection.recv(1, socket.MSG_PEEK) == b"\x16" and both_on_one_port:
-            requests.append(answer_secured(connection, nginx))
+            answer_secured(connection, nginx, requests)
         else:
             read_request(connection)
             connection.sendall(moved(location))
