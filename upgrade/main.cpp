@@ -4,11 +4,11 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "download/downloaders.h"
 #include "flash/flash.h"
+#include "platform/descriptors.h"
 #include "platform/device.h"
 #include "upgrade/context.h"
 #include "upgrade/process.h"
@@ -54,17 +54,6 @@ bool answer_question(const char *argument)
     else
         return false;
     return true;
-}
-
-// A device opened on a free standard descriptor would get the diagnostics written into it.
-void open_standard_descriptors()
-{
-    int fd = 0;
-    do { // at most three descriptors below 3 are free
-        fd = open("/dev/null", O_RDWR);
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    if (fd > STDERR_FILENO)
-        close(fd);
 }
 
 // Opens the downloader and fetches the package. False once the failure is reported.

@@ -8,10 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
+#include "platform/descriptors.h"
 #include "tools/follow/follower.h"
 #include "tools/follow/receiver.h"
 
@@ -44,18 +44,6 @@ int64_t now()
 int64_t time_of_day()
 {
     return milliseconds(CLOCK_REALTIME);
-}
-
-// A recording or the socket that was opened on a free standard descriptor would get what is
-// printed.
-void open_standard_descriptors()
-{
-    int fd = 0;
-    do { // at most three descriptors below 3 are free
-        fd = open("/dev/null", O_RDWR);
-    } while (fd >= 0 && fd <= STDERR_FILENO);
-    if (fd > STDERR_FILENO)
-        close(fd);
 }
 
 // Blocked but while the program sleeps, and for all threads that it starts.
