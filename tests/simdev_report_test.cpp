@@ -89,6 +89,13 @@ struct folder {
     }
 };
 
+void expect_in(const report &report, std::initializer_list<const char *> texts)
+{
+    const std::string json = report.document().dump();
+    for (const char *text : texts)
+        EXPECT_NE(json.find(text), std::string::npos) << text << " is not in " << json;
+}
+
 script whole_run()
 {
     script run;
@@ -144,18 +151,14 @@ duration    virtual 3.640 s, real 0.014 s, 17 operations
                   .text()
                   .find("crc cbf43926 over 9 bytes: CRC wrong\n"),
               std::string::npos);
-    const nlohmann::json &json = report.json();
-    EXPECT_EQ(json["partitions"]["2"].dump(),
-              R"({"bytes":9,"crc":"cbf43926","failed":1,"length":9,)"
-              R"("trailer":"valid","writes":2})");
-    EXPECT_EQ(json["faults"].dump(), R"({"cut@99":0,"write-error@2":1})");
-    EXPECT_EQ(json["datagrams"]["/tmp/.upgrd_info"][1].dump(),
-              R"({"real_us":10000,"text":"UPGRD_STAGE=VERIFYING","virtual_us":1640000})");
-    EXPECT_EQ(json["differences"].dump(), R"(["block #0 differ","last block #1 differ"])");
-    EXPECT_EQ(json["watchdog"]["phases"][2].dump(),
-              R"({"kicks":1,"longest":{"virtual_us":140000,"work_us":2000},"phase":"writing"})");
-    EXPECT_EQ(json["script"], 3);
-    EXPECT_TRUE(json["touched_the_device"]);
+    expect_in(report,
+              {R"("partitions":{"2":{"bytes":9,"crc":"cbf43926","failed":1,"length":9,)"
+               R"("trailer":"valid","writes":2},"3":{)",
+               R"("faults":{"cut@99":0,"write-error@2":1})",
+               R"({"real_us":10000,"text":"UPGRD_STAGE=VERIFYING","virtual_us":1640000})",
+               R"("differences":["block #0 differ","last block #1 differ"])",
+               R"({"kicks":1,"longest":{"virtual_us":140000,"work_us":2000},"phase":"writing"})",
+               R"("script":3)", R"("touched_the_device":true)"});
 }
 
 TEST(SimdevReport, TellsHowARunEndedAndWhatItSaid)
@@ -277,12 +280,10 @@ recovered   5 by the next run, byte for byte
 deceptive   6 with a mixed partition under a trailer with a right check word; at 2 of these its CRC is right, too
 duration    real 1.250 s
 )");
-    EXPECT_EQ(report.json()["points"][3].dump(),
-              R"({"partitions":{"2":{"content":"mixed","trailer":"CRC wrong"},)"
-              R"("3":{"content":"old","trailer":"valid"}},"recovered":false,"recovery_status":2,)"
-              R"("write":4})");
-    EXPECT_EQ(report.json()["recovered"], 5);
-    EXPECT_TRUE(report.json()["interrupted"]);
+    expect_in(report, {R"({"partitions":{"2":{"content":"mixed","trailer":"CRC wrong"},)"
+                       R"("3":{"content":"old","trailer":"valid"}},"recovered":false,)"
+                       R"("recovery_status":2,"write":4})",
+                       R"("recovered":5)", R"("interrupted":true)"});
 }
 
 TEST(SimdevReport, WritesAnOperationAsALineOfJson)

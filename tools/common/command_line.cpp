@@ -6,6 +6,7 @@
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
+#include <filesystem>
 #include <span>
 #include <unistd.h>
 
@@ -94,9 +95,120 @@ int report(const CLI::App &app, const std::exception &error, int status)
 
 } // namespace
 
-int run_command_line(CLI::App &app, int argc, char **argv, int trouble_status,
-                     const std::function<int()> &command)
+const command_option &command_option::required() const
 {
+    option_->required();
+    return *this;
+}
+
+const command_option &command_option::type_name(const char *name) const
+{
+    option_->type_name(name);
+    return *this;
+}
+
+const command_option &command_option::show_default() const
+{
+    option_->capture_default_str();
+    return *this;
+}
+
+const command_option &command_option::repeated() const
+{
+    option_->allow_extra_args(false);
+    return *this;
+}
+
+const command_option &command_option::excludes(const command_option &other) const
+{
+    option_->excludes(other.option_);
+    return *this;
+}
+
+const command_option &command_option::range(int64_t least, int64_t most) const
+{
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
+
+const command_option &
+command_option::check(const std::function<std::string(const std::string &value)> &fault) const
+{
+    option_->check(fault);
+    return *this;
+}
+
+command_option command::add_flag(const char *names, bool &to, const char *what) const
+{
+    return command_option(app_->add_flag(names, to, what));
+}
+
+template<typename type>
+command_option command::add(const char *names, type &to, const char *what) const
+{
+    return command_option(app_->add_option(names, to, what));
+}
+
+template command_option command::add(const char *, std::string &, const char *) const;
+template command_option command::add(const char *, std::filesystem::path &, const char *) const;
+template command_option command::add(const char *, std::vector<std::string> &, const char *) const;
+template command_option command::add(const char *, std::vector<std::filesystem::path> &,
+                                     const char *) const;
+template command_option command::add(const char *, int &, const char *) const;
+template command_option command::add(const char *, int64_t &, const char *) const;
+template command_option command::add(const char *, uint64_t &, const char *) const;
+
+command_option command::add_each(const char *name,
+                                 const std::function<std::string(const std::string &value)> &take,
+                                 const char *what) const
+{
+    const auto take_all = [name, take](const std::vector<std::string> &values) {
+        for (const std::string &value : values)
+            if (const std::string fault = take(value); !fault.empty())
+                throw CLI::ValidationError(name, fault);
+    };
+    CLI::Option *option = app_->add_option_function<std::vector<std::string>>(name, take_all, what);
+    option->allow_extra_args(false);
+    return command_option(option);
+}
+
+void command::footer(const std::string &text) const
+{
+    app_->footer(text);
+}
+
+void command::hide() const
+{
+    app_->group("");
+}
+
+std::vector<std::string> command::order() const
+{
+    std::vector<std::string> names;
+    for (const CLI::Option *option : app_->parse_order())
+        names.push_back(option->get_name());
+    return names;
+}
+
+command_line::command_line(const char *program, const char *what, const char *footer)
+    : app_(std::make_unique<CLI::App>(what, program))
+{
+    app_->require_subcommand(1);
+    app_->footer(footer);
+}
+
+command_line::~command_line() = default;
+
+command command_line::add(const char *name, const char *what, const std::function<int()> &run)
+{
+    CLI::App *made = app_->add_subcommand(name, what);
+    made->callback([this, run] { chosen_ = run; });
+    return command(made);
+}
+
+int command_line::run(int argc, char **argv, int trouble_status)
+{
+    CLI::App &app = *app_;
     occupy_standard_descriptors();
     app.set_version_flag("-V,--version", app.get_name() + " " + UPGRADE_VERSION,
                          "Print the version and exit");
@@ -105,7 +217,7 @@ int run_command_line(CLI::App &app, int argc, char **argv, int trouble_status,
         int status = 0;
         try {
             app.parse(argc, argv);
-            status = command();
+            status = chosen_();
         } catch (const CLI::Success &help) {
             status = app.exit(help);
         }

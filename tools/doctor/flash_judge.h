@@ -10,8 +10,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/common/json.h"
 #include "tools/image/compare.h"
 #include "tools/image/trailer.h"
 
@@ -59,8 +58,7 @@ partition_verdict judge_partition(const std::filesystem::path &path,
 
 /// For people: some lines a partition.
 std::string verdict_text(const partition_verdict &verdict, const std::vector<known_part> &parts);
-nlohmann::ordered_json verdict_json(const partition_verdict &verdict,
-                                    const std::vector<known_part> &parts);
+json verdict_json(const partition_verdict &verdict, const std::vector<known_part> &parts);
 
 /// Judges all of `dumps` and prints them, as JSON when asked to. What cannot be judged, or compared
 /// with, is said in a line on standard error, with `program` in front, and the rest goes on.

@@ -87,10 +87,8 @@ std::string verdict_text(const partition_verdict &verdict, const std::vector<kno
     return text;
 }
 
-nlohmann::ordered_json verdict_json(const partition_verdict &verdict,
-                                    const std::vector<known_part> &parts)
+json verdict_json(const partition_verdict &verdict, const std::vector<known_part> &parts)
 {
-    using json = nlohmann::ordered_json;
     const auto part_json = [&parts](size_t index) {
         return json{{"package", printable(parts[index].package)},
                     {"part", parts[index].index},
@@ -146,7 +144,7 @@ int report_partitions(const char *program, const std::vector<std::filesystem::pa
             for (known_part &part : read_parts(choice))
                 parts.push_back(std::move(part));
         });
-    nlohmann::ordered_json verdicts = nlohmann::ordered_json::array();
+    json verdicts = json::array();
     for (const std::filesystem::path &dump : dumps)
         attempt([&] {
             const partition_verdict verdict = judge_partition(dump, parts);
@@ -159,7 +157,7 @@ int report_partitions(const char *program, const std::vector<std::filesystem::pa
         });
     if (as_json) {
         // docs/json.md
-        const nlohmann::ordered_json document = {{"format", 1}, {"partitions", verdicts}};
+        const json document = {{"format", 1}, {"partitions", verdicts}};
         puts(document.dump(2).c_str());
     }
     return status;

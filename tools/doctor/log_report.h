@@ -6,14 +6,10 @@
 
 #include <string>
 
-#include <nlohmann/json.hpp>
-
+#include "tools/common/json.h"
 #include "tools/doctor/log.h"
 
 namespace doctor {
-
-/// Members stand in the order in which they are added.
-using json = nlohmann::ordered_json;
 
 std::string log_text(const log_file &file);
 json log_json(const log_file &file);

@@ -6,8 +6,6 @@
 #include <fstream>
 #include <iostream>
 
-#include <CLI/CLI.hpp>
-
 #include "tools/common/command_line.h"
 #include "tools/common/files.h"
 #include "tools/doctor/diagnosis.h"
@@ -75,35 +73,31 @@ int messages_command(const options &options)
 
 int main(int argc, char **argv)
 {
-    CLI::App app("Says after a failed upgrade what its log means and what is in the flash.", name);
-    app.require_subcommand(1);
+    command_line line(name, "Says after a failed upgrade what its log means and what is in the "
+                            "flash.");
     options options;
-    std::function<int()> chosen;
-    CLI::App *log = app.add_subcommand("log", "Explain what upgrade wrote to standard error");
-    log->add_option("FILE", options.log, "The log; - for standard input")->required();
-    CLI::Option *json = log->add_flag("--json", options.json, "Print JSON");
-    log->add_flag("--redact", options.redact, "Print the log itself, without key and password")
-        ->excludes(json);
-    log->footer("Example:\n  fwdoctor log upgrade.log");
-    log->callback([&] { chosen = [&] { return log_command(options); }; });
+    const command log = line.add("log", "Explain what upgrade wrote to standard error",
+                                 [&] { return log_command(options); });
+    log.add("FILE", options.log, "The log; - for standard input").required();
+    const command_option json = log.add_flag("--json", options.json, "Print JSON");
+    log.add_flag("--redact", options.redact, "Print the log itself, without key and password")
+        .excludes(json);
+    log.footer("Example:\n  fwdoctor log upgrade.log");
 
-    CLI::App *flash = app.add_subcommand("flash", "Judge partitions, or dumps of them");
-    flash->add_option("DUMP", options.dumps, "A dump of a partition, or the device itself")
-        ->required();
-    add_package_options(*flash, options.packages);
-    flash->add_flag("--json", options.json, "Print JSON");
-    flash->footer("Example:\n  fwdoctor flash fla2.bin --package old.pkg --package new.pkg "
-                  "--key-file vendor.key");
-    flash->callback([&] {
-        chosen = [&] {
-            return report_partitions(name, options.dumps, package_choices(*flash, options.packages),
-                                     options.json);
-        };
+    const command flash = line.add("flash", "Judge partitions, or dumps of them", [&] {
+        return report_partitions(name, options.dumps, package_choices(flash, options.packages),
+                                 options.json);
     });
+    flash.add("DUMP", options.dumps, "A dump of a partition, or the device itself").required();
+    add_package_options(flash, options.packages);
+    flash.add_flag("--json", options.json, "Print JSON");
+    flash.footer("Example:\n  fwdoctor flash fla2.bin --package old.pkg --package new.pkg "
+                 "--key-file vendor.key");
 
     // For scripts/check-messages.
-    CLI::App *messages = app.add_subcommand("messages", "Print docs/troubleshooting.md")->group("");
-    messages->add_flag("--formats", options.formats, "The messages alone, as JSON");
-    messages->callback([&] { chosen = [&] { return messages_command(options); }; });
-    return run_command_line(app, argc, argv, exit_trouble, [&] { return chosen(); });
+    const command messages = line.add("messages", "Print docs/troubleshooting.md",
+                                      [&] { return messages_command(options); });
+    messages.hide();
+    messages.add_flag("--formats", options.formats, "The messages alone, as JSON");
+    return line.run(argc, argv, exit_trouble);
 }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/doctor/page.h"
 
-#include <nlohmann/json.hpp>
-
+#include "tools/common/json.h"
 #include "tools/doctor/diagnosis.h"
 #include "tools/doctor/message_row.h"
 
@@ -98,7 +97,7 @@ std::string page_text()
 
 std::string formats_text()
 {
-    nlohmann::json formats = nlohmann::json::array();
+    json formats = json::array();
     for (const message_section &section : message_sections())
         for (const message_row &row : section.rows)
             formats.push_back(row.format);

@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/fwpkg/json_report.h"
 
-#include <nlohmann/json.hpp>
-
+#include "tools/common/json.h"
 #include "tools/fwpkg/plan_report.h"
 #include "tools/fwpkg/sums.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {
 namespace {
-
-/// Members stand in the order in which they are added.
-using json = nlohmann::ordered_json;
 
 std::string text_of(const json &document)
 {
@@ -186,7 +182,7 @@ json explained_json(const explained_item &one)
 std::string show_json(const package_file &file, const summed_file &summed)
 {
     json result{{"format", json_format}};
-    result.update(file_json(summed));
+    result.merge(file_json(summed));
     result["problem"] = file.problem.empty() ? json() : json(file.problem);
     if (file.stage != read_stage::nothing)
         add_package(result, file);
@@ -197,7 +193,7 @@ std::string make_json(const package_file &file, const summed_file &output,
                       const std::vector<summed_file> &inputs, const std::vector<finding> &found)
 {
     json result{{"format", json_format}};
-    result.update(file_json(output));
+    result.merge(file_json(output));
     result["inputs"] = array_of(inputs, file_json);
     add_package(result, file);
     result["findings"] = array_of(found, finding_json);

@@ -3,8 +3,6 @@
 // The command line of fwpkg.
 #include <algorithm>
 
-#include <CLI/CLI.hpp>
-
 #include "tools/common/command_line.h"
 #include "tools/common/near_word.h"
 #include "tools/fwpkg/commands.h"
@@ -13,8 +11,6 @@ namespace {
 
 using namespace fwpkg;
 
-using command = int (*)(const command_options &options);
-
 /// A command of the grammar: what --help says of it, besides its options.
 struct command_face {
     const char *name;
@@ -22,7 +18,7 @@ struct command_face {
     const char *examples; ///< each on a line of its own, indented by two
     const char *good;     ///< what the exit statuses 0 and 1 mean
     const char *bad;
-    command run;
+    int (*run)(const command_options &options);
 };
 
 constexpr command_face make_face = {
@@ -86,41 +82,38 @@ constexpr command_face extract_face = {
     extract_command,
 };
 
-/// Adds commands and options to the grammar; `chosen` becomes the command that the line names.
+/// Adds commands and options to the grammar.
 struct grammar {
-    CLI::App &app;
+    command_line &line;
     command_options &options;
-    command &chosen;
 
-    CLI::App *add(const command_face &face) const
+    [[nodiscard]] command add(const command_face &face) const
     {
-        CLI::App *sub = app.add_subcommand(face.name, face.what);
-        sub->footer(std::string("Examples:\n") + face.examples + "Exit status:\n  0  " + face.good +
-                    "\n  1  " + face.bad +
-                    "\n  2  trouble: wrong usage, a mistake in a description, a file or a key "
-                    "that cannot be read");
-        sub->callback([&to = chosen, run = face.run] { to = run; });
+        const command sub =
+            line.add(face.name, face.what, [&from = options, run = face.run] { return run(from); });
+        sub.footer(std::string("Examples:\n") + face.examples + "Exit status:\n  0  " + face.good +
+                   "\n  1  " + face.bad +
+                   "\n  2  trouble: wrong usage, a mistake in a description, a file or a key "
+                   "that cannot be read");
         return sub;
     }
-    void add_file(CLI::App *sub, const char *name, std::filesystem::path &to,
+    void add_file(const command &sub, const char *name, std::filesystem::path &to,
                   const char *what) const
     {
-        sub->add_option(name, to, what)->required()->type_name("");
+        sub.add(name, to, what).required().type_name("");
     }
-    void add_key(CLI::App *sub, const char *name, std::filesystem::path &to,
+    void add_key(const command &sub, const char *name, std::filesystem::path &to,
                  const char *what = "The key; one newline at the end is not part of it") const
     {
-        sub->add_option(name, to, what)->type_name("FILE");
+        sub.add(name, to, what).type_name("FILE");
     }
-    CLI::Option *add_device(CLI::App *sub, const char *what) const
+    command_option add_device(const command &sub, const char *what) const
     {
-        return sub->add_option("--device", options.devices, what)
-            ->type_name("FILE")
-            ->allow_extra_args(false);
+        return sub.add("--device", options.devices, what).type_name("FILE").repeated();
     }
-    void add_json(CLI::App *sub) const
+    void add_json(const command &sub) const
     {
-        sub->add_flag("--json", options.json, "Print JSON");
+        sub.add_flag("--json", options.json, "Print JSON");
     }
     void add_making() const;
     void add_looking() const;
@@ -129,18 +122,18 @@ struct grammar {
 
 void grammar::add_making() const
 {
-    CLI::App *make = add(make_face);
+    const command make = add(make_face);
     add_file(make, "MANIFEST", options.file, "The manifest, a TOML file; - for standard input");
-    make->add_option("-o,--output", options.output,
-                     "The package to write; - for standard output, the report then goes to "
-                     "standard error")
-        ->required()
-        ->type_name("FILE");
+    make.add("-o,--output", options.output,
+             "The package to write; - for standard output, the report then goes to "
+             "standard error")
+        .required()
+        .type_name("FILE");
     add_key(make, "--key-file", options.key_file);
     add_device(make, "A device that the package is for; may be repeated");
     add_json(make);
 
-    CLI::App *extract = add(extract_face);
+    const command extract = add(extract_face);
     add_file(extract, "FILE", options.file, "The package; - for standard input");
     add_file(extract, "DIR", options.output, "The folder for the files");
     add_key(extract, "--key-file", options.key_file);
@@ -149,12 +142,12 @@ void grammar::add_making() const
 
 void grammar::add_looking() const
 {
-    CLI::App *show = add(show_face);
+    const command show = add(show_face);
     add_file(show, "FILE", options.file, "The package; - for standard input");
     add_key(show, "--key-file", options.key_file);
     add_json(show);
 
-    CLI::App *diff = add(diff_face);
+    const command diff = add(diff_face);
     add_file(diff, "BEFORE", options.file, "The one package; - for standard input");
     add_file(diff, "AFTER", options.after, "The other");
     add_key(diff, "--key-file", options.key_file);
@@ -163,30 +156,29 @@ void grammar::add_looking() const
     add_device(diff, "Say what this device would write differently; may be repeated");
     add_json(diff);
 
-    CLI::App *condition = add(condition_face);
-    condition->add_option("TEXT", options.condition, "The condition")->required()->type_name("");
-    condition->add_option("VALUES", options.values, "NAME=VALUE: what the device has")
-        ->type_name("");
+    const command condition = add(condition_face);
+    condition.add("TEXT", options.condition, "The condition").required().type_name("");
+    condition.add("VALUES", options.values, "NAME=VALUE: what the device has").type_name("");
     add_json(condition);
 }
 
 void grammar::add_judging() const
 {
-    CLI::App *check = add(check_face);
+    const command check = add(check_face);
     add_file(check, "FILE", options.file, "The package; - for standard input");
     add_key(check, "--key-file", options.key_file);
     add_device(check, "A device that must take the package; may be repeated");
-    check->add_flag("--strict", options.strict, "Warnings fail, too");
+    check.add_flag("--strict", options.strict, "Warnings fail, too");
     add_json(check);
 
-    CLI::App *plan = add(plan_face);
+    const command plan = add(plan_face);
     add_file(plan, "FILE", options.file, "The package; - for standard input");
-    add_device(plan, "A device's description, its keys included; may be repeated")->required();
-    plan->add_flag("--details", options.details,
-                   "All comparisons and sizes, also for more than three devices");
-    plan->add_option("--expect", options.expect, "What every device must come to")
-        ->type_name("upgraded|refused")
-        ->check([](const std::string &word) {
+    add_device(plan, "A device's description, its keys included; may be repeated").required();
+    plan.add_flag("--details", options.details,
+                  "All comparisons and sizes, also for more than three devices");
+    plan.add("--expect", options.expect, "What every device must come to")
+        .type_name("upgraded|refused")
+        .check([](const std::string &word) {
             const std::vector<std::string> known = {"upgraded", "refused"};
             return std::ranges::find(known, word) != known.end()
                        ? std::string()
@@ -200,17 +192,16 @@ void grammar::add_judging() const
 
 int main(int argc, char **argv)
 {
-    CLI::App app("Makes, shows and checks firmware packages.", "fwpkg");
+    command_line line("fwpkg", "Makes, shows and checks firmware packages.",
+                      "Examples:\n  fwpkg make manifest.toml -o flash.pkg\n  fwpkg check --help\n"
+                      "Exit status:\n  0  done, and as it should be\n"
+                      "  1  done, and the answer is no\n"
+                      "  2  trouble: wrong usage, a mistake in a description, a file or a key "
+                      "that cannot be read");
     command_options options;
-    command chosen = nullptr;
-    app.require_subcommand(1);
-    app.footer("Examples:\n  fwpkg make manifest.toml -o flash.pkg\n  fwpkg check --help\n"
-               "Exit status:\n  0  done, and as it should be\n  1  done, and the answer is no\n"
-               "  2  trouble: wrong usage, a mistake in a description, a file or a key that "
-               "cannot be read");
-    const grammar rules{app, options, chosen};
+    const grammar rules{line, options};
     rules.add_making();
     rules.add_looking();
     rules.add_judging();
-    return run_command_line(app, argc, argv, exit_trouble, [&] { return chosen(options); });
+    return line.run(argc, argv, exit_trouble);
 }

@@ -60,7 +60,7 @@ private:
 
 void print(const report &report, bool as_json)
 {
-    std::cout << (as_json ? report.json().dump(2) + "\n" : report.text());
+    std::cout << (as_json ? report.document().dump(2) + "\n" : report.text());
 }
 
 /// What the URL begins with; without one, what the program takes.

@@ -3,44 +3,45 @@
 
 #include <cstring>
 
+#include "tools/common/json.h"
 #include "tools/simdev/report.h"
 
 namespace simdev {
 
 std::string operation_json(const sim_operation &operation, const std::vector<std::string> &faults)
 {
-    nlohmann::ordered_json json = {{"n", operation.n}, {"op", sim_op_names[operation.op]}};
-    const auto add_number = [&json](const char *name, int64_t value) {
+    json line = {{"n", operation.n}, {"op", sim_op_names[operation.op]}};
+    const auto add_number = [&line](const char *name, int64_t value) {
         if (value != sim_absent)
-            json[name] = value;
+            line[name] = value;
     };
     if (operation.target[0] != '\0')
-        json["target"] = json_text(operation.target);
+        line["target"] = json_text(operation.target);
     add_number("number", operation.number);
     add_number("offset", operation.offset);
     add_number("length", operation.length);
     add_number("result", operation.result);
     if (operation.error != 0) {
         const char *name = strerrorname_np(operation.error);
-        json["error"] = name == nullptr ? std::to_string(operation.error) : name;
+        line["error"] = name == nullptr ? std::to_string(operation.error) : name;
     }
     add_number("duration_us", operation.duration_us);
     add_number("received", operation.received);
     add_number("sent", operation.sent);
     add_number("calls", operation.calls);
     if (operation.op == op_kick) {
-        json["line"] = operation.line;
-        json["level"] = operation.level;
+        line["line"] = operation.line;
+        line["level"] = operation.level;
     }
     if (operation.op == op_datagram)
-        json["text"] = json_text(operation.text_view());
+        line["text"] = json_text(operation.text_view());
     if (operation.fault >= 0) {
         const std::string &fault = faults.at(static_cast<size_t>(operation.fault));
-        json["fault"] = fault.substr(0, fault.find_first_of("@x:"));
+        line["fault"] = fault.substr(0, fault.find_first_of("@x:"));
     }
-    json["virtual_us"] = operation.virtual_us;
-    json["real_us"] = operation.real_us;
-    return json.dump(-1, ' ', true);
+    line["virtual_us"] = operation.virtual_us;
+    line["real_us"] = operation.real_us;
+    return line.dump(-1, true);
 }
 
 } // namespace simdev

@@ -71,7 +71,7 @@ rehearse_result rehearse(const rehearse_options &options, const std::function<vo
 
 /// A table, and below it what is wrong; the same as JSON (docs/json.md).
 std::string rehearsal_text(const rehearse_result &result);
-nlohmann::ordered_json rehearsal_json(const rehearse_result &result);
+json rehearsal_json(const rehearse_result &result);
 
 /// For continuous integration: one test case a device, in the XML of JUnit.
 std::string rehearsal_junit(const rehearse_result &result);

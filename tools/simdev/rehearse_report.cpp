@@ -9,7 +9,6 @@ namespace simdev {
 
 namespace {
 
-using json = nlohmann::ordered_json;
 using table = std::vector<std::vector<std::string>>;
 
 std::string verdict(const rehearsed_device &device)
@@ -162,7 +161,7 @@ std::string rehearsal_text(const rehearse_result &result)
     return text + (result.interrupted ? ", interrupted\n" : "\n");
 }
 
-nlohmann::ordered_json rehearsal_json(const rehearse_result &result)
+json rehearsal_json(const rehearse_result &result)
 {
     json devices = json::array();
     for (const rehearsed_device &device : result.devices)

@@ -6,7 +6,7 @@
 
 namespace simdev {
 
-void report::add(const std::string &label, const std::string &text, const nlohmann::json &fields)
+void report::add(const std::string &label, const std::string &text, const json &fields)
 {
     constexpr size_t label_width = 12;
     const std::string indent(label_width, ' ');
@@ -14,12 +14,12 @@ void report::add(const std::string &label, const std::string &text, const nlohma
     for (const char character : text)
         text_ += character == '\n' ? "\n" + indent : std::string(1, character);
     text_ += '\n';
-    json_.update(fields, true);
+    document_.merge(fields);
 }
 
 void report::begin(const std::string &name)
 {
-    json_[name] = nlohmann::json::object();
+    document_[name] = json::object();
 }
 
 std::string seconds_text(int64_t microseconds)

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
+#include "tools/common/json.h"
 
 namespace simdev {
 
@@ -15,7 +15,7 @@ class report {
 public:
     /// `fields` is an object whose fields become fields of the whole; objects that several rows
     /// have are merged. Further lines of `text` stand below the first.
-    void add(const std::string &label, const std::string &text, const nlohmann::json &fields);
+    void add(const std::string &label, const std::string &text, const json &fields);
 
     /// The field `name` is an object, whichever rows it gets.
     void begin(const std::string &name);
@@ -25,14 +25,15 @@ public:
     {
         return text_;
     }
-    [[nodiscard]] const nlohmann::json &json() const
+    /// The members in the order of their names.
+    [[nodiscard]] json document() const
     {
-        return json_;
+        return document_.sorted();
     }
 
 private:
     std::string text_;
-    nlohmann::json json_ = {{"format", 1}}; // docs/json.md
+    json document_ = {{"format", 1}}; // docs/json.md
 };
 
 /// "12.345 s".

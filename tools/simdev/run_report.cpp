@@ -15,8 +15,6 @@ namespace simdev {
 
 namespace {
 
-using nlohmann::json;
-
 std::string hexadecimal(uint32_t number)
 {
     char text[16];
@@ -103,7 +101,7 @@ void add_differences(report &report, const run_options &options)
         lines.push_back(json_text(line));
         text += (text.empty() ? "" : "\n") + printable(line);
     }
-    if (!lines.empty())
+    if (!text.empty())
         report.add("read back", text, {{"differences", lines}});
 }
 

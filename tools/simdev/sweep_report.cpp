@@ -7,8 +7,6 @@ namespace simdev {
 
 namespace {
 
-using nlohmann::json;
-
 constexpr const char *content_names[] = {"old", "new", "mixed"};
 
 const char *content_name(const partition_state &state)
