@@ -10,10 +10,6 @@
 """
 
 import dataclasses
-import grp
-import os
-import pathlib
-import pwd
 import re
 
 from nginx import Nginx
@@ -21,8 +17,6 @@ from package import Part, make_package, seal
 
 CONTENT = bytes(range(251)) * 200
 PACKAGE = make_package([Part(2, CONTENT), Part(3, CONTENT[:30_000])])
-SERVER = pathlib.Path(__file__).resolve().parents[2] / "scripts/server"
-USER = f"{pwd.getpwuid(os.getuid()).pw_name}.{grp.getgrgid(os.getgid()).gr_name}"
 FAILS = b"\0none\0x\0"  # condition code
 DAMAGED = PACKAGE[:-1] + b"?"
 
@@ -41,17 +35,6 @@ SITE = """
     location @moved {{ return 200 "{filler}"; }}
 """
 
-VSFTPD = """listen=YES
-listen_address=127.0.0.1
-listen_port={port}
-background=NO
-run_as_launching_user=YES
-anonymous_enable=YES
-anon_root={folder}
-xferlog_enable=NO
-"""
-
-
 class Server(Nginx):
     """nginx that refuses in every way; with days below 0 its certificate has expired."""
 
@@ -64,18 +47,6 @@ class Server(Nginx):
         site = SITE.format(filler="x" * 1100, port=self.http)
         return re.sub(r"\n +root [^;]*;", lambda match: match.group() + site, super().documented(),
                       count=1)
-
-
-def vsftpd(folder, port):
-    configuration = folder.parent / "vsftpd.conf"
-    configuration.write_text(VSFTPD.format(port=port, folder=folder))
-    return [SERVER, "vsftpd", configuration]
-
-
-def atftpd(folder, port):
-    return [SERVER, "atftpd", "--daemon", "--no-fork", "--user",
-            USER, "--bind-address", "127.0.0.1", "--port", str(port),
-            "--logfile", "-", folder]
 
 
 @dataclasses.dataclass

@@ -13,9 +13,10 @@ import time
 import pytest
 
 from conftest import BUILD, ROOT
-from doctor_runs import FAILURES, PACKAGE, Server, atftpd, vsftpd
+from doctor_runs import FAILURES, PACKAGE, Server
 from nginx import free_ports
 from package import Part, make_package
+from servers import atftpd, vsftpd
 
 FWDOCTOR = BUILD / "tools/doctor/fwdoctor"
 

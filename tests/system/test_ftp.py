@@ -5,41 +5,21 @@ Unusual replies have their unit tests (ftp_test.cpp).
 """
 
 import contextlib
-import os
-import pathlib
-import pwd
 import socket
 import sys
 import time
 
 import pytest
 
+import servers
 from package import Part, make_package
-
-SERVER = pathlib.Path(__file__).resolve().parents[2] / "scripts/server"
 
 CONTENT = bytes(range(251)) * 12_000  # 3 MB
 SILENT = "ftp.c:ftpcmd:127: fgets error: Resource temporarily unavailable"
 
-VSFTPD = """listen=YES
-listen_address=127.0.0.1
-listen_port={port}
-background=NO
-run_as_launching_user=YES
-ftp_username={user}
-anonymous_enable=YES
-anon_root={folder}
-xferlog_enable=NO
-pasv_address=192.0.2.1
-no_anon_password=YES
-"""
-
 
 def vsftpd(folder, port):
-    configuration = folder.parent / "vsftpd.conf"
-    user = pwd.getpwuid(os.getuid()).pw_name  # the package would make one
-    configuration.write_text(VSFTPD.format(port=port, folder=folder, user=user))
-    return [SERVER, "vsftpd", configuration]
+    return servers.vsftpd(folder, port, "no_anon_password=YES\n")
 
 
 def pyftpdlib(folder, port):
@@ -87,7 +67,7 @@ def test_a_real_server_serves_an_upgrade(user, command, make_device, serve_ftp):
 
 def test_a_file_that_is_not_there_costs_one_wait(make_device, serve_ftp):
     _, port = serve_ftp(vsftpd)
-    run = make_device().run(f"ftp://127.0.0.1:{port}/pub/none", grace=100)
+    run = make_device().run(f"ftp://127.0.0.1:{port}/pub/none")
     # No transfer, and so no reply that ends it.
     assert ftp_messages(run) == [
         "ftp.c:ftp_downloader_download:310: RETR: Failed to open file.",

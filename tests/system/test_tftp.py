@@ -7,17 +7,12 @@ A script is a list of steps: ("69", bytes) is what the client must send next to 
 """
 
 import contextlib
-import grp
-import os
-import pathlib
-import pwd
 import socket
 
 import pytest
 
 from package import Part, make_package
-
-SERVER = pathlib.Path(__file__).resolve().parents[2] / "scripts/server"
+from servers import atftpd
 
 REQUEST = b"\0\1f\0octet\0"
 FULL = bytes(range(256)) * 2
@@ -182,11 +177,7 @@ def test_a_real_server_serves_an_upgrade(make_device, start_server, tmp_path):
     served.mkdir()
     content = bytes(range(251)) * 300
     (served / "flash.pkg").write_bytes(make_package([Part(3, content)]))
-    user = f"{pwd.getpwuid(os.getuid()).pw_name}.{grp.getgrgid(os.getgid()).gr_name}"
-    port = start_server(lambda port: [
-        SERVER, "atftpd", "--daemon", "--no-fork", "--user", user,
-        "--bind-address", "127.0.0.1", "--port", str(port), "--logfile", "-", served],
-        socket.SOCK_DGRAM)
+    port = start_server(lambda port: atftpd(served, port), socket.SOCK_DGRAM)
     device = make_device(partitions={3: 131072})
     run = device.run("tftp://127.0.0.1/flash.pkg", tftp_port=port)
     assert run.status == 0
