@@ -36,31 +36,10 @@ bool draws(const follower *self)
     return !self->options->json && !self->options->quiet;
 }
 
-void start_web(follower *self)
-{
-#ifdef UPGRADE_FOLLOW_WEB
-    char error[256];
-    int port = self->options->web_port;
-    const char *address = self->options->web_address.data();
-    self->web = web_start(address, &port, page_text, error, sizeof error);
-    if (self->web == nullptr) {
-        fprintf(stderr, "upgrade-follow: %s\n", error);
-        return;
-    }
-    const bool brackets = strchr(address, ':') != nullptr;
-    fprintf(stderr, "The page: http://%s%s%s:%d/\n", brackets ? "[" : "", address,
-            brackets ? "]" : "", port);
-#else
-    (void)self;
-#endif
-}
-
-void publish(follower *self, [[maybe_unused]] const text_buffer *report)
+void publish([[maybe_unused]] follower *self, [[maybe_unused]] const text_buffer *report)
 {
 #ifdef UPGRADE_FOLLOW_WEB
     web_publish(self->web, {report->data, report->size});
-#else
-    (void)self;
 #endif
 }
 
@@ -89,6 +68,25 @@ void renew_state(follower *self, bool at_once, int64_t now_ms, int64_t clock_ms)
     }
     self->state_behind = false;
     self->state_ms = now_ms;
+}
+
+void start_web([[maybe_unused]] follower *self, [[maybe_unused]] int64_t now_ms,
+               [[maybe_unused]] int64_t clock_ms)
+{
+#ifdef UPGRADE_FOLLOW_WEB
+    char error[256];
+    int port = self->options->web_port;
+    const char *address = self->options->web_address.data();
+    self->web = web_start(address, &port, page_text, error, sizeof error);
+    if (self->web == nullptr) {
+        fprintf(stderr, "upgrade-follow: %s\n", error);
+        return;
+    }
+    renew_state(self, true, now_ms, clock_ms); // before anybody is told where to ask for it
+    const bool brackets = strchr(address, ':') != nullptr;
+    fprintf(stderr, "The page: http://%s%s%s:%d/\n", brackets ? "[" : "", address,
+            brackets ? "]" : "", port);
+#endif
 }
 
 void print_json(follower *self, int64_t now_ms, int64_t clock_ms)
@@ -158,7 +156,7 @@ bool follower_start(follower *self, const follow_options *options, int64_t now_m
         return false;
     }
     if (options->web_port >= 0)
-        start_web(self);
+        start_web(self, now_ms, clock_ms);
     follower_update(self, now_ms, clock_ms, false);
     return true;
 }
@@ -199,13 +197,12 @@ void follower_update(follower *self, int64_t now_ms, int64_t clock_ms, bool wait
 int64_t follower_next_ms(const follower *self)
 {
     int64_t next = tracker_next_ms(&self->state);
-    const auto also = [&next](int64_t when) { next = next < 0 ? when : std::min(next, when); };
     if (self->state_behind || self->web != nullptr)
-        also(self->state_ms + state_interval_ms);
+        next = std::min(next, self->state_ms + state_interval_ms);
     if (tracker_active(&self->state)) {
-        also(self->state_ms + idle_interval_ms);
+        next = std::min(next, self->state_ms + idle_interval_ms);
         if (draws(self) && self->screen.redraws && !output_pending(&self->out))
-            also(self->frame_ms + frame_interval_ms);
+            next = std::min(next, self->frame_ms + frame_interval_ms);
     }
     return next;
 }

@@ -45,7 +45,7 @@ void follower_take(follower *self, const char *data, size_t size, int64_t now_ms
 /// it waits for whoever reads standard output.
 void follower_update(follower *self, int64_t now_ms, int64_t clock_ms, bool wait);
 
-/// When follower_update is due again at the latest.
+/// When follower_update is due again at the latest; may be never_ms.
 int64_t follower_next_ms(const follower *self);
 
 /// Looks whether the command has ended.

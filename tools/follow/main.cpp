@@ -88,15 +88,14 @@ bool is_over(int64_t now_ms)
     return !linger || now_ms - self.state.end_ms >= self.options->linger_ms;
 }
 
-int64_t next_ms(int64_t now_ms, int64_t start_ms)
+int64_t next_ms(int64_t start_ms)
 {
     int64_t next = follower_next_ms(&self);
-    const auto also = [&next](int64_t when) { next = next < 0 ? when : std::min(next, when); };
     if (self.options->wait_ms >= 0 && self.state.run == 0)
-        also(start_ms + self.options->wait_ms);
+        next = std::min(next, start_ms + self.options->wait_ms);
     if (self.in_outcome && !self.options->stay && self.command <= 0)
-        also(self.state.end_ms + self.options->linger_ms);
-    return next < 0 ? now_ms + longest_sleep_ms : next;
+        next = std::min(next, self.state.end_ms + self.options->linger_ms);
+    return next;
 }
 
 // Takes what has come; false when more may be there.
@@ -128,7 +127,7 @@ int follow_socket(const follow_options *options)
         bool waited_long = false;
         while (stop_signal == 0 && !is_over(now()) && !waited_long) {
             const int64_t now_ms = now();
-            sleep_until(socket.fd, next_ms(now_ms, start_ms) - now_ms);
+            sleep_until(socket.fd, next_ms(start_ms) - now_ms);
             while (!take_datagrams(&socket))
                 if (now() - now_ms > 100)
                     break; // a flood: the outputs are due, too
@@ -155,8 +154,7 @@ struct replay_clock {
 bool replay_until(replay_clock *clock, int64_t when, int64_t recorded_ms)
 {
     while (stop_signal == 0 && clock->now_ms < when) { // ends at `when`
-        int64_t next = follower_next_ms(&self);
-        next = next < 0 ? when : std::min(next, when);
+        const int64_t next = std::min(follower_next_ms(&self), when);
         if (clock->speed > 0) {
             const int64_t real_ms =
                 clock->start_ms + std::llround(std::ceil(static_cast<double>(next) / clock->speed));

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
+#include <iterator>
 
 #include "platform/device.h"
 
@@ -49,42 +50,6 @@ Follows an upgrade by its status datagrams.
 Exit status: 0 to 2 as the upgrade's own, 3: none began, 4: it was lost, 125: own troubles.
 )";
 
-enum option_code {
-    option_socket = 256,
-    option_mode,
-    option_wait,
-    option_stay,
-    option_json,
-    option_state,
-    option_run,
-    option_web,
-    option_linger,
-    option_record,
-    option_replay,
-    option_speed
-};
-
-constexpr option long_options[] = {
-    {"socket", required_argument, nullptr, option_socket},
-    {"mode", required_argument, nullptr, option_mode},
-    {"wait", required_argument, nullptr, option_wait},
-    {"stay", no_argument, nullptr, option_stay},
-    {"json", no_argument, nullptr, option_json},
-    {"quiet", no_argument, nullptr, 'q'},
-    {"state", required_argument, nullptr, option_state},
-    {"run", required_argument, nullptr, option_run},
-#ifdef UPGRADE_FOLLOW_WEB
-    {"web", required_argument, nullptr, option_web},
-    {"linger", required_argument, nullptr, option_linger},
-#endif
-    {"record", required_argument, nullptr, option_record},
-    {"replay", required_argument, nullptr, option_replay},
-    {"speed", required_argument, nullptr, option_speed},
-    {"help", no_argument, nullptr, 'h'},
-    {"version", no_argument, nullptr, 'V'},
-    {nullptr, 0, nullptr, 0},
-};
-
 // A number from 0 to `limit`.
 bool read_number(const char *text, double limit, double *value)
 {
@@ -93,25 +58,21 @@ bool read_number(const char *text, double limit, double *value)
     return end != text && *end == '\0' && std::isfinite(*value) && *value >= 0 && *value <= limit;
 }
 
-bool read_milliseconds(const char *text, int64_t *milliseconds)
+bool read_speed(follow_options *options, const char *text)
 {
-    double seconds = 0;
-    if (!read_number(text, seconds_limit, &seconds))
-        return false;
-    *milliseconds = static_cast<int64_t>(seconds * 1000);
-    return true;
+    return read_number(text, speed_limit, &options->speed);
 }
 
-bool read_mode(const char *text, mode_t *mode)
+bool read_mode(follow_options *options, const char *text)
 {
     char *end = nullptr;
     const unsigned long value = strtoul(text, &end, 8);
-    *mode = static_cast<mode_t>(value);
+    options->mode = static_cast<mode_t>(value);
     return text[0] >= '0' && text[0] <= '7' && *end == '\0' && value <= mode_limit;
 }
 
 // "8080", "0.0.0.0:8080" or "[::1]:8080".
-bool read_web(const char *text, follow_options *options)
+[[maybe_unused]] bool read_web(follow_options *options, const char *text)
 {
     const char *colon = strrchr(text, ':');
     const char *port = colon == nullptr ? text : colon + 1;
@@ -134,41 +95,47 @@ bool read_web(const char *text, follow_options *options)
     return true;
 }
 
-bool take_option(follow_options *options, int code, const char *value)
+// An option and where its value goes: one of the four.
+struct option_row {
+    const char *name;
+    bool follow_options::*flag = nullptr; // takes no value
+    const char *follow_options::*text = nullptr;
+    int64_t follow_options::*seconds = nullptr;
+    bool (*read)(follow_options *options, const char *text) = nullptr;
+};
+
+constexpr option_row rows[] = {
+    {.name = "socket", .text = &follow_options::socket_path},
+    {.name = "mode", .read = read_mode},
+    {.name = "wait", .seconds = &follow_options::wait_ms},
+    {.name = "stay", .flag = &follow_options::stay},
+    {.name = "json", .flag = &follow_options::json},
+    {.name = "quiet", .flag = &follow_options::quiet},
+    {.name = "state", .text = &follow_options::state_file},
+    {.name = "run", .text = &follow_options::command},
+#ifdef UPGRADE_FOLLOW_WEB
+    {.name = "web", .read = read_web},
+    {.name = "linger", .seconds = &follow_options::linger_ms},
+#endif
+    {.name = "record", .text = &follow_options::record_file},
+    {.name = "replay", .text = &follow_options::replay_file},
+    {.name = "speed", .read = read_speed},
+};
+
+bool take_option(follow_options *options, const option_row &row, const char *value)
 {
-    switch (code) {
-    case option_socket:
-        options->socket_path = value;
-        return true;
-    case option_mode:
-        return read_mode(value, &options->mode);
-    case option_wait:
-        return read_milliseconds(value, &options->wait_ms);
-    case option_stay:
-        return options->stay = true;
-    case option_json:
-        return options->json = true;
-    case 'q':
-        return options->quiet = true;
-    case option_state:
-        options->state_file = value;
-        return true;
-    case option_run:
-        options->command = value;
-        return true;
-    case option_web:
-        return read_web(value, options);
-    case option_linger:
-        return read_milliseconds(value, &options->linger_ms);
-    case option_record:
-        options->record_file = value;
-        return true;
-    case option_replay:
-        options->replay_file = value;
-        return true;
-    default:
-        return read_number(value, speed_limit, &options->speed);
-    }
+    double seconds = 0;
+    if (row.flag != nullptr)
+        options->*row.flag = true;
+    else if (row.text != nullptr)
+        options->*row.text = value;
+    else if (row.read != nullptr)
+        return row.read(options, value);
+    else if (read_number(value, seconds_limit, &seconds))
+        options->*row.seconds = static_cast<int64_t>(seconds * 1000);
+    else
+        return false;
+    return true;
 }
 
 options_result wrong(const char *what, const char *why)
@@ -196,6 +163,12 @@ options_result read_options(follow_options *options, int argc, char **argv)
     options->linger_ms = default_linger_ms;
     options->web_port = -1;
     strcpy(options->web_address.data(), "127.0.0.1");
+    option long_options[std::size(rows) + 3] = {{"help", no_argument, nullptr, 'h'},
+                                                {"version", no_argument, nullptr, 'V'}};
+    for (size_t row = 0; row < std::size(rows); row++)
+        long_options[2 + row] = {rows[row].name,
+                                 rows[row].flag != nullptr ? no_argument : required_argument,
+                                 nullptr, 0};
     opterr = 0;
     int index = -1;
     int code = 0;
@@ -207,7 +180,9 @@ options_result read_options(follow_options *options, int argc, char **argv)
         if (code == '?' || code == ':')
             return wrong(argv[optind - 1],
                          code == '?' ? ": no such option" : ": a value is missing");
-        if (!take_option(options, code, optarg)) {
+        if (code == 'q') {
+            options->quiet = true;
+        } else if (!take_option(options, rows[index - 2], optarg)) {
             fprintf(stderr, "upgrade-follow: --%s: not a value for it: %s\n",
                     long_options[index].name, optarg);
             return options_wrong;

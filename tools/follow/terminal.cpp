@@ -17,7 +17,7 @@ namespace follow {
 namespace {
 
 constexpr int default_width = 80;
-constexpr int least_width = 20;
+constexpr int least_width = 2;
 constexpr int widest = 100; // sentences in longer lines are hard to read
 constexpr int bar_limit = 40;
 constexpr int least_bar = 8;
@@ -60,8 +60,11 @@ void append_line_end(text_buffer *buffer, const terminal *screen)
 void append_line(text_buffer *buffer, const terminal *screen, const char *title, int percent,
                  const char *tail)
 {
-    const int fixed = 10 + 6 + static_cast<int>(strlen(tail));
-    const int bar = std::min(bar_limit, usable(screen) - fixed - 3);
+    const size_t begin = buffer->size;
+    const int room = usable(screen) - 10 - 6; // beside title and percentage
+    if (static_cast<int>(strlen(tail)) > room)
+        tail = "";
+    const int bar = std::min(bar_limit, room - static_cast<int>(strlen(tail)) - 3);
     append_format(buffer, "%-10s", title);
     if (bar >= least_bar) {
         const auto filled = static_cast<size_t>(percent * bar / 100);
@@ -73,6 +76,7 @@ void append_line(text_buffer *buffer, const terminal *screen, const char *title,
         append(buffer, "]");
     }
     append_format(buffer, " %3d %%%s", percent, tail);
+    buffer->size = std::min(buffer->size, begin + static_cast<size_t>(usable(screen)));
     while (buffer->size > 0 && buffer->data[buffer->size - 1] == ' ')
         buffer->size--;
 }
@@ -169,7 +173,8 @@ void append_live(text_buffer *buffer, terminal *screen, const tracker *state, in
     } else {
         if (screen->colors)
             append(buffer, bold);
-        append(buffer, texts[state->now].title);
+        const std::string_view title = texts[state->now].title;
+        append(buffer, title.substr(0, static_cast<size_t>(usable(screen))));
         if (screen->colors)
             append(buffer, usual);
         append_line_end(buffer, screen);

@@ -140,20 +140,23 @@ void take_error(tracker *state, std::string_view error, int64_t now_ms)
     const size_t index =
         static_cast<size_t>(std::find(errors.begin(), errors.end(), error) - errors.begin());
     state->now = static_cast<phase>(phase_invalid_url + static_cast<int>(index));
-    state->error = {};
     memcpy(state->error.data(), error.data(), std::min(error.size(), state->error.size() - 1));
     end_step(state, now_ms);
     state->end_ms = now_ms;
 }
 
-void take_percent(tracker *state, int percent, int64_t now_ms)
+/// True when something that is shown changed.
+bool take_percent(tracker *state, int percent, int64_t now_ms)
 {
+    if (state->now == phase_waiting) {
+        begin_run(state, now_ms);
+        state->now = phase_joined;
+        return true;
+    }
     const step which = tracker_step(state);
-    if (which == step_count)
-        return;
+    if (which == step_count || percent <= state->steps[which].percent)
+        return false;
     step_record &record = state->steps[which];
-    if (percent <= record.percent)
-        return;
     record.percent = percent;
     record.grown_ms = now_ms;
     grow_overall(state, which);
@@ -161,6 +164,7 @@ void take_percent(tracker *state, int percent, int64_t now_ms)
         state->now = phase_downloaded;
     if (percent == 100 && state->now == phase_verifying)
         state->now = phase_verified;
+    return true;
 }
 
 } // namespace
@@ -175,37 +179,26 @@ bool tracker_take(tracker *state, std::string_view datagram, int64_t now_ms)
 {
     if (datagram.size() > datagram_limit)
         return false;
+    bool shown = true;
     if (cut_prefix(&datagram, status_stage)) {
         if (!take_stage(state, datagram, now_ms))
             return false;
-        state->word_ms = now_ms;
-        state->silent = false;
-        return true;
-    }
-    if (cut_prefix(&datagram, status_error)) {
+    } else if (cut_prefix(&datagram, status_error)) {
         take_error(state, datagram, now_ms);
-        state->word_ms = now_ms;
-        state->silent = false;
-        return true;
+    } else {
+        const int percent = cut_prefix(&datagram, status_percentage) ? read_percent(datagram) : -1;
+        if (percent < 0)
+            return false;
+        const bool was_lost = state->now == phase_lost;
+        if (was_lost)
+            state->now = state->before_loss;
+        if (ended(state))
+            return false; // the 0 that follows DONE
+        shown = take_percent(state, percent, now_ms) || state->silent || was_lost;
     }
-    const int percent = cut_prefix(&datagram, status_percentage) ? read_percent(datagram) : -1;
-    if (percent < 0)
-        return false;
-    const tracker before = *state;
-    if (state->now == phase_lost)
-        state->now = state->before_loss;
-    if (ended(state))
-        return false; // the 0 that follows DONE
-    if (state->now == phase_waiting) {
-        begin_run(state, now_ms);
-        state->now = phase_joined;
-    }
-    take_percent(state, percent, now_ms);
     state->word_ms = now_ms;
     state->silent = false;
-    return before.now != state->now || before.silent || before.overall != state->overall ||
-           (tracker_step(state) != step_count &&
-            before.steps[tracker_step(state)].percent != state->steps[tracker_step(state)].percent);
+    return shown;
 }
 
 bool tracker_tick(tracker *state, int64_t now_ms)
@@ -227,7 +220,7 @@ bool tracker_tick(tracker *state, int64_t now_ms)
 int64_t tracker_next_ms(const tracker *state)
 {
     if (!tracker_active(state))
-        return -1;
+        return never_ms;
     return state->word_ms + (state->silent ? loss_ms : silence_ms);
 }
 

@@ -62,6 +62,7 @@ struct tracker {
 };
 
 constexpr int64_t silence_ms = 30'000;
+constexpr int64_t never_ms = INT64_MAX;
 constexpr int64_t loss_ms = 330'000; ///< the program's own longest wait is 300 s
 
 /// Begins anew: waiting, no run.
@@ -76,7 +77,7 @@ bool tracker_take(tracker *state, std::string_view datagram, int64_t now_ms);
 /// the upgrade counts as lost from now on.
 bool tracker_tick(tracker *state, int64_t now_ms);
 
-/// When tracker_tick has something to say next; -1: never, without a datagram.
+/// When tracker_tick has something to say next; never_ms where only a datagram changes something.
 int64_t tracker_next_ms(const tracker *state);
 
 /// True between the first word and the outcome.
