@@ -217,7 +217,8 @@ def test_state_file_command_and_linger_keep_up(follow, tmp_path):
     follower.process.terminate()
     assert follower.end(-signal.SIGTERM) == ("", "")
     # The first outcome is the one that counts, and the command is waited for.
-    follower = follow("--run", f"sleep 0.3; touch {tmp_path}/over", "--web", 0, "--linger", 0.6)
+    follower = follow("--run", f"sleep 0.3; touch {tmp_path}/over", "--web", 0, "--linger", 0.6,
+                      "--wait", 0.4)
     start = time.monotonic()
     follower.say("ERROR=INVALID URL", "STAGE=DONE")
     follower.end(1)
