@@ -4,17 +4,13 @@
 // what is said on standard error, what is stored. Real servers and silence are met on whole runs.
 #include "download/ftp.h"
 
-#include <cerrno>
-#include <cstring>
 #include <deque>
 #include <gtest/gtest.h>
 #include <map>
 #include <netinet/in.h>
-#include <string>
-#include <sys/socket.h>
 
 #include "download/ftp_url.h"
-#include "tools/simdev/core/scripted_peer.h"
+#include "tests/played_network.h"
 
 namespace {
 
@@ -26,7 +22,7 @@ constexpr int data_port = 2570; // 10,10 in a reply to PASV
 #define PAUSE PEER_PAUSE
 
 /// Replies by command word, in the order of the dialogue; "" is the greeting, "END" what follows
-/// the data once the client has closed it. No reply: the command is not expected.
+/// the data. No reply: the command is not expected.
 using script = std::map<string, string>;
 const std::pair<string, string> standard[] = {
     {"", "220 hello\r\n"},       {"USER", "331 password\r\n"},
@@ -42,74 +38,12 @@ string control_script(const script &changed)
     for (const auto &[word, usual] : standard) {
         const auto found = changed.find(word);
         const string &reply = found == changed.end() ? usual : found->second;
-        text += (word.empty() || reply.empty() ? "" : PEER_AWAITS_LINE) + reply;
+        if (!word.empty() && !reply.empty())
+            text += word == "END" ? PAUSE : PEER_AWAITS_LINE;
+        text += reply;
     }
     return text;
 }
-
-scripted_peer peer_of(const string &text)
-{
-    return {{reinterpret_cast<const uint8_t *>(text.data()), text.size()}};
-}
-
-struct server {
-    scripted_peer control, data;
-    string received = "";
-    int control_socket = -1, data_socket = -1; ///< the client's
-    int data_reads = 0;
-};
-
-server *serving = nullptr;
-
-bool is_served(int fd)
-{
-    return serving != nullptr && fd >= 0 &&
-           (fd == serving->control_socket || fd == serving->data_socket);
-}
-
-} // namespace
-
-#pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps, by the linker's names
-
-extern "C" {
-int __wrap_connect(int socket, const sockaddr *address, socklen_t)
-{
-    const int port = ntohs(reinterpret_cast<const sockaddr_in *>(address)->sin_port);
-    errno = ECONNREFUSED;
-    if (port != control_port && port != data_port)
-        return -1;
-    (port == control_port ? serving->control_socket : serving->data_socket) = socket;
-    return 0;
-}
-ssize_t __real_read(int, void *, size_t);
-ssize_t __wrap_read(int fd, void *buffer, size_t size)
-{
-    if (!is_served(fd))
-        return __real_read(fd, buffer, size);
-    if (fd == serving->control_socket)
-        return serving->control.read(buffer, size);
-    serving->data_reads++;
-    return serving->data.read(buffer, size);
-}
-ssize_t __real_write(int, const void *, size_t);
-ssize_t __wrap_write(int fd, const void *buffer, size_t size)
-{
-    if (!is_served(fd))
-        return __real_write(fd, buffer, size);
-    serving->received.append(static_cast<const char *>(buffer), size);
-    serving->control.take(buffer, size);
-    return static_cast<ssize_t>(size);
-}
-int __real_close(int);
-int __wrap_close(int fd)
-{
-    if (is_served(fd) && fd == serving->data_socket)
-        serving->control.take("\n", 1);
-    return __real_close(fd);
-}
-}
-
-namespace {
 
 const string wire = "USER anonymous\r\nPASS getfile@\r\nTYPE I\r\nSIZE fw.pkg\r\nPASV\r\n"
                     "RETR fw.pkg\r\nQUIT\r\n";
@@ -145,12 +79,21 @@ downloader *open_ftp(const string &url)
     return opened;
 }
 
+/// No peer can keep the program waiting for longer.
+void expect_time_outs(int socket)
+{
+    for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO})
+        EXPECT_EQ(socket_option<timeval>(socket, SOL_SOCKET, option).tv_sec, 300);
+}
+
 void expect_dialogue(const row &wanted)
 {
     SCOPED_TRACE(wanted.what);
-    const string replies = control_script(wanted.changed);
-    server played = {.control = peer_of(replies), .data = peer_of(wanted.data)};
-    serving = &played;
+    played = {.peers = {{.port = control_port, .script = control_script(wanted.changed)},
+                        {.port = data_port, .script = wanted.data}},
+              .at_connect = expect_time_outs};
+    const played_peer &control = played.peers[0];
+    const played_peer &data = played.peers[1];
     string url = wanted.url;
     downloader *ftp =
         open_ftp(url.replace(url.find('%'), 1, "127.0.0.1:" + std::to_string(control_port)));
@@ -166,17 +109,22 @@ void expect_dialogue(const row &wanted)
     testing::internal::CaptureStderr();
     const int result = ftp->ops->download(ftp, buffer, note, nullptr);
     const string said = testing::internal::GetCapturedStderr();
-    serving = nullptr;
     string sent = wanted.sent;
     sent.erase(sent.find(wanted.unsent), wanted.unsent.size());
-    EXPECT_EQ(played.received, sent);
+    EXPECT_EQ(control.received, sent);
     EXPECT_EQ(said, wanted.said);
     EXPECT_EQ(result, wanted.result);
     EXPECT_EQ(buffer->total, wanted.total);
     EXPECT_EQ(buffer->current, wanted.blocks);
+    string stored = wanted.data;
+    std::erase(stored, *PEER_INTERRUPTS);
     for (int at = 0; at < buffer->total; at++)
-        EXPECT_EQ(buffer->blocks[at / 4][at % 4], wanted.data[static_cast<size_t>(at)]) << at;
-    EXPECT_EQ(wanted.data_reads < 0 ? -1 : played.data_reads, wanted.data_reads);
+        EXPECT_EQ(buffer->blocks[at / 4][at % 4], stored[static_cast<size_t>(at)]) << at;
+    EXPECT_EQ(wanted.data_reads < 0 ? -1 : data.reads, wanted.data_reads);
+    if (said.find("iobuf->total") != string::npos) {
+        EXPECT_EQ(control.socket, -1);
+        EXPECT_EQ(data.socket, -1);
+    }
     EXPECT_EQ(wanted.asks.empty() ? "" : told, wanted.asks);
     free(buffer);
 }
@@ -189,6 +137,7 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
     const row rows[] = {
         // Each ask is for a whole block: the last one learns that there is no more.
         {.what = "all as it should be", .asks = "4 4 2 ", .data_reads = 4},
+        {.what = "data interrupted by a signal", .data = "0123" PEER_INTERRUPTS "456789"},
         {"greeting 120", {{"", "120 soon\r\n"}}, SAYS "255: soon" TOTALS(10, 10), -1},
         {"greeting of several lines", {{"", "220-hello\r\n" PAUSE "220-  you\r\n" PAUSE "abc 220\r\n" PAUSE "220 there\r\n"}}},
         {"line lost that is cut in its code, text that is cut", {{"", "22" PAUSE "220 he" PAUSE "llo\r\n"}}},

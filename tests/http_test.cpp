@@ -1,100 +1,18 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "download/http.h"
 
-#include <cerrno>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <numeric>
-#include <string>
-#include <sys/select.h>
-#include <sys/socket.h>
-#include <unistd.h>
 #include <vector>
 
 #include "download/downloaders.h"
-#include "tools/simdev/core/scripted_peer.h"
+#include "tests/played_network.h"
 
 using std::string;
 using testing::internal::CaptureStderr;
 using testing::internal::GetCapturedStderr;
 
 namespace {
-
-scripted_peers peers; ///< one connection
-scripted_peer peer;   ///< of the connection that is there
-int played = -1;      ///< the socket of it
-string request;
-int slept = 0;
-int resets_left = 0; ///< connections whose first write fails
-
-} // namespace
-
-#pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps, by the linker's names
-
-extern "C" {
-int __wrap_connect(int socket, const sockaddr *address, socklen_t)
-{
-    const auto *to = reinterpret_cast<const sockaddr_in *>(address);
-    errno = ECONNREFUSED;
-    if (ntohs(to->sin_port) != 80)
-        return -1;
-    request.clear();
-    peer = resets_left > 0 ? scripted_peer{} : peers.connect();
-    played = socket;
-    return 0;
-}
-int __wrap_select(int, fd_set *readable, fd_set *, fd_set *other, timeval *wait)
-{
-    EXPECT_EQ(wait->tv_sec, readable != nullptr ? 300 : 2);
-    if (other != nullptr)
-        FD_ZERO(other);
-    if (readable == nullptr || peer.readable())
-        return 1;
-    FD_ZERO(readable);
-    return 0;
-}
-ssize_t __real_read(int, void *, size_t);
-ssize_t __wrap_read(int fd, void *buffer, size_t size)
-{
-    return fd == played ? peer.read(buffer, size) : __real_read(fd, buffer, size);
-}
-ssize_t __real_write(int, const void *, size_t);
-ssize_t __wrap_write(int fd, const void *buffer, size_t size)
-{
-    if (fd != played)
-        return __real_write(fd, buffer, size);
-    if (resets_left > 0) {
-        resets_left--;
-        errno = EPIPE;
-        return -1;
-    }
-    request.append(static_cast<const char *>(buffer), size);
-    return static_cast<ssize_t>(size);
-}
-unsigned __wrap_sleep(unsigned)
-{
-    slept++;
-    return 0;
-}
-}
-
-namespace {
-
-int stop_after = 0;
-
-int note_call(void *calls, int count)
-{
-    auto *noted = static_cast<std::vector<int> *>(calls);
-    noted->push_back(count);
-    return static_cast<int>(noted->size()) == stop_after ? 0 : 1;
-}
-
-/// Downloaders are never released: they stay until the tests end, as in the program.
-downloader *keep(downloader *opened)
-{
-    static auto *all = new std::vector<downloader *>;
-    return all->emplace_back(opened);
-}
 
 struct outcome {
     int result;
@@ -103,11 +21,40 @@ struct outcome {
     std::vector<int> calls; ///< of the callback, with its counts
 };
 
-/// One download: `head` comes with the first `leftover` bytes of the body, padded so that exactly
-/// they are left over in the client; then `sizes` one by one, then `end`. The buffer has room for
-/// five blocks.
+int stop_at; ///< the call that asks to stop
+
+int note_call(void *calls, int count)
+{
+    auto *noted = static_cast<std::vector<int> *>(calls);
+    noted->push_back(count);
+    return static_cast<int>(noted->size()) == stop_at ? 0 : 1;
+}
+
+/// One download from the peers that are there, into a buffer with room for five blocks; the
+/// package's bytes are checked against `body`.
+outcome download_from_peers(const string &body)
+{
+    static auto *kept = new std::vector<downloader *>; // as in the program: none is released
+    char url[] = "http://127.0.0.1/p";
+    downloader *http = kept->emplace_back(downloader_open(url));
+    EXPECT_EQ(http->ops->length(http), 0);
+    iobuf *buffer = iobuf_create(4096, 5);
+    outcome got = {};
+    got.result = http->ops->download(http, buffer, note_call, &got.calls);
+    got.total = buffer->total;
+    got.blocks = buffer->current;
+    for (int i = 0; got.result == 0 && i < got.total; i++)
+        EXPECT_EQ(static_cast<char>(buffer->blocks[i / 4096][i % 4096]),
+                  body[static_cast<size_t>(i)]);
+    free(buffer);
+    return got;
+}
+
+/// `head` comes with the first `leftover` bytes of the body, padded so that exactly they are left
+/// over in the client; then `sizes` one by one, then `end`. The first `resets` connections fail at
+/// their first write.
 outcome download(const string &head, size_t leftover, const std::vector<size_t> &sizes,
-                 const string &end = PEER_CLOSE)
+                 const string &end = "", size_t resets = 0)
 {
     string body(5 * 4096 + 10, '\0');
     for (size_t i = 0; i < body.size(); i++)
@@ -120,24 +67,11 @@ outcome download(const string &head, size_t leftover, const std::vector<size_t> 
         script += PEER_PAUSE + body.substr(at, size);
         at += size;
     }
-    script += end;
-    peers = {{reinterpret_cast<const uint8_t *>(script.data()), script.size()}};
-    char url[] = "http://127.0.0.1/p";
-    downloader *http = keep(downloader_open(url));
-    iobuf *buffer = iobuf_create(4096, 5);
-    outcome got = {};
-    got.result = http->ops->download(http, buffer, note_call, &got.calls);
-    got.total = buffer->total;
-    got.blocks = buffer->current;
-    for (int i = 0; got.result == 0 && i < got.total; i++)
-        EXPECT_EQ(static_cast<char>(buffer->blocks[i / 4096][i % 4096]),
-                  body[static_cast<size_t>(i)]);
-    EXPECT_EQ(http->ops->result(http), 0);
-    close(played); // the program ends with it
-    played = -1;
-    peers = {}; // its script ends here
-    free(buffer);
-    return got;
+    played = {};
+    for (size_t turn = 0; turn < resets; turn++)
+        played.peers.push_back({.port = 80, .script = "", .resets = true});
+    played.peers.push_back({.port = 80, .script = script + end});
+    return download_from_peers(body);
 }
 
 string ok(int length)
@@ -191,9 +125,9 @@ TEST(HttpDownload, StoresPackagesOfEverySizeHoweverTheyCome)
 
 TEST(HttpDownload, EndsWithTheCallbackAndWithAnotherStatus)
 {
-    stop_after = 2;
+    stop_at = 2;
     const outcome got = download(ok(12288), 0, {4096, 4096, 4096});
-    stop_after = 0;
+    stop_at = 0;
     EXPECT_EQ(got.result, 1);
     EXPECT_EQ(got.total, 8192);
     EXPECT_EQ(got.blocks, 1); // the block that the callback stopped is not committed
@@ -205,27 +139,21 @@ TEST(HttpDownload, EndsWithTheCallbackAndWithAnotherStatus)
     }
 }
 
-TEST(HttpDownload, SendsOneRequestAndSixTimesWhereConnectionsAreReset)
+TEST(HttpDownload, SendsItsRequestSixTimesUnlessItGoesOut)
 {
-    resets_left = 5;
-    EXPECT_EQ(download(ok(4097), 0, {4097}).result, 0);
-    EXPECT_EQ(request, "GET /p HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-type: text/html\r\n"
-                       "Content-Length: 0\r\nHost: 127.0.0.1\r\n\r\n");
-    resets_left = 6;
-    EXPECT_EQ(download(ok(4097), 0, {4097}).result, -1);
-    EXPECT_EQ(resets_left, 0);
+    EXPECT_EQ(download(ok(4097), 0, {4097}, "", 5).result, 0);
+    EXPECT_EQ(played.peers[5].received,
+              "GET /p HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-type: text/html\r\n"
+              "Content-Length: 0\r\nHost: 127.0.0.1\r\n\r\n");
+    EXPECT_EQ(download(ok(4097), 0, {4097}, "", 6).result, -1);
+    EXPECT_EQ(played.peers[6].address, "");
+    played = {}; // nobody listens
+    EXPECT_EQ(download_from_peers("").result, -1);
+    EXPECT_EQ(played.slept_seconds, 6U);
 }
 
-TEST(HttpDownload, TriesSixTimesAndRefusesUrlsThatItCannotSplit)
+TEST(HttpDownload, RefusesUrlsThatItCannotSplit)
 {
-    char url[] = "http://127.0.0.1:1/p"; // nothing listens there
-    downloader *http = keep(http_downloader_open(url));
-    iobuf *buffer = iobuf_create(4096, 1);
-    slept = 0;
-    EXPECT_EQ(http->ops->download(http, buffer, nullptr, nullptr), -1);
-    EXPECT_EQ(slept, 6);
-    EXPECT_EQ(http->ops->length(http), 0);
-    free(buffer);
     string bad = "http://" + string(121, 'h');
     CaptureStderr();
     EXPECT_EQ(http_downloader_open(bad.data()), nullptr);

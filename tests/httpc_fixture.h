@@ -1,69 +1,50 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// An HTTP client on a socket whose other end is the test's.
+// An HTTP client whose peers live in scripts.
 #pragma once
 
-#include <csignal>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 #include "httpc/httpc.h"
 #include "httpc/httpc_client.h"
+#include "tests/played_network.h"
 
-/// A connected socket; the other end goes to `peer`.
-inline int pair_with(int *peer)
-{
-    int ends[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
-    *peer = ends[1];
-    return ends[0];
-}
-
-inline void send_last(int socket, const std::string &bytes)
-{
-    EXPECT_EQ(write(socket, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    shutdown(socket, SHUT_WR);
-}
-
-inline std::string read_at_once(int socket)
-{
-    std::string bytes(4096, '\0');
-    const ssize_t count = recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
-    return count < 0 ? "" : bytes.substr(0, static_cast<size_t>(count));
-}
-
-/// A client whose socket is one end of a pair; `peer` is the other.
+/// A client that is connected.
 struct Httpc : testing::Test {
     httpc_client *client = nullptr;
-    int peer = -1;
 
     void SetUp() override
     {
-        signal(SIGPIPE, SIG_IGN);
+        played = {};
         client = httpcOpenClient("host.example", 8080, 0);
         httpcInitRequest(client, 1, "/a");
-        attach();
+        attach("");
     }
-    void attach()
+    /// Leaves the connection for one to a peer with this script.
+    void attach(const std::string &script)
     {
-        if (peer >= 0)
-            close(peer);
+        if (client->socket >= 0)
+            close(client->socket);
         client->response = {};
-        client->socket = pair_with(&peer);
+        client->socket = play_connected(script);
     }
     void TearDown() override
     {
         httpcCloseClient(client);
-        close(peer);
     }
     /// The status of the response `bytes`, which nothing follows.
     int status_of(const std::string &bytes, int keep_headers = 1)
     {
-        attach();
-        send_last(peer, bytes);
+        attach(bytes);
         return httpcGetResponse(client, keep_headers);
+    }
+    /// What the peer has received since it was asked last.
+    static std::string sent()
+    {
+        return std::exchange(played.peers.back().received, "");
     }
 };
 

@@ -1,34 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
 // Requests and responses of the HTTP client on a connection that is there.
-#include "httpc/httpc.h"
-
 #include <cstring>
 #include <sys/select.h>
 
 #include "tests/httpc_fixture.h"
 
 using std::string;
-
-namespace {
-
-bool expire;        // every select comes back empty
-int ready_turn = 0; // but this one, counted from 1
-long waited_seconds = 0;
-
-} // namespace
-
-#pragma GCC diagnostic ignored "-Wmissing-declarations" // the wrap, by the linker's name
-
-extern "C" {
-int __real_select(int, fd_set *, fd_set *, fd_set *, timeval *);
-int __wrap_select(int count, fd_set *readable, fd_set *writable, fd_set *other, timeval *wait)
-{
-    waited_seconds = wait->tv_sec;
-    wait->tv_sec = 5; // a test that waits at all has failed
-    return expire && --ready_turn != 0 ? 0 : __real_select(count, readable, writable, other, wait);
-}
-}
 
 TEST_F(Httpc, SendsRequestsByteForByte)
 {
@@ -55,7 +33,7 @@ TEST_F(Httpc, SendsRequestsByteForByte)
         httpcPushVar(client, "n", "second");
         EXPECT_STREQ(httpcGetVar(client, "n"), row.value);
         EXPECT_EQ(httpcSendRequest(client), static_cast<int>(row.bytes.size()) + 13);
-        EXPECT_EQ(read_at_once(peer), row.bytes);
+        EXPECT_EQ(sent(), row.bytes);
     }
     httpcFreeVars(client);
     httpcInitRequest(client, 1, string(200, 'p').c_str());
@@ -69,7 +47,7 @@ TEST_F(Httpc, SendsRequestsByteForByte)
                          "Content-type: " + string(63, 't') + "\r\nContent-Length: 0\r\n" + host +
                          "X: 1\r\n\r\n";
     EXPECT_EQ(httpcSendRequest(client), static_cast<int>(bytes.size()) + 13);
-    EXPECT_EQ(read_at_once(peer), bytes);
+    EXPECT_EQ(sent(), bytes);
     httpcPushVar(client, "n", string(254, 'v').c_str()); // with its terminator 257 bytes
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
@@ -78,26 +56,25 @@ TEST_F(Httpc, SendsRequestsByteForByte)
 TEST_F(Httpc, FailsASendToAClosedPeerAndCountsAFullOne)
 {
     // A write to a peer that does not read is 0, which is no failure; 30 of them in a row are.
-    expire = true;
+    played.writable = [] { return false; };
     for (int i = 0; i < 29 - 6; i++) // a request has six writes, and one a header
         httpcAddHeader(client, ("N" + std::to_string(i)).c_str(), "v");
     EXPECT_GT(httpcSendRequest(client), 0);
-    EXPECT_EQ(waited_seconds, 2);
+    EXPECT_EQ(played.waited_seconds, 2);
     EXPECT_GT(httpcSendRequest(client), 0); // counted anew
+    EXPECT_EQ(sent(), "");
     httpcAddHeader(client, "L", "v");
     httpcAddHeader(client, "M", "v"); // 30 writes in vain, but not in a row
-    ready_turn = 16;
+    played.writable = [turn = 0]() mutable { return ++turn == 16; };
     EXPECT_GT(httpcSendRequest(client), 0);
-    ready_turn = 0;
-    EXPECT_GT(read_at_once(peer).size(), 0U);
+    EXPECT_GT(sent().size(), 0U);
+    played.writable = [] { return false; };
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
     EXPECT_STREQ(client->request.error_text, "Connection timed out");
-    attach();
-    httpcFreeHeaders(client);
-    expire = false;
-    EXPECT_EQ(read_at_once(peer), "");
-    shutdown(peer, SHUT_RDWR);
+    played.writable = nullptr;
+    attach("");
+    played.peers.back().resets = true;
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
     EXPECT_STREQ(client->request.error_text, "Broken pipe");
@@ -176,27 +153,23 @@ TEST_F(Httpc, HandsOutTheBodyByCopy)
     EXPECT_EQ(memcmp(body, "ABC", 3), 0);
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 1025 - 19 - 3); // the client's own bytes
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 15);            // the connection's
-    EXPECT_EQ(waited_seconds, 300);
+    EXPECT_EQ(played.waited_seconds, 300);
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 0);
     EXPECT_EQ(client->socket, -1);
     EXPECT_EQ(httpcReadResponse(client, body, -1), 0);
-    attach();
+    attach("");
     client->response.available = 5;
     EXPECT_EQ(httpcReadResponse(client, body, -1), -1);
     EXPECT_EQ(client->socket, -1);
-    attach();
-    for (const int none : {-1, FD_SETSIZE}) { // in no set of descriptors: not even waited for
-        close(client->socket);
-        client->socket = none;
-        waited_seconds = 0;
-        EXPECT_EQ(httpcReadResponse(client, body, 1), 0);
-        EXPECT_EQ(waited_seconds, 0);
-        attach();
-    }
-    expire = true; // 300 seconds of silence
+    attach("");
+    close(client->socket);
+    played.waited_seconds = 0;
+    client->socket = FD_SETSIZE; // in no set of descriptors: not even waited for
+    EXPECT_EQ(httpcReadResponse(client, body, 1), 0);
+    EXPECT_EQ(played.waited_seconds, 0);
+    attach(PEER_SILENCE "late");
     EXPECT_EQ(httpcReadResponse(client, body, 1), 0);
     EXPECT_EQ(client->socket, -1);
-    expire = false;
 }
 
 TEST_F(Httpc, HandsOutTheBodyInPlace)
