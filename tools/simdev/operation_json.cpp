@@ -29,6 +29,8 @@ std::string operation_json(const sim_operation &operation, const std::vector<std
     add_number("received", operation.received);
     add_number("sent", operation.sent);
     add_number("calls", operation.calls);
+    if (operation.op == op_open)
+        line["access"] = json_text(operation.text_view());
     if (operation.op == op_kick) {
         line["line"] = operation.line;
         line["level"] = operation.level;

@@ -65,9 +65,9 @@ place find_place(const char *path)
     return found;
 }
 
-void log_open(const char *path, int result, int error)
+void log_open(const char *path, int flags, int result, int error)
 {
-    sim_operation operation = make_operation(op_open, path);
+    sim_operation operation = make_open(path, flags);
     operation.result = result;
     operation.error = error;
     log_operation(&operation);
@@ -99,7 +99,7 @@ int sim_open(const char *path, int flags, mode_t mode)
     const int error = errno;
     if (slot *opened = follow(fd, place.kind))
         snprintf(opened->target, sizeof opened->target, "%s", path);
-    log_open(path, fd < 0 ? -1 : 0, error);
+    log_open(path, flags, fd < 0 ? -1 : 0, error);
     errno = error;
     return fd;
 }
@@ -111,7 +111,7 @@ FILE *sim_fopen(const char *path, const char *mode)
         return real.fopen64(path, mode);
     FILE *file = real.fopen64(place.path, mode);
     const int error = errno;
-    log_open(path, file == nullptr ? -1 : 0, error);
+    log_open(path, O_RDONLY, file == nullptr ? -1 : 0, error);
     errno = error;
     return file;
 }

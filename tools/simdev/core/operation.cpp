@@ -2,6 +2,8 @@
 #include "tools/simdev/core/operation.h"
 
 #include <cstdio>
+#include <cstring>
+#include <fcntl.h>
 
 sim_operation make_operation(sim_op op, const char *target)
 {
@@ -12,6 +14,16 @@ sim_operation make_operation(sim_op op, const char *target)
     operation.fault = -1;
     if (target != nullptr)
         snprintf(operation.target, sizeof operation.target, "%s", target);
+    return operation;
+}
+
+sim_operation make_open(const char *path, int flags)
+{
+    sim_operation operation = make_operation(op_open, path);
+    const int mode = flags & O_ACCMODE;
+    const char *access = mode == O_RDONLY ? "read" : mode == O_WRONLY ? "write" : "read-write";
+    operation.text_size = static_cast<uint8_t>(strlen(access));
+    memcpy(operation.text, access, operation.text_size);
     return operation;
 }
 

@@ -57,7 +57,7 @@ struct sim_operation {
     sim_op op;
     uint8_t text_size;
     char target[62]; ///< the path as the program gave it, or ADDRESS:PORT; empty for none
-    char text[128];  ///< of a datagram: its first bytes, not terminated
+    char text[128];  ///< of a datagram: its first bytes; of an open: its access; not terminated
 
     [[nodiscard]] std::string_view text_view() const
     {
@@ -69,3 +69,6 @@ static_assert(std::is_trivially_copyable_v<sim_operation>);
 
 /// An operation with nothing in it but what it is; `target` may be null.
 sim_operation make_operation(sim_op op, const char *target);
+
+/// An open of `path` with these flags, of which the log has what it may be used for.
+sim_operation make_open(const char *path, int flags);

@@ -141,7 +141,7 @@ void partitions_start(uint64_t seed)
 
 int open_partition(const char *path, const char *mapped, int partition, int flags)
 {
-    sim_operation operation = make_operation(op_open, path);
+    sim_operation operation = make_open(path, flags);
     const sim_fault *fault = nullptr;
     if (partition >= 0) {
         operation.number = ++state.opens[static_cast<size_t>(partition)];
