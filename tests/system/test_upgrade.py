@@ -40,7 +40,7 @@ def lines(*texts):
 
 
 def test_everything_of_a_whole_run(make_device, serve_tftp):
-    device = make_device(configuration={"WD": "9", "VENDOR_KEY": "top secret", "VENID": "other",
+    device = make_device(configuration={"WD": "09", "VENDOR_KEY": "top secret", "VENID": "other",
                                         "ram": "128"},
                          requirements={"app": "lang=en"})
     app = b"a" * 4096
@@ -72,6 +72,10 @@ def test_everything_of_a_whole_run(make_device, serve_tftp):
     assert device.flash(4)[:4096] == app and device.flash(4)[-16:] == trailer(app)
     assert run.status == 0
     assert {(kick["line"], kick["level"]) for kick in run.of("kick")} == {(9, 0), (9, 1)}
+    opened = [(o["target"], o["access"]) for o in run.of("open") if o["target"].startswith("/dev/")]
+    assert [o for o in opened if o[0] != "/dev/gpio"] == [
+        (f"/dev/fla{part}", access) for access in ("write", "write", "read") for part in (2, 4)]
+    assert ("/dev/gpio", "read-write") in opened
 
 
 DAMAGED = bytearray(make_package([Part(2, b"x")]))
@@ -83,7 +87,7 @@ REFUSED = {  # package, device, what is said; everything ends in INVALID PACKAGE
     "version": (seal(b"", version=2), {}, "Bad version: 2\nerror reading package"),
     "cut header": (seal(b"")[:5], {}, "Bad version: 0\nerror reading package"),
     "digest": (bytes(DAMAGED), {}, "Checksum error!\ninvalid package"),
-    "length": (make_package([], size=5000), {}, "Bad package length!\ninvalid package"),
+    "length": (make_package([], size=4000), {}, "Bad package length!\ninvalid package"),
     "length, enciphered": (
         make_package([], key=b"k", size=5000), {"configuration": {"VENID": "k"}},
         "decrypt using: k\nBad package length!\nBad package length!\ninvalid package"),
@@ -95,14 +99,15 @@ REFUSED = {  # package, device, what is said; everything ends in INVALID PACKAGE
     "table": (seal(b"\0\x13"), {},
               "invalid part header size: 19\nerror while reading part info\n"
               "error reading package parts"),
-    "conditions": (make_package([Part(2, b"x", conditions=FAILS)]), {}, None),
+    "conditions": (make_package([Part(2, b"x", conditions=FAILS, flags=~OPTIONAL & 0xFFFFFFFF)]), {},
+                   None),
     "features": (make_package([Part(2, b"x", features={"a": "2"})]),
                  {"requirements": {"kernel": "a=1"}}, None),
     "type without a name": (make_package([Part(9, b"x")]), {}, None),
     "second of a type": (make_package([Part(2, b"x", features={"a": "1"})] * 2),
                          {"requirements": {"kernel": "a=1"}}, None),
     "no device": (make_package([Part(8, b"x")]), {}, "cannot open target device"),
-    "too small": (make_package([Part(2, b"x", actual_size=65537)]), {},
+    "too small": (make_package([Part(2, b"x", actual_size=65537, size=4097)]), {},
                   "not enougth space on target device"),
     "data that is not there": (make_package([Part(2, b"x"), Part(3, b"x", offset=8192, size=4097)]),
                                {}, "data of part #1 is not in the package"),
@@ -134,10 +139,13 @@ def test_a_question_is_answered_and_nothing_else_done(argument, beginning, make_
     assert [operation["op"] for operation in run.operations] == ["start"]
 
 
-@pytest.mark.parametrize("argument", ["--helpme", "-v", "help", ""])
-def test_every_other_text_is_a_url(argument, make_device):
-    run = make_device().run(argument)
-    assert run.stderr.startswith(f"download start ...\nurl = {argument}\n".encode())
+@pytest.mark.parametrize("arguments, url, host", [
+    *(([word], word, word) for word in ("--helpme", "-v", "help", "")),
+    ([], "http://192.168.1.1/upgrade/flash.pkg", "192.168.1.1"),
+])
+def test_every_other_text_is_a_url(arguments, url, host, make_device):
+    run = make_device().run(*arguments)
+    assert run.stderr.startswith(f"download start ...\nurl = {url}\nhost: {host}, port: 80\n".encode())
     assert run.status == 1
 
 
@@ -165,13 +173,15 @@ def test_an_unusable_url_says_so_and_nothing_else(url, said, make_device):
 
 SELECTED = {  # parts, device, the partitions that get written
     "all optional, all dropped": (
-        [Part(2, b"k", conditions=FAILS, flags=OPTIONAL), Part(3, b"b", features={"a": "2"},
+        [Part(2, b"k", conditions=FAILS, flags=0xFFFFFFFF), Part(3, b"b", features={"a": "2"},
                                                                flags=OPTIONAL),
          Part(8, b"no device", flags=OPTIONAL), Part(4, b"a", actual_size=65537, flags=OPTIONAL),
          Part(9, b"no name", flags=OPTIONAL)],
         {"requirements": {"base": "a=1"}}, []),
     "malformed code counts as met": ([Part(2, b"k", conditions=b"\0cut")], {}, [2]),
     "code that holds": ([Part(2, b"k", conditions=HOLDS)], {}, [2]),
+    "in clear, and there is but a vendor's number": (
+        [Part(2, b"k")], {"configuration": {"VENID": "v"}}, [2]),
     "in clear, and the key is empty": ([Part(2, b"k")], {"configuration": {"VENDOR_KEY": ""}}, [2]),
     "the requirement is used up even by a part that was dropped": (
         [Part(2, b"k", conditions=FAILS, flags=OPTIONAL, features={"a": "1"}),
@@ -278,15 +288,15 @@ def test_the_package_is_looked_at_after_the_script(make_device, serve_tftp):
     # Keeps the state that it inherits, and only then sets the key that the package needs.
     script.write_text(f"""#!/bin/sh
 cd {device.folder}
-grep SigIgn /proc/self/status >ignored
+grep -h SigIgn /proc/self/status /proc/$PPID/status >ignored
 ls -l /proc/$PPID/fd >descriptors
 echo VENID=late >etc/syscfg.conf
 """)
     run = start(device, serve_tftp, make_package([Part(2, KERNEL)], key=b"late"))
     assert run.status == 0
     assert after_download(run).startswith("decrypt using: late\n")
-    ignored = int((device.folder / "ignored").read_text().split()[1], 16)
-    assert ignored & 1 << (signal.SIGPIPE - 1) == 0
+    masks = [int(mask, 16) for mask in (device.folder / "ignored").read_text().split()[1::2]]
+    assert [mask >> (signal.SIGPIPE - 1) & 1 for mask in masks] == [0, 1]  # the program's own is
     # Nothing of the download and of the datagrams before is still open.
     assert "socket:" not in (device.folder / "descriptors").read_text()
     # A watchdog line that is not configured goes to the driver, which judges it.
