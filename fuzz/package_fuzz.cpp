@@ -92,12 +92,12 @@ void run_upgrade(upgrade_context *context, fuzz::world *world)
 
 extern "C" const char *getsyscfg(const char *key)
 {
-    if (strcmp(key, "VENDOR_KEY") == 0)
-        return (choices & choice_vendor_key) != 0         ? "secret"
-               : (choices & choice_empty_vendor_key) != 0 ? ""
-                                                          : nullptr;
-    if (strcmp(key, "VENID") == 0)
-        return (choices & choice_vendor_id) != 0 ? "vendor" : nullptr;
+    if (strcmp(key, "VENDOR_KEY") == 0 && (choices & choice_vendor_key) != 0)
+        return "secret";
+    if (strcmp(key, "VENDOR_KEY") == 0 && (choices & choice_empty_vendor_key) != 0)
+        return "";
+    if (strcmp(key, "VENID") == 0 && (choices & choice_vendor_id) != 0)
+        return "vendor";
     if (strcmp(key, "board") == 0)
         return "rev2";
     return strcmp(key, "ram") == 0 ? "128" : nullptr;

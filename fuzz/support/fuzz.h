@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -25,13 +26,11 @@ void require(bool holds, const char *what);
 /// The input from front to back. What is missing at its end is 0 or empty.
 class input {
 public:
-    input(const uint8_t *data, size_t size) : at_(data), left_(size) {}
+    input(const uint8_t *data, size_t size) : left_(data, size) {}
     uint8_t byte()
     {
-        if (left_ == 0)
-            return 0;
-        left_--;
-        return *at_++;
+        const std::vector<uint8_t> taken = bytes(1);
+        return taken.empty() ? uint8_t{0} : taken[0];
     }
     unsigned word()
     {
@@ -40,11 +39,9 @@ public:
     }
     std::vector<uint8_t> bytes(size_t size)
     {
-        const size_t taken = std::min(size, left_);
-        std::vector<uint8_t> result(at_, at_ + taken);
-        at_ += taken;
-        left_ -= taken;
-        return result;
+        const auto taken = left_.first(std::min(size, left_.size()));
+        left_ = left_.subspan(taken.size());
+        return {taken.begin(), taken.end()};
     }
     /// Up to the next NUL, which is taken too.
     std::string text()
@@ -56,16 +53,11 @@ public:
     }
     std::vector<uint8_t> rest()
     {
-        return bytes(left_);
-    }
-    [[nodiscard]] size_t left() const
-    {
-        return left_;
+        return bytes(left_.size());
     }
 
 private:
-    const uint8_t *at_;
-    size_t left_;
+    std::span<const uint8_t> left_;
 };
 
 /// A writable copy of exactly the size of a text and its NUL, so that the address sanitizer sees

@@ -6,19 +6,23 @@
 // The order counts: the options say how the library was built.
 #include <wolfssl/ssl.h>
 
-#include "fuzz/support/wrap.h"
+#include "fuzz/support/world.h"
+#include "tools/simdev/core/real.h"
 
 namespace {
 
 char object; // what no function looks into
 int connection_socket = -1;
 
-template<typename bytes>
-int on_connection(ssize_t (*transfer)(int, bytes *, size_t), bytes *buffer, int size)
+// An object of the library, unless the call is the one to fail.
+template<typename Object> Object *made()
 {
-    if (fuzz::fails_now() || !fuzz::is_ours(connection_socket))
-        return -1;
-    return static_cast<int>(transfer(connection_socket, buffer, static_cast<size_t>(size)));
+    return fuzz::fails_now() ? nullptr : reinterpret_cast<Object *>(&object);
+}
+
+int done()
+{
+    return fuzz::fails_now() ? WOLFSSL_FAILURE : WOLFSSL_SUCCESS;
 }
 
 } // namespace
@@ -31,15 +35,12 @@ int on_connection(ssize_t (*transfer)(int, bytes *, size_t), bytes *buffer, int 
         return answer;                                                                             \
     }
 
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
 REPLACED(WOLFSSL_METHOD *, wolfSSLv23_client_method, reinterpret_cast<WOLFSSL_METHOD *>(&object),
          void)
-REPLACED(WOLFSSL_CTX *, wolfSSL_CTX_new,
-         fuzz::fails_now() ? nullptr : reinterpret_cast<WOLFSSL_CTX *>(&object), WOLFSSL_METHOD *)
-REPLACED(int, wolfSSL_CTX_load_verify_locations,
-         fuzz::fails_now() ? WOLFSSL_FAILURE : WOLFSSL_SUCCESS, WOLFSSL_CTX *, const char *,
-         const char *)
-REPLACED(WOLFSSL *, wolfSSL_new, fuzz::fails_now() ? nullptr : reinterpret_cast<WOLFSSL *>(&object),
-         WOLFSSL_CTX *)
+REPLACED(WOLFSSL_CTX *, wolfSSL_CTX_new, made<WOLFSSL_CTX>(), WOLFSSL_METHOD *)
+REPLACED(int, wolfSSL_CTX_load_verify_locations, done(), WOLFSSL_CTX *, const char *, const char *)
+REPLACED(WOLFSSL *, wolfSSL_new, made<WOLFSSL>(), WOLFSSL_CTX *)
 REPLACED(void, wolfSSL_set_verify, void(), WOLFSSL *, int, VerifyCallback)
 REPLACED(void, wolfSSL_CTX_SetIORecv, void(), WOLFSSL_CTX *, CallbackIORecv)
 REPLACED(void, wolfSSL_CTX_SetIOSend, void(), WOLFSSL_CTX *, CallbackIOSend)
@@ -50,7 +51,10 @@ REPLACED(void, wolfSSL_CTX_free, void(), WOLFSSL_CTX *)
 REPLACED(int, wolfSSL_shutdown, WOLFSSL_SUCCESS, WOLFSSL *)
 REPLACED(int, wolfSSL_set_fd, (connection_socket = fd, WOLFSSL_SUCCESS), WOLFSSL *, int fd)
 REPLACED(int, wolfSSL_connect, fuzz::fails_now() ? WOLFSSL_FATAL_ERROR : WOLFSSL_SUCCESS, WOLFSSL *)
-REPLACED(int, wolfSSL_read, on_connection(fuzz::read_descriptor, buffer, size), WOLFSSL *,
-         void *buffer, int size)
-REPLACED(int, wolfSSL_write, on_connection(fuzz::write_descriptor, buffer, size), WOLFSSL *,
-         const void *buffer, int size)
+REPLACED(int, wolfSSL_read,
+         static_cast<int>(real.read(connection_socket, buffer, static_cast<size_t>(size))),
+         WOLFSSL *, void *buffer, int size)
+REPLACED(int, wolfSSL_write,
+         static_cast<int>(real.write(connection_socket, buffer, static_cast<size_t>(size))),
+         WOLFSSL *, const void *buffer, int size)
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

@@ -1,120 +1,213 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "fuzz/support/world.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <optional>
-#include <unistd.h>
 #include <unordered_set>
 
 #include "fuzz/support/fuzz.h"
-#include "fuzz/support/wrap.h"
+#include "fuzz/support/tftp_peer.h"
+#include "tools/simdev/core/real.h"
 #include "tools/simdev/core/scripted_peer.h"
 
 namespace {
 
-constexpr size_t descriptor_count = 256;
-constexpr size_t packet_size = 516;
-constexpr uint16_t transfer_port = 4711;
-
-enum descriptor_kind { free_descriptor, stream_descriptor, datagram_descriptor, device_descriptor };
+enum descriptor_kind { free_descriptor, stream_socket, datagram_socket, device_file };
 
 struct descriptor {
     descriptor_kind kind = free_descriptor;
     bool connected = false;
-    scripted_peer peer = {};
-    size_t position = 0; // in the device
-    std::vector<uint8_t> *device = nullptr;
+    scripted_peer peer = {};                // of a connected stream
+    std::vector<uint8_t> *device = nullptr; // what a device holds
+    size_t position = 0;
 };
 
 struct state {
     fuzz::world *world;
     nth_call calls = {};
-    std::array<descriptor, descriptor_count> descriptors;
-    scripted_peers peers = {};
-    size_t next_datagram = 0; // in the script of datagrams
-    unsigned whole_blocks = 0;
-    uint16_t awaited = 0;
-    bool port_is_known = false;
-    std::unordered_set<void *> memory;
+    std::array<descriptor, 256> descriptors = {};
+    scripted_peers streams = {};
+    fuzz::tftp_peer datagrams = {};
+    std::unordered_set<void *> memory = {};
 };
 
 thread_local state *current = nullptr;
+sim_real real_system;
 
-descriptor &at(int fd)
+int new_descriptor(const descriptor &value)
 {
-    return current->descriptors[static_cast<size_t>(fd - fuzz::first_descriptor)];
+    descriptor *place = std::ranges::find(current->descriptors, free_descriptor, &descriptor::kind);
+    fuzz::require(place != current->descriptors.end(), "a run needs no more than a few");
+    *place = value;
+    return fuzz::first_descriptor + static_cast<int>(place - current->descriptors.begin());
 }
 
-int new_descriptor(descriptor value)
+descriptor *find(int fd)
 {
-    for (size_t index = 0; index < descriptor_count; index++) {
-        if (current->descriptors[index].kind == free_descriptor) {
-            current->descriptors[index] = value;
-            return fuzz::first_descriptor + static_cast<int>(index);
-        }
+    const auto index = static_cast<size_t>(fd - fuzz::first_descriptor);
+    if (fd >= fuzz::first_descriptor && index < current->descriptors.size() &&
+        current->descriptors[index].kind != free_descriptor)
+        return &current->descriptors[index];
+    errno = EBADF;
+    return nullptr;
+}
+
+// A call of the system on a descriptor: fails where it is the one to fail and for what is none of
+// the world, else it is `answer`.
+template<auto answer, typename Result, typename... Rest> Result call_on(int fd, Rest... rest)
+{
+    descriptor *found = fuzz::fails_now() ? nullptr : find(fd);
+    return found == nullptr ? -1 : answer(found, rest...);
+}
+
+// NOLINTNEXTLINE(cert-dcl50-cpp): the real call's form
+int open_device(const char *path, int /*flags*/, ...)
+{
+    const auto device = current->world->devices.find(path);
+    errno = ENOENT;
+    if (fuzz::fails_now() || device == current->world->devices.end())
+        return -1;
+    return new_descriptor({.kind = device_file, .device = &device->second});
+}
+
+int open_socket(int /*domain*/, int type, int /*protocol*/)
+{
+    if (fuzz::fails_now())
+        return -1;
+    return new_descriptor({.kind = type == SOCK_STREAM ? stream_socket : datagram_socket});
+}
+
+int close_descriptor(int fd)
+{
+    descriptor *closed = find(fd);
+    if (closed == nullptr)
+        return -1;
+    *closed = {};
+    return 0;
+}
+
+int connect_stream(descriptor *socket, const sockaddr * /*address*/, socklen_t /*size*/)
+{
+    socket->connected = true;
+    socket->peer = current->streams.connect();
+    return 0;
+}
+
+// Any host but one that begins with "unknown" is this machine.
+hostent *find_host(const char *name)
+{
+    static in_addr address = {htonl(INADDR_LOOPBACK)};
+    static char *addresses[] = {reinterpret_cast<char *>(&address), nullptr};
+    static hostent host = {nullptr, nullptr, AF_INET, sizeof address, addresses};
+    return fuzz::fails_now() || strncmp(name, "unknown", 7) == 0 ? nullptr : &host;
+}
+
+ssize_t read_bytes(descriptor *from, void *buffer, size_t size)
+{
+    errno = ENOTCONN;
+    if (from->kind != device_file)
+        return from->connected ? from->peer.read(buffer, size) : -1;
+    const size_t position = std::min(from->position, from->device->size());
+    const size_t count = std::min(size, from->device->size() - position);
+    std::copy_n(from->device->data() + position, count, static_cast<uint8_t *>(buffer));
+    from->position = position + count;
+    return static_cast<ssize_t>(count);
+}
+
+ssize_t write_bytes(descriptor *to, const void *buffer, size_t size)
+{
+    if (to->kind == device_file) {
+        to->device->resize(std::max(to->device->size(), to->position + size));
+        std::copy_n(static_cast<const uint8_t *>(buffer), size, to->device->data() + to->position);
+        to->position += size;
+    } else {
+        to->peer.take(buffer, size);
     }
-    fuzz::require(false, "a run needs no more than a few descriptors");
-    return -1;
+    return static_cast<ssize_t>(size);
 }
 
-uint8_t next_script_byte()
+// From the end or from the beginning.
+off64_t seek_device(descriptor *device, off64_t offset, int whence)
 {
-    const std::vector<uint8_t> &script = current->world->datagrams;
-    return current->next_datagram < script.size() ? script[current->next_datagram++] : uint8_t{0};
+    offset += whence == SEEK_END ? static_cast<off64_t>(device->device->size()) : 0;
+    errno = EINVAL;
+    if (offset < 0)
+        return -1;
+    device->position = static_cast<size_t>(offset);
+    return offset;
 }
 
-std::vector<uint8_t> script_bytes(size_t count)
+ssize_t receive_datagram(descriptor * /*socket*/, void *buffer, size_t size, int /*flags*/,
+                         sockaddr *address, socklen_t * /*address_size*/)
 {
-    const std::vector<uint8_t> &script = current->world->datagrams;
-    const size_t taken = std::min(count, script.size() - current->next_datagram);
-    const auto begin = script.begin() + static_cast<std::ptrdiff_t>(current->next_datagram);
-    current->next_datagram += taken;
-    return {begin, begin + static_cast<std::ptrdiff_t>(taken)};
+    uint16_t port = 0;
+    const ssize_t count = current->datagrams.receive(buffer, size, &port);
+    reinterpret_cast<sockaddr_in *>(address)->sin_port = htons(port);
+    return count;
 }
 
-std::vector<uint8_t> tftp_block(unsigned number, size_t size)
+ssize_t send_datagram(descriptor * /*socket*/, const void *packet, size_t size, int /*flags*/,
+                      const sockaddr * /*address*/, socklen_t /*address_size*/)
 {
-    std::vector<uint8_t> packet = {0, 3, static_cast<uint8_t>(number >> 8),
-                                   static_cast<uint8_t>(number)};
-    packet.resize(packet.size() + size, static_cast<uint8_t>(number));
-    return packet;
+    current->datagrams.take(packet, size);
+    return static_cast<ssize_t>(size);
 }
 
-bool datagram_is(fuzz::datagram_kind kind)
+// One descriptor is waited for at a time; everything can be written at once.
+int wait_for(int count, fd_set *readable, fd_set * /*writable*/, fd_set *exceptional,
+             timeval * /*timeout*/)
 {
-    const std::vector<uint8_t> &script = current->world->datagrams;
-    return current->whole_blocks == 0 && current->next_datagram < script.size() &&
-           script[current->next_datagram] % fuzz::datagram_kind_count == kind;
+    descriptor *waited = fuzz::fails_now() ? nullptr : find(count - 1);
+    if (waited == nullptr)
+        return -1;
+    if (exceptional != nullptr)
+        FD_ZERO(exceptional);
+    if (readable == nullptr ||
+        (waited->kind == datagram_socket ? current->datagrams.readable() : waited->peer.readable()))
+        return 1;
+    FD_ZERO(readable);
+    return 0;
 }
 
-// The datagram of the script that comes next; none for a failed receive.
-std::optional<std::vector<uint8_t>> next_datagram(uint16_t *port)
+int set_option(descriptor * /*socket*/, int /*level*/, int /*name*/, const void * /*value*/,
+               socklen_t /*size*/)
 {
-    if (current->whole_blocks > 0) {
-        current->whole_blocks--;
-        return tftp_block(current->awaited, packet_size - 4);
-    }
-    switch (next_script_byte() % fuzz::datagram_kind_count) {
-    case fuzz::datagram_whole:
-        current->whole_blocks = next_script_byte();
-        return tftp_block(current->awaited, packet_size - 4);
-    case fuzz::datagram_part:
-        return tftp_block(current->awaited, next_script_byte());
-    case fuzz::datagram_duplicate:
-        return tftp_block(current->awaited - 1U, packet_size - 4);
-    case fuzz::datagram_foreign:
-        *port = static_cast<uint16_t>(transfer_port + 1);
-        return script_bytes(next_script_byte());
-    case fuzz::datagram_large:
-        return script_bytes(600);
-    case fuzz::datagram_failure:
-        return std::nullopt;
-    default:
-        return script_bytes(next_script_byte());
-    }
+    return 0;
+}
+
+// NOLINTNEXTLINE(cert-dcl50-cpp): the real call's form
+int control_device(int fd, ioctl_request /*request*/, ...)
+{
+    return fuzz::fails_now() || find(fd) == nullptr ? -1 : 0;
+}
+
+// libFuzzer has a thread that sleeps.
+int rest(clockid_t clock, int flags, const timespec *time, timespec *left)
+{
+    return fuzz::caught() ? 0 : real_system.clock_nanosleep(clock, flags, time, left);
+}
+
+void take_the_place_of_the_system()
+{
+    real_find();
+    real_system = real;
+    real.open64 = open_device;
+    real.read = call_on<read_bytes>;
+    real.write = call_on<write_bytes>;
+    real.lseek64 = call_on<seek_device>;
+    real.close = close_descriptor;
+    real.ioctl = control_device;
+    real.clock_nanosleep = rest;
+    real.select = wait_for;
+    real.socket = open_socket;
+    real.connect = call_on<connect_stream>;
+    real.sendto = call_on<send_datagram>;
+    real.recvfrom = call_on<receive_datagram>;
+    real.setsockopt = call_on<set_option>;
+    real.gethostbyname = find_host;
 }
 
 } // namespace
@@ -123,17 +216,18 @@ namespace fuzz {
 
 run::run(world *world)
 {
+    take_the_place_of_the_system();
     current = new state{.world = world,
                         .calls = {.fails_at = world->fault},
-                        .descriptors = {},
-                        .peers = {world->streams},
-                        .memory = {}};
+                        .streams = {world->script},
+                        .datagrams = {world->script}};
 }
 
 run::~run()
 {
-    state *ended = current;
+    const state *ended = current;
     current = nullptr;
+    real = real_system;
     for (void *memory : ended->memory)
         free(memory);
     delete ended;
@@ -141,10 +235,9 @@ run::~run()
 
 size_t run::open_descriptors()
 {
-    size_t count = 0;
-    for (const descriptor &each : current->descriptors)
-        count += each.kind != free_descriptor ? 1 : 0;
-    return count;
+    const auto &all = current->descriptors;
+    const auto unused = std::ranges::count(all, free_descriptor, &descriptor::kind);
+    return all.size() - static_cast<size_t>(unused);
 }
 
 size_t run::allocations()
@@ -160,127 +253,6 @@ bool caught()
 bool fails_now()
 {
     return current->calls.fails();
-}
-
-bool is_ours(int fd)
-{
-    return caught() && fd >= first_descriptor &&
-           fd < first_descriptor + static_cast<int>(descriptor_count);
-}
-
-int open_device(const char *path)
-{
-    const auto device = current->world->devices.find(path);
-    if (device == current->world->devices.end()) {
-        errno = ENOENT;
-        return -1;
-    }
-    return new_descriptor({.kind = device_descriptor, .device = &device->second});
-}
-
-int open_socket(int type)
-{
-    return new_descriptor({.kind = type == 1 ? stream_descriptor : datagram_descriptor});
-}
-
-int close_descriptor(int fd)
-{
-    if (at(fd).kind == free_descriptor) {
-        errno = EBADF;
-        return -1;
-    }
-    at(fd) = {};
-    return 0;
-}
-
-int connect_stream(int fd)
-{
-    at(fd).connected = true;
-    at(fd).peer = current->peers.connect();
-    return 0;
-}
-
-bool readable(int fd)
-{
-    descriptor &socket = at(fd);
-    if (socket.kind == datagram_descriptor) {
-        if (current->whole_blocks == 0 && datagram_is(datagram_silence)) {
-            current->next_datagram++;
-            return false;
-        }
-        return current->whole_blocks > 0 ||
-               current->next_datagram < current->world->datagrams.size();
-    }
-    return socket.peer.readable();
-}
-
-ssize_t read_descriptor(int fd, void *buffer, size_t size)
-{
-    descriptor &from = at(fd);
-    auto *bytes = static_cast<uint8_t *>(buffer);
-    if (from.kind == device_descriptor) {
-        const size_t position = std::min(from.position, from.device->size());
-        const size_t count = std::min(size, from.device->size() - position);
-        std::copy_n(from.device->data() + position, count, bytes);
-        from.position = position + count;
-        return static_cast<ssize_t>(count);
-    }
-    if (from.kind != stream_descriptor || !from.connected) {
-        errno = ENOTCONN;
-        return -1;
-    }
-    return from.peer.read(buffer, size);
-}
-
-ssize_t write_descriptor(int fd, const void *buffer, size_t size)
-{
-    descriptor &to = at(fd);
-    const auto *bytes = static_cast<const uint8_t *>(buffer);
-    if (to.kind != device_descriptor) {
-        to.peer.take(buffer, size);
-        return static_cast<ssize_t>(size);
-    }
-    if (to.device->size() < to.position + size)
-        to.device->resize(to.position + size);
-    std::copy_n(bytes, size, to.device->begin() + static_cast<std::ptrdiff_t>(to.position));
-    to.position += size;
-    return static_cast<ssize_t>(size);
-}
-
-ssize_t receive_datagram(void *buffer, size_t size, uint16_t *port)
-{
-    *port = transfer_port;
-    const std::optional<std::vector<uint8_t>> packet = next_datagram(port);
-    if (!packet) {
-        errno = ECONNREFUSED;
-        return -1;
-    }
-    const size_t count = std::min(size, packet->size());
-    std::copy_n(packet->data(), count, static_cast<uint8_t *>(buffer));
-    return static_cast<ssize_t>(count);
-}
-
-ssize_t send_datagram(const uint8_t *packet, size_t size)
-{
-    if (size >= 2 && packet[1] == 1)
-        current->awaited = 1;
-    if (size >= 4 && packet[1] == 4)
-        current->awaited = static_cast<uint16_t>((packet[2] << 8 | packet[3]) + 1);
-    return static_cast<ssize_t>(size);
-}
-
-off_t seek_device(int fd, off_t offset, int whence)
-{
-    descriptor &device = at(fd);
-    const off_t base = whence == SEEK_END   ? static_cast<off_t>(device.device->size())
-                       : whence == SEEK_CUR ? static_cast<off_t>(device.position)
-                                            : 0;
-    if (base + offset < 0) {
-        errno = EINVAL;
-        return -1;
-    }
-    device.position = static_cast<size_t>(base + offset);
-    return base + offset;
 }
 
 void *keep(void *memory)

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The world around the program while a fuzz target runs: system calls and allocations are caught at
-// link time (support/wrap.cpp) and answered from here, at once and from the input alone. Nothing
-// reaches the machine, nothing waits, and a run leaves nothing behind for the next one.
+// The world around the program while a fuzz target runs. simdev's face takes the program's system
+// calls over; behind it, in place of the real system, stands what the input says: everything is
+// answered at once, nothing reaches the machine, and a run leaves nothing behind for the next one.
+// Not simdev's model of a device, which has the time, the partitions' ends and the ends of a
+// program that a real one has: here a program must get along with whatever comes, ten thousand
+// times a second.
 //
 // A descriptor of the world is a number from first_descriptor on, so that a real one can never be
 // taken for it. Only the thread and the time of a `run` are caught; the fuzzer itself is not.
@@ -18,23 +21,10 @@ namespace fuzz {
 
 constexpr int first_descriptor = 500;
 
-/// Kinds of record in the script of datagrams, taken modulo their number.
-enum datagram_kind : uint8_t {
-    datagram_whole,     ///< the awaited TFTP block, 512 bytes of data; a byte: how many in a row
-    datagram_part,      ///< the awaited TFTP block with as many bytes of data as the next byte says
-    datagram_duplicate, ///< the TFTP block before the awaited one
-    datagram_raw,       ///< as many bytes of the script as the next byte says
-    datagram_foreign,   ///< as raw, from another port
-    datagram_large,     ///< as raw, cut off from 600 bytes of the script
-    datagram_silence,   ///< the wait runs out
-    datagram_failure,   ///< the receive fails
-    datagram_kind_count,
-};
-
 /// What the world does in one run.
 struct world {
-    std::vector<uint8_t> streams;   ///< script of the TCP peers (scripted_peer.h)
-    std::vector<uint8_t> datagrams; ///< script of the UDP peer; silence at its end
+    /// What the peers send: TCP peers as in scripted_peer.h, the UDP peer as in tftp_peer.h.
+    std::vector<uint8_t> script;
     /// The n-th caught call, from 1, fails as the system lets it fail; 0 for none.
     unsigned fault = 0;
     /// Block devices that can be opened, by path, and what they hold; they grow when written.
@@ -54,5 +44,17 @@ public:
     static size_t open_descriptors();
     static size_t allocations();
 };
+
+// For the calls that are caught beside the face's (memory.cpp, tls.cpp):
+
+/// Whether calls of this thread are caught.
+bool caught();
+
+/// Counts a caught call that may fail. True when it is the one to fail; errno is then set.
+bool fails_now();
+
+/// Memory that is released at the end of the run, unless it is null; returns it.
+void *keep(void *memory);
+void forget(void *memory);
 
 } // namespace fuzz
