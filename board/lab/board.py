@@ -1,6 +1,8 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """The emulated board: an AST2600 evaluation board with a flash chip whose content is a file."""
 import contextlib
+import json
+import re
 import subprocess
 import textwrap
 import time
@@ -18,7 +20,7 @@ RUN_SECONDS = 400  # far more than a run takes, also on a busy machine
 class Run:
     """One start of the board: from power-on to a reset, or to `cut`.
 
-    `task` are the BOARD_* values of the board's init. The results appear in the folder `lab`. A
+    `task` are BOARD_* values of the board's init. The results appear in the folder `lab`. A
     board that takes longer than RUN_SECONDS is stalled: it says what its tasks wait for, on the
     console, and is cut.
     """
@@ -50,7 +52,13 @@ class Run:
         return file.read_text(errors="replace") if file.exists() else ""
 
     def has_reported(self, stage):
-        return f"UPGRD_STAGE={stage}" in self.text("status")
+        return f"UPGRD_STAGE={stage}" in self.text("info")
+
+    def datagrams(self, receiver):
+        """What upgrade-follow recorded: its first line and its last are its own."""
+        records = [json.loads(line) for line in self.text(receiver).splitlines()
+                   if line.endswith("}")]  # all of it, whenever the power was cut
+        return [record["text"] for record in records if "text" in record]
 
     def running(self):
         """False once the board was reset or cut; cuts a board that takes too long."""
@@ -89,18 +97,18 @@ class Run:
         """Waits for the board's reset. Gives what is in the results."""
         while self.running():
             time.sleep(0.05)
-        values = dict(line.split() for line in self.text("result").splitlines())
+        values = dict(re.findall(r"(\w+) ([\d.]+)", self.text("result")))
         kicks = [line.split() for line in self.text("kicks").splitlines()]
-        status = [line.split(" ", 2) for line in self.text("status").splitlines()]
         return SimpleNamespace(
             finished=(self.lab / "finished").exists(),
             seconds=time.monotonic() - self.started,
             returncode=self.process.returncode,  # the emulator's
             exit=int(values.get("exit", -1)),
             program_seconds=float(values.get("seconds", 0)),
-            peak_kib=int(values.get("peak_kib", 0)),
+            peak_kib=int(values.get("fourfold_kib", 0)) // 4,
             kicks=[(float(when), int(line), int(level), what) for when, line, level, what in kicks],
-            status=[(float(when), who, text) for when, who, text in status],
+            info=self.datagrams("info"),
+            syscfg=self.datagrams("syscfg"),
             log=self.text("log"),
             network=self.text("network"),
             raw={int(file.suffix[1:]): file.read_bytes() for file in self.lab.glob("raw.*")},

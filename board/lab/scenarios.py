@@ -55,11 +55,10 @@ class Laboratory:
         self.check(run.finished and run.exit == 0, f"exit status 0 (was {run.exit})")
         if run.exit != 0:
             print(textwrap.indent(run.log, "         | "))
-        info = [text for _, who, text in run.status if who == "info"]
-        syscfg = [text for _, who, text in run.status if who == "syscfg"]
-        stages = [text.split("=")[1] for text in info if "STAGE" in text]
+        stages = [text.split("=")[1] for text in run.info if "STAGE" in text]
         expected = ["DOWNLOADING", "WRITING", "VERIFYING", "DONE"][1 if downloads_silently else 0 :]
-        self.check(stages == expected and info == syscfg, f"both receivers saw {' '.join(stages)}")
+        seen_by_both = stages == expected and run.info == run.syscfg
+        self.check(seen_by_both, f"both receivers saw {' '.join(stages)}")
         levels = [level for _, _, level, _ in run.kicks]
         fed = all(line == 17 and what == "fed" for _, line, _, what in run.kicks)
         least = 2 * block_count(package)
@@ -82,47 +81,51 @@ class Laboratory:
         expected = {number: package.partition(number, before[number]) for number in package.data}
         self.check(run.raw == expected, text)
 
-    def upgrade(self, url, program="upgrade", reboot=True):
-        """An upgrade; the board is started again and its flash read raw."""
+    def upgrade(self, url, program="upgrade"):
+        """An upgrade of a chip in use; gives what it held before, by partition."""
         print(f"{program} {url}")
-        package = self.small if url.endswith("small.pkg") else self.package
         before = self.new_chip()
-        run = self.start(
-            task="upgrade", url=url, program=program, watchdog=WATCHDOG_SECONDS
-        ).finish()
+        self.upgrade_chip(url, program, before)
+        return {n: before[at : at + size] for n, (at, size) in layout().items()}
+
+    def upgrade_chip(self, url, program, before):
+        """An upgrade of what is in the chip, where it is to change what `before` holds."""
+        package = self.small if url.endswith("small.pkg") else self.package
+        run = self.start(url=url, program=program, watchdog=WATCHDOG_SECONDS).finish()
         self.check_run(run, package, url.startswith("tftp:"))
         self.check_chip(package.chip(before), f"all {CHIP_SIZE} bytes of the chip are right")
-        if reboot:
-            run = self.start(task="inspect").finish()
-            slices = {n: before[at : at + size] for n, (at, size) in layout().items()}
-            text = f"so the board reads them after a reboot ({run.seconds:.1f} s)"
-            self.check_raw(run, package, slices, text)
+
+    def check_after_reboot(self, run, before):
+        self.check_raw(run, self.package, before, "the board reads what was written before it started")
+
+    def reboot(self, before):
+        self.check_after_reboot(self.start(inspect=1).finish(), before)
 
     def memory(self, scheme, program):
         """The largest package, which asks for another board: refused once all memory is in use."""
         before = self.new_chip()
         url = url_of(scheme, "largest.pkg")
-        run = self.start(task="upgrade", url=url, program=program).finish()
+        run = self.start(url=url, program=program).finish()
         refused = run.exit == 1 and "UPGRD_ERROR=INVALID PACKAGE" in run.log
         print(f"{program} {url}: peak memory {run.peak_kib} KiB")
         self.check(refused and self.chip.read_bytes() == before, "refused, the chip is untouched")
 
-    def watchdog(self):
-        print("a network-stop script that never ends")
-        before = self.new_chip()
-        run = self.start(
-            task="upgrade", url=url_of("tftp"), watchdog=5, stop="network.hang"
-        ).finish()
+    def watchdog(self, before):
+        """On the chip that an upgrade of `before` left: what it left is read first."""
+        print("the board after a reboot, and a network-stop script that never ends")
+        chip = self.chip.read_bytes()
+        run = self.start(url=url_of("tftp"), inspect=1, watchdog=5, stop="network.hang").finish()
+        self.check_after_reboot(run, before)
         self.check("tftp download packet length" in run.log, "the package was downloaded")
         panic = "panic" in (self.work / "console").read_text(errors="replace")
         reset = not run.finished and run.returncode == 0 and not panic
         self.check(reset, "the watchdog reset the board")
-        self.check_chip(before, "the chip is untouched")
+        self.check_chip(chip, "the chip is untouched")
 
     def nand(self):
         print("a simulated NAND chip")
         self.new_chip()
-        run = self.start(task="upgrade", url=url_of("tftp"), flash="nand").finish()
+        run = self.start(url=url_of("tftp"), flash="nand").finish()
         self.check_run(run, self.package, True)
         erased = {number: b"\xff" * (8 << 20) for number in self.package.data}
         self.check_raw(run, self.package, erased, "the partitions, read raw, are right")
@@ -132,9 +135,7 @@ class Laboratory:
         print(f"a NAND chip with a bad block, {'held open' if hold else 'not held open'} by others")
         self.new_chip()
         task = {"hold": 3} if hold else {}
-        run = self.start(
-            task="upgrade", url=url_of("tftp"), flash="nand", nand="badblocks=193", **task
-        ).finish()
+        run = self.start(url=url_of("tftp"), flash="nand", nand="badblocks=193", **task).finish()
         self.check(run.exit == 0 and "STAGE=DONE" in run.log, "the run is successful all the same")
         seen = "block #32 differ" in run.log
         self.check(seen == differs, f"the read-back {'sees' if differs else 'does not see'} it")
@@ -170,31 +171,27 @@ class Laboratory:
         self.check(whole, "a partition with the new trailer is new as a whole")
         print(f"         {written} blocks were reported written, {arrived} are on the chip")
 
-    def cut(self, number):
-        """A power cut at a random moment of writing, and the upgrade that follows it."""
+    def cut(self, number, scheme="http"):
+        """A power cut at a random moment of writing, and an upgrade over `scheme` after it."""
         moment = random.Random(f"{self.seed} {number}")
         blocks = block_count(self.small)
         kick, pause = moment.randrange(blocks), moment.uniform(0, 0.06)
         print(f"power cut {number}: {pause * 1000:.0f} ms after block {kick} of {blocks}")
         before = self.new_chip()
         after = self.small.chip(before)
-        run = self.start(task="upgrade", url=url_of("tftp", "small.pkg"))
+        run = self.start(url=url_of("tftp", "small.pkg"))
         reached = run.wait_for(lambda: run.has_reported("WRITING"))
         reached = reached and run.wait_for(lambda: run.text("kicks").count("\n") >= kick)
         time.sleep(pause)
         self.check(reached and run.process.poll() is None, "the power was cut while writing")
         run.cut()
         self.check_cut_chip(self.chip.read_bytes(), before, after, run.text("kicks").count("\n"))
-        run = self.start(
-            task="upgrade", url=url_of("http", "small.pkg"), watchdog=WATCHDOG_SECONDS
-        ).finish()
-        self.check(run.finished and run.exit == 0, "the next upgrade is successful")
-        self.check_chip(after, f"all {CHIP_SIZE} bytes of the chip are right")
+        self.upgrade_chip(url_of(scheme, "small.pkg"), "upgrade-static", before)
 
     def cut_while_verifying(self):
         print("power cut at the first datagram of the read-back")
         before = self.new_chip()
-        run = self.start(task="upgrade", url=url_of("tftp", "small.pkg"))
+        run = self.start(url=url_of("tftp", "small.pkg"))
         reached = run.wait_for(lambda: run.has_reported("VERIFYING"))
         run.cut()
         self.check(reached, "the read-back was reached")

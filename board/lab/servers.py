@@ -14,6 +14,7 @@ from pathlib import Path
 
 SERVER = Path(__file__).resolve().parents[2] / "scripts/server"
 ADDRESS = "192.0.2.1"  # the servers
+NOBODY = 65534
 LAB_ADDRESS = "192.0.2.2"  # the results; the board reaches it over another interface
 
 NGINX = """
@@ -69,9 +70,8 @@ def in_namespace():
 def enter_namespace():
     """Starts this program again in user, network and mount namespaces of its own."""
     if in_namespace():
-        # diod turns away peers without a name and users without an entry.
+        # diod turns away peers without a name.
         replace_file("/etc/hosts", f"127.0.0.1 localhost\n{ADDRESS} servers\n{LAB_ADDRESS} lab\n")
-        replace_file("/etc/passwd", "root:x:0:0::/:/bin/sh\nlab:x:1000:1000::/:/bin/sh\n")
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
         for address in (ADDRESS, LAB_ADDRESS):
             subprocess.run(["ip", "address", "add", f"{address}/32", "dev", "lo"], check=True)
@@ -95,8 +95,9 @@ class Servers:
             "ftp": [SERVER, "vsftpd", vsftpd],
             "tftp": [SERVER, "atftpd", "--daemon", "--no-fork", "--user", "root.root", "--port", "69"]
             + ["--bind-address", ADDRESS, "--logfile", "-", files],
-            # As anybody but root: then it does not change its user, which it may not here.
-            "9p": ["unshare", "--user", "--map-user=1000", "--map-group=1000"]
+            # Not as root: then it does not change its user, which it may not here. It wants one that
+            # every machine knows.
+            "9p": ["unshare", "--user", f"--map-user={NOBODY}", f"--map-group={NOBODY}"]
             + [SERVER, "diod", "-f", "-n", "-L", "stderr", "-l", f"{LAB_ADDRESS}:5640", "-e", lab],
         }
         self.work = work

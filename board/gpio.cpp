@@ -88,20 +88,6 @@ void stop_watchdog()
         close(board.watchdog);
 }
 
-constexpr cuse_lowlevel_ops operations = {
-    .init = nullptr,
-    .init_done = nullptr,
-    .destroy = nullptr,
-    .open = open_device,
-    .read = nullptr,
-    .write = nullptr,
-    .flush = nullptr,
-    .release = nullptr,
-    .fsync = nullptr,
-    .ioctl = control_device,
-    .poll = nullptr,
-};
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -121,6 +107,9 @@ int main(int argc, char **argv)
     info.dev_info_argc = 1;
     info.dev_info_argv = device;
     info.flags = CUSE_UNRESTRICTED_IOCTL;
+    cuse_lowlevel_ops operations = {};
+    operations.open = open_device;
+    operations.ioctl = control_device;
     char *arguments[] = {argv[0], const_cast<char *>("-f"), const_cast<char *>("-s"), nullptr};
     const int status = cuse_lowlevel_main(3, arguments, &info, &operations, nullptr);
     stop_watchdog();
