@@ -76,17 +76,13 @@ class Laboratory:
     def check_chip(self, expected, text):
         self.check(self.chip.read_bytes() == expected, text)
 
-    def check_raw(self, run, package, before, text):
-        """The board's own raw reading of the written partitions, `before` by partition number."""
-        expected = {number: package.partition(number, before[number]) for number in package.data}
-        self.check(run.raw == expected, text)
-
     def upgrade(self, url, program="upgrade"):
-        """An upgrade of a chip in use; gives what it held before, by partition."""
+        """An upgrade of a chip in use; gives what the written partitions hold then, by number."""
         print(f"{program} {url}")
         before = self.new_chip()
-        self.upgrade_chip(url, program, before)
-        return {n: before[at : at + size] for n, (at, size) in layout().items()}
+        package = self.upgrade_chip(url, program, before)
+        slices = {n: before[at : at + size] for n, (at, size) in layout().items()}
+        return {n: package.partition(n, slices[n]) for n in package.data}
 
     def upgrade_chip(self, url, program, before):
         """An upgrade of what is in the chip, where it is to change what `before` holds."""
@@ -94,12 +90,10 @@ class Laboratory:
         run = self.start(url=url, program=program, watchdog=WATCHDOG_SECONDS).finish()
         self.check_run(run, package, url.startswith("tftp:"))
         self.check_chip(package.chip(before), f"all {CHIP_SIZE} bytes of the chip are right")
+        return package
 
-    def check_after_reboot(self, run, before):
-        self.check_raw(run, self.package, before, "the board reads what was written before it started")
-
-    def reboot(self, before):
-        self.check_after_reboot(self.start(inspect=1).finish(), before)
+    def check_reboot(self, run, written):
+        self.check(run.raw == written, "the board reads what was written before it started")
 
     def memory(self, scheme, program):
         """The largest package, which asks for another board: refused once all memory is in use."""
@@ -110,12 +104,12 @@ class Laboratory:
         print(f"{program} {url}: peak memory {run.peak_kib} KiB")
         self.check(refused and self.chip.read_bytes() == before, "refused, the chip is untouched")
 
-    def watchdog(self, before):
-        """On the chip that an upgrade of `before` left: what it left is read first."""
+    def watchdog(self, written):
+        """On the chip that an upgrade left with `written`, which is read first."""
         print("the board after a reboot, and a network-stop script that never ends")
         chip = self.chip.read_bytes()
         run = self.start(url=url_of("tftp"), inspect=1, watchdog=5, stop="network.hang").finish()
-        self.check_after_reboot(run, before)
+        self.check_reboot(run, written)
         self.check("tftp download packet length" in run.log, "the package was downloaded")
         panic = "panic" in (self.work / "console").read_text(errors="replace")
         reset = not run.finished and run.returncode == 0 and not panic
@@ -127,8 +121,9 @@ class Laboratory:
         self.new_chip()
         run = self.start(url=url_of("tftp"), flash="nand").finish()
         self.check_run(run, self.package, True)
-        erased = {number: b"\xff" * (8 << 20) for number in self.package.data}
-        self.check_raw(run, self.package, erased, "the partitions, read raw, are right")
+        erased = b"\xff" * (8 << 20)
+        expected = {n: self.package.partition(n, erased) for n in self.package.data}
+        self.check(run.raw == expected, "the partitions, read raw, are right")
 
     def nand_bad_block(self, hold, differs):
         """The second erase block (128 KiB) of partition 3 is bad; `hold` keeps its node open."""
