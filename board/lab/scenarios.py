@@ -108,7 +108,8 @@ class Laboratory:
         """On the chip that an upgrade left with `written`, which is read first."""
         print("the board after a reboot, and a network-stop script that never ends")
         chip = self.chip.read_bytes()
-        run = self.start(url=url_of("tftp"), inspect=1, watchdog=5, stop="network.hang").finish()
+        url = url_of("tftp", "small.pkg")
+        run = self.start(url=url, inspect=1, watchdog=5, stop="network.hang").finish()
         self.check_reboot(run, written)
         self.check("tftp download packet length" in run.log, "the package was downloaded")
         panic = "panic" in (self.work / "console").read_text(errors="replace")
