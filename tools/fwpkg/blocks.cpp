@@ -33,11 +33,11 @@ block_buffer load_blocks(std::span<const uint8_t> bytes)
     const size_t blocks = bytes.empty() ? 1 : (bytes.size() + block_size - 1) / block_size;
     // One mapping: the device's, a block each, would take longer than all that is done with them.
     void *const mapped = mmap(nullptr, blocks * block_size, PROT_READ | PROT_WRITE,
-                              MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
     if (mapped == MAP_FAILED)
         throw std::bad_alloc();
     auto *const begin = static_cast<uint8_t *>(mapped);
-    std::ranges::copy(bytes, begin);
+    std::copy(bytes.begin(), bytes.end(), begin); // which std::ranges does byte by byte here
     for (size_t i = 0; i < blocks; i++)
         buffer->blocks[i] = begin + i * block_size;
     buffer->current = static_cast<int>(blocks);

@@ -23,6 +23,9 @@
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {
+
+namespace fs = std::filesystem;
+
 namespace {
 
 void print(const std::string &text, FILE *stream = stdout)
@@ -51,6 +54,36 @@ summed_file sum_file(const std::string &name, std::span<const uint8_t> bytes)
     return {name, bytes.size(), sha256_text(bytes)};
 }
 
+/// A folder with all above it; what had to be made goes again unless it is kept.
+class new_folder {
+public:
+    explicit new_folder(const fs::path &path)
+    {
+        std::error_code error;
+        for (fs::path each = path; !each.empty() && !fs::exists(each, error);
+             each = each.parent_path())
+            made_ = each;
+        fs::create_directories(path, error);
+        if (error)
+            throw failure(path.string() + ": " + error.message());
+    }
+    new_folder(const new_folder &) = delete;
+    new_folder &operator=(const new_folder &) = delete;
+    ~new_folder()
+    {
+        std::error_code ignored;
+        if (!made_.empty())
+            fs::remove_all(made_, ignored);
+    }
+    void keep()
+    {
+        made_.clear();
+    }
+
+private:
+    fs::path made_;
+};
+
 } // namespace
 
 int make_command(const command_options &options)
@@ -61,7 +94,7 @@ int make_command(const command_options &options)
         throw failure(recipe.name + ": encrypt = true needs --key-file");
     if (!recipe.encrypt && !options.key_file.empty())
         throw failure(recipe.name + ": --key-file is given, but encrypt = true is not");
-    std::vector<std::filesystem::path> parts;
+    std::vector<fs::path> parts;
     for (const manifest_part &part : recipe.parts)
         parts.push_back(part.file);
     require_output_apart(options, parts);
@@ -179,7 +212,7 @@ int diff_command(const command_options &options)
     const std::optional<std::string> key_after =
         options.key_file_after.empty() ? key : read_key(options.key_file_after, found);
     const std::vector<named_device> devices = read_devices(options, found);
-    const auto open_whole = [](const std::filesystem::path &path, const std::vector<uint8_t> &bytes,
+    const auto open_whole = [](const fs::path &path, const std::vector<uint8_t> &bytes,
                                const std::optional<std::string> &with) {
         package_file file = open_package(bytes, with);
         if (!file.problem.empty() || !file.length_right || !file.digest_right)
@@ -235,14 +268,11 @@ int extract_command(const command_options &options)
         throw failure(options.file.string() + ": " + error.what(),
                       problem_status(file, key.has_value()));
     }
-    std::error_code error;
-    std::filesystem::create_directories(options.output, error);
-    if (error)
-        throw failure(options.output.string() + ": " + error.message());
     print_findings(stderr, found);
+    new_folder folder(options.output);
     std::vector<summed_file> files;
     for (const extracted_part &part : parts) {
-        const std::filesystem::path path = options.output / part.name;
+        const fs::path path = options.output / part.name;
         write_file(path, part.data);
         files.push_back(sum_file(path.string(), part.data));
         if (!options.json)
@@ -250,6 +280,7 @@ int extract_command(const command_options &options)
     }
     if (options.json)
         print(extract_json(options.file.string(), files));
+    folder.keep();
     return exit_good;
 }
 

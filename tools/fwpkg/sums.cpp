@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/fwpkg/sums.h"
 
-#include "flash/crc32.h"
+#include <zlib.h>
+
 #include "tools/common/sha256.h"
 
 namespace fwpkg {
@@ -22,7 +23,7 @@ std::vector<std::optional<part_sums>> sum_parts(const package_file &file)
         const std::span<const uint8_t> data = written_data(blocks, entry.part);
         sums.emplace_back();
         if (!data.empty())
-            sums.back() = part_sums{crc32(0, data.data(), static_cast<uint32_t>(data.size())),
+            sums.back() = part_sums{static_cast<uint32_t>(crc32_z(0, data.data(), data.size())),
                                     sha256_text(data)};
     }
     return sums;

@@ -119,9 +119,11 @@ folder_lock::folder_lock(const fs::path &folder)
 
 scratch_folder::scratch_folder()
 {
-    std::string name = (fs::temp_directory_path() / "simdev-XXXXXX").string();
+    const char *place = getenv("TMPDIR");
+    path_ = fs::path(place == nullptr || *place == '\0' ? "/tmp" : place) / "simdev-XXXXXX";
+    std::string name = path_.string();
     if (mkdtemp(name.data()) == nullptr)
-        throw failure(name + ": cannot be made: " + strerror(errno));
+        throw failure(path_.string() + ": cannot be made: " + strerror(errno));
     path_ = name;
 }
 

@@ -20,6 +20,7 @@
 #include "tools/simdev/core/settings.h"
 #include "tools/simdev/folder.h"
 #include "tools/simdev/interrupt.h"
+#include "tools/simdev/kept_output.h"
 #include "tools/simdev/locate.h"
 #include "tools/simdev/receiver_links.h"
 
@@ -175,7 +176,7 @@ bool place(int fd, int number)
 }
 
 /// Hands the program's operations on until the pipe ends, which is when it has ended. Their number.
-uint64_t follow(pid_t pid, int pipe, const run_listener &listener)
+uint64_t follow(pid_t pid, int pipe, kept_output &said, const run_listener &listener)
 {
     std::vector<char> bytes;
     uint64_t count = 0;
@@ -202,6 +203,7 @@ uint64_t follow(pid_t pid, int pipe, const run_listener &listener)
                 listener(operation);
         }
         bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(taken));
+        said.free_middle();
     }
 }
 
@@ -306,8 +308,11 @@ run_outcome run_program(const run_options &options, const run_listener &listener
         become_program(setup);
     child child(pid);
     log_input.close();
-    const uint64_t count = follow(pid, log.get(), listener);
+    // Of a file that somebody names he wants all.
+    kept_output said(stderr_path(options), options.stderr_file.empty() ? error.get() : -1);
+    const uint64_t count = follow(pid, log.get(), said, listener);
     const int status = child.wait();
+    said.finish();
     run_outcome outcome;
     outcome.real_us = std::chrono::duration_cast<std::chrono::microseconds>(
                           std::chrono::steady_clock::now() - started)

@@ -27,11 +27,16 @@ namespace {
 
 fs::path copy_device(const fs::path &from, const fs::path &to)
 {
-    fs::create_directories(to / "tmp");
-    fs::create_directories(to / "run");
+    std::error_code error;
+    for (const char *empty : {"tmp", "run"})
+        fs::create_directories(to / empty, error);
     for (const char *part : {"device.toml", "dev", "etc", "usr"})
-        if (fs::exists(from / part))
-            fs::copy(from / part, to / part, fs::copy_options::recursive);
+        if (!error && fs::exists(from / part))
+            fs::copy(from / part, to / part, fs::copy_options::recursive, error);
+    if (error && fs::space(to).available == 0) // which the library calls an input/output error
+        error = std::make_error_code(std::errc::no_space_on_device);
+    if (error)
+        throw failure(to.string() + ": the device cannot be copied there: " + error.message());
     return to;
 }
 

@@ -41,8 +41,10 @@ bool real_address(slot *connection, const sockaddr *address, sockaddr_in *mapped
     char text[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &mapped->sin_addr, text, sizeof text);
     snprintf(connection->target, sizeof connection->target, "%s:%u", text, ntohs(mapped->sin_port));
+    if (find_address(connection->kind == slot_udp, mapped))
+        return true;
     errno = ENETUNREACH;
-    return find_address(connection->kind == slot_udp, mapped);
+    return false;
 }
 
 void log_connect(const slot *connection, int result)
