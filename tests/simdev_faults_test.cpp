@@ -3,6 +3,7 @@
 // The texts that faults are asked for with.
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "tools/simdev/core/faults.h"
 
@@ -23,39 +24,48 @@ TEST(SimdevFaults, AreReadToTheLetter)
     ASSERT_EQ(parse("open-error", &fault), "");
     EXPECT_EQ(fault.at, 1);
     EXPECT_EQ(fault.times, 1);
-    EXPECT_EQ(fault.partition, -1);
-    ASSERT_EQ(parse("gpio-refuse@2", &fault), "");
+    EXPECT_EQ(fault.place, -1);
+    ASSERT_EQ(parse("server-drip", &fault), "");
     EXPECT_EQ(fault.times, INT64_MAX);
+    EXPECT_EQ(fault.seconds, 1);
     for (const char *good :
          {"cut@1", "server-cut@0", "watchdog:seconds=86400", "closed:fd=2",
           "receiver-stuck:receiver=1", "sync-slow:seconds=1", "server-drip:seconds=0,bytes=1"})
         EXPECT_EQ(parse(good, &fault), "") << good;
-    for (const char *bad : {"cut@0",
-                            "cut",
-                            "cut@1x2",
-                            "cut@",
-                            "cut@2147483648",
-                            "cut@1 ",
-                            "cuts@1",
-                            "Cut@1",
-                            "",
-                            "watchdog",
-                            "watchdog:seconds=0",
-                            "watchdog:seconds=86401",
-                            "closed:fd=3",
-                            "closed:fd=",
-                            "receiver-stuck:receiver=0",
-                            "receiver-stuck:receiver=3",
-                            "sync-slow",
-                            "script-hang@1",
-                            "short-write@1:bit=1",
-                            "server-drip:bytes=0",
-                            "server-drip:bytes=1,",
-                            "write-error@1x0"})
-        EXPECT_NE(parse(bad, &fault), "") << bad;
-    EXPECT_EQ(parse("cut@1x2", &fault),
-              "fault \"cut@1x2\": something behind it that does not belong "
-              "there (the form is cut@N[:torn=K])");
+    const struct {
+        const char *reason;
+        std::vector<const char *> texts;
+    } bad[] = {
+        {"no usable number behind \"@\"", {"cut@0", "cut@", "cut@2147483648"}},
+        {"\"@N\" is missing", {"cut", "cutx2"}},
+        {"something behind it that does not belong there", {"cut@1x2", "cut@1 ", "script-hang@1"}},
+        {"there is no fault of this name", {"", "cuts@1", "Cut@1"}},
+        {"no usable number behind \"x\"", {"write-error@1x0", "write-error@1x"}},
+        {"a key is missing", {"watchdog", "sync-slow"}},
+        {"a value is no number or out of its range",
+         {"watchdog:seconds=0", "watchdog:seconds=86401", "closed:fd=3", "closed:fd=",
+          "receiver-stuck:receiver=0", "receiver-stuck:receiver=3", "server-drip:bytes=0"}},
+        {"unknown key", {"short-write@1:bit=1", "watchdog:sec=3", "server-drip:bytes=1,"}},
+        {"something behind a value", {"server-drip:bytes=1;seconds=2", "closed:fd=1x"}},
+    };
+    for (const auto &[reason, texts] : bad)
+        for (const char *text : texts)
+            EXPECT_TRUE(
+                parse(text, &fault).starts_with("fault \"" + std::string(text) + "\": " + reason))
+                << parse(text, &fault);
+    EXPECT_TRUE(parse("cut@1x2", &fault).ends_with(" (the form is cut@N[:torn=K])"));
+}
+
+TEST(SimdevFaults, AreThirtyTwoAtTheMost)
+{
+    std::string list;
+    char error[512];
+    for (int count = 0; count < 32; count++)
+        list += "cut@1;";
+    EXPECT_EQ(faults_start(list.c_str(), error, sizeof error), 0);
+    EXPECT_EQ(faults_start((list + "cut@1").c_str(), error, sizeof error), -1);
+    EXPECT_STREQ(error, "too many faults");
+    EXPECT_EQ(faults_start(("cut@1" + std::string(252, '0')).c_str(), error, sizeof error), -1);
 }
 
 } // namespace

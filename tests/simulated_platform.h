@@ -17,17 +17,18 @@
 class simulated_platform {
 public:
     /// A device with the partition `number` of `size` bytes, all FF. `faults` as for simdev run
-    /// --fault, separated by ";".
-    simulated_platform(int number, size_t size, const char *faults = "")
+    /// --fault, separated by ";". Without `fast` sleeps are slept.
+    simulated_platform(int number, size_t size, const char *faults = "", bool fast = true)
     {
         std::string name = std::filesystem::temp_directory_path() / "platform-XXXXXX";
         folder_ = mkdtemp(name.data());
         std::filesystem::create_directories(folder_ / "dev");
+        std::filesystem::create_directories(folder_ / "tmp");
         std::ofstream(folder_ / "dev/gpio").flush();
         std::ofstream(path(number), std::ios::binary) << std::string(size, '\xFF');
         sim_config config;
         config.folder = folder_.c_str();
-        config.fast = true;
+        config.fast = fast;
         config.faults = faults;
         config.sink = [](void *self, const sim_operation *operation) {
             static_cast<simulated_platform *>(self)->record(*operation);
@@ -50,6 +51,11 @@ public:
         std::ostringstream text;
         text << std::ifstream(path(number), std::ios::binary).rdbuf();
         return text.str();
+    }
+
+    const std::filesystem::path &folder() const
+    {
+        return folder_;
     }
 
     /// What was done so far, each operation as "write 0+4096", "sync", "sleep 40000".

@@ -53,7 +53,7 @@ fault_list read_faults(const std::vector<std::string> &faults)
         if (fault_parse(text.c_str(), &fault, error, sizeof error) < 0)
             throw failure(error);
         if (fault.kind == fault_closed)
-            list.closed[static_cast<size_t>(fault.fd)] = true;
+            list.closed[static_cast<size_t>(fault.place)] = true;
         list.texts += text + ";";
     }
     return list;

@@ -21,6 +21,7 @@
 #include <type_traits>
 #include <unistd.h>
 
+#include "tools/simdev/core/clock.h"
 #include "tools/simdev/core/files.h"
 #include "tools/simdev/core/gpio.h"
 #include "tools/simdev/core/network.h"
@@ -52,10 +53,12 @@ namespace {
         sim_start_from_environment();
 }
 
-void check_size(size_t size, size_t capacity)
+/// `size`, unless the fortified call would have ended the program.
+size_t checked(size_t size, size_t capacity)
 {
     if (size > capacity)
-        abort(); // as the fortified call would have ended it
+        abort();
+    return size;
 }
 
 int open_with_mode(const char *path, int flags, va_list arguments)
@@ -66,11 +69,18 @@ int open_with_mode(const char *path, int flags, va_list arguments)
     return sim_open(path, flags, creates ? va_arg(arguments, mode_t) : 0);
 }
 
-int sleep_us(int64_t microseconds)
+int sleep_us(useconds_t microseconds)
 {
-    const timespec time = {static_cast<time_t>(microseconds / 1'000'000),
-                           static_cast<long>(microseconds % 1'000'000 * 1000)};
+    const timespec time = to_timespec(microseconds);
     return sim_nanosleep(&time, nullptr);
+}
+
+unsigned sleep_seconds(unsigned seconds)
+{
+    const timespec time = {static_cast<time_t>(seconds), 0};
+    timespec rest = {};
+    // A sleep that a signal ends tells the seconds that are left.
+    return sim_nanosleep(&time, &rest) == 0 ? 0 : static_cast<unsigned>(rest.tv_sec);
 }
 
 } // namespace
@@ -93,76 +103,72 @@ OPEN(open)
 OPEN(open64)
 #endif
 
-#define FUNCTION(result, name, parameters, specifiers)                                             \
+// A row: the call's result, name, parameters and specifiers, and what it comes to.
+#define CALL(result, name, parameters, specifiers, ...)                                            \
     result FACE(name)                                                                              \
     parameters specifiers;                                                                         \
     result FACE(name)                                                                              \
-    parameters specifiers
+    parameters specifiers                                                                          \
+    {                                                                                              \
+        start();                                                                                   \
+        return __VA_ARGS__;                                                                        \
+    }
 
-FUNCTION(int, __open_2, (const char *path, int flags), )
-{
-    start();
-    return sim_open(path, flags, 0);
-}
-
-FUNCTION(int, __open64_2, (const char *path, int flags), )
-{
-    start();
-    return sim_open(path, flags, 0);
-}
-
-FUNCTION(FILE *, fopen, (const char *path, const char *mode), )
-{
-    start();
-    return sim_fopen(path, mode);
-}
-
+CALL(int, __open_2, (const char *path, int flags), , sim_open(path, flags, 0))
+CALL(int, __open64_2, (const char *path, int flags), , sim_open(path, flags, 0))
+CALL(FILE *, fopen, (const char *path, const char *mode), , sim_fopen(path, mode))
 #ifndef fopen64
-FUNCTION(FILE *, fopen64, (const char *path, const char *mode), )
-{
-    start();
-    return sim_fopen(path, mode);
-}
+CALL(FILE *, fopen64, (const char *path, const char *mode), , sim_fopen(path, mode))
 #endif
-
-FUNCTION(ssize_t, read, (int fd, void *buffer, size_t size), )
-{
-    start();
-    return sim_read(fd, buffer, size);
-}
-
-FUNCTION(ssize_t, __read_chk, (int fd, void *buffer, size_t size, size_t capacity), )
-{
-    start();
-    check_size(size, capacity);
-    return sim_read(fd, buffer, size);
-}
-
-FUNCTION(ssize_t, write, (int fd, const void *buffer, size_t size), )
-{
-    start();
-    return sim_write(fd, buffer, size);
-}
-
-FUNCTION(off_t, lseek, (int fd, off_t offset, int whence), noexcept)
-{
-    start();
-    return static_cast<off_t>(sim_lseek(fd, offset, whence));
-}
-
+CALL(ssize_t, read, (int fd, void *buffer, size_t size), , sim_read(fd, buffer, size))
+CALL(ssize_t, __read_chk, (int fd, void *buffer, size_t size, size_t capacity), ,
+     sim_read(fd, buffer, checked(size, capacity)))
+CALL(ssize_t, write, (int fd, const void *buffer, size_t size), , sim_write(fd, buffer, size))
+CALL(off_t, lseek, (int fd, off_t offset, int whence), noexcept,
+     static_cast<off_t>(sim_lseek(fd, offset, whence)))
 #ifndef lseek64
-FUNCTION(off64_t, lseek64, (int fd, off64_t offset, int whence), noexcept)
-{
-    start();
-    return sim_lseek(fd, offset, whence);
-}
+CALL(off64_t, lseek64, (int fd, off64_t offset, int whence), noexcept,
+     sim_lseek(fd, offset, whence))
 #endif
-
-FUNCTION(int, close, (int fd), )
-{
-    start();
-    return sim_close(fd);
-}
+CALL(int, close, (int fd), , sim_close(fd))
+CALL(void, sync, (), noexcept, sim_sync())
+CALL(int, usleep, (useconds_t microseconds), , sleep_us(microseconds))
+CALL(unsigned, sleep, (unsigned seconds), , sleep_seconds(seconds))
+CALL(int, nanosleep, (const timespec *time, timespec *rest), , sim_nanosleep(time, rest))
+CALL(int, clock_nanosleep, (clockid_t clock, int flags, const timespec *time, timespec *rest), ,
+     sim_clock_nanosleep(clock, flags, time, rest))
+CALL(int, select, (int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout), ,
+     sim_select(count, read, write, except, timeout))
+CALL(int, poll, (pollfd * fds, nfds_t count, int timeout_ms), , sim_poll(fds, count, timeout_ms))
+CALL(int, __poll_chk, (pollfd * fds, nfds_t count, int timeout_ms, size_t capacity), ,
+     sim_poll(fds, checked(count, capacity / sizeof(pollfd)), timeout_ms))
+CALL(int, socket, (int domain, int type, int protocol), noexcept,
+     sim_socket(domain, type, protocol))
+CALL(int, connect, (int fd, const sockaddr *address, socklen_t size), ,
+     sim_connect(fd, address, size))
+CALL(ssize_t, send, (int fd, const void *data, size_t size, int flags), ,
+     sim_sendto(fd, data, size, flags, nullptr, 0))
+CALL(ssize_t, sendto,
+     (int fd, const void *data, size_t size, int flags, const sockaddr *address,
+      socklen_t address_size),
+     , sim_sendto(fd, data, size, flags, address, address_size))
+CALL(ssize_t, recv, (int fd, void *buffer, size_t size, int flags), ,
+     sim_recvfrom(fd, buffer, size, flags, nullptr, nullptr))
+CALL(ssize_t, __recv_chk, (int fd, void *buffer, size_t size, size_t capacity, int flags), ,
+     sim_recvfrom(fd, buffer, checked(size, capacity), flags, nullptr, nullptr))
+CALL(ssize_t, recvfrom,
+     (int fd, void *buffer, size_t size, int flags, sockaddr *address, socklen_t *address_size), ,
+     sim_recvfrom(fd, buffer, size, flags, address, address_size))
+CALL(ssize_t, __recvfrom_chk,
+     (int fd, void *buffer, size_t size, size_t capacity, int flags, sockaddr *address,
+      socklen_t *address_size),
+     , sim_recvfrom(fd, buffer, checked(size, capacity), flags, address, address_size))
+CALL(int, setsockopt, (int fd, int level, int name, const void *value, socklen_t size), noexcept,
+     sim_setsockopt(fd, level, name, value, size))
+CALL(hostent *, gethostbyname, (const char *name), , sim_gethostbyname(name))
+CALL(pid_t, waitpid, (pid_t pid, int *status, int options), , sim_waitpid(pid, status, options))
+// Mostly in a child after vfork, where everything is set up.
+CALL(int, execv, (const char *path, char *const *arguments), noexcept, sim_execv(path, arguments))
 
 int FACE(ioctl)(int fd, ioctl_request request, ...) noexcept;
 int FACE(ioctl)(int fd, ioctl_request request, ...) noexcept
@@ -173,139 +179,6 @@ int FACE(ioctl)(int fd, ioctl_request request, ...) noexcept
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
     return sim_ioctl(fd, static_cast<std::make_unsigned_t<ioctl_request>>(request), argument);
-}
-
-FUNCTION(void, sync, (), noexcept)
-{
-    start();
-    sim_sync();
-}
-
-FUNCTION(int, usleep, (useconds_t microseconds), )
-{
-    start();
-    return sleep_us(microseconds);
-}
-
-FUNCTION(unsigned, sleep, (unsigned seconds), )
-{
-    start();
-    const timespec time = {static_cast<time_t>(seconds), 0};
-    timespec rest = {};
-    // A sleep that a signal ends tells the seconds that are left.
-    return sim_nanosleep(&time, &rest) == 0 ? 0 : static_cast<unsigned>(rest.tv_sec);
-}
-
-FUNCTION(int, nanosleep, (const timespec *time, timespec *rest), )
-{
-    start();
-    return sim_nanosleep(time, rest);
-}
-
-FUNCTION(int, clock_nanosleep, (clockid_t clock, int flags, const timespec *time, timespec *rest), )
-{
-    start();
-    return sim_clock_nanosleep(clock, flags, time, rest);
-}
-
-FUNCTION(int, select, (int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout), )
-{
-    start();
-    return sim_select(count, read, write, except, timeout);
-}
-
-FUNCTION(int, poll, (pollfd * fds, nfds_t count, int timeout_ms), )
-{
-    start();
-    return sim_poll(fds, count, timeout_ms);
-}
-
-FUNCTION(int, __poll_chk, (pollfd * fds, nfds_t count, int timeout_ms, size_t capacity), )
-{
-    start();
-    check_size(count, capacity / sizeof(pollfd));
-    return sim_poll(fds, count, timeout_ms);
-}
-
-FUNCTION(int, socket, (int domain, int type, int protocol), noexcept)
-{
-    start();
-    return sim_socket(domain, type, protocol);
-}
-
-FUNCTION(int, connect, (int fd, const sockaddr *address, socklen_t size), )
-{
-    start();
-    return sim_connect(fd, address, size);
-}
-
-FUNCTION(ssize_t, send, (int fd, const void *data, size_t size, int flags), )
-{
-    start();
-    return sim_send(fd, data, size, flags);
-}
-
-FUNCTION(ssize_t, sendto,
-         (int fd, const void *data, size_t size, int flags, const sockaddr *address,
-          socklen_t address_size), )
-{
-    start();
-    return sim_sendto(fd, data, size, flags, address, address_size);
-}
-
-FUNCTION(ssize_t, recv, (int fd, void *buffer, size_t size, int flags), )
-{
-    start();
-    return sim_recv(fd, buffer, size, flags);
-}
-
-FUNCTION(ssize_t, __recv_chk, (int fd, void *buffer, size_t size, size_t capacity, int flags), )
-{
-    start();
-    check_size(size, capacity);
-    return sim_recv(fd, buffer, size, flags);
-}
-
-FUNCTION(ssize_t, recvfrom,
-         (int fd, void *buffer, size_t size, int flags, sockaddr *address,
-          socklen_t *address_size), )
-{
-    start();
-    return sim_recvfrom(fd, buffer, size, flags, address, address_size);
-}
-
-FUNCTION(ssize_t, __recvfrom_chk,
-         (int fd, void *buffer, size_t size, size_t capacity, int flags, sockaddr *address,
-          socklen_t *address_size), )
-{
-    start();
-    check_size(size, capacity);
-    return sim_recvfrom(fd, buffer, size, flags, address, address_size);
-}
-
-FUNCTION(int, setsockopt, (int fd, int level, int name, const void *value, socklen_t size),
-         noexcept)
-{
-    start();
-    return sim_setsockopt(fd, level, name, value, size);
-}
-
-FUNCTION(hostent *, gethostbyname, (const char *name), )
-{
-    start();
-    return sim_gethostbyname(name);
-}
-
-FUNCTION(pid_t, waitpid, (pid_t pid, int *status, int options), )
-{
-    start();
-    return sim_waitpid(pid, status, options);
-}
-
-// In a child after vfork as a rule: everything is set up by then.
-FUNCTION(int, execv, (const char *path, char *const *arguments), noexcept)
-{
-    return sim_execv(path, arguments);
 }
 
 } // extern "C"

@@ -3,7 +3,6 @@
 
 #include <array>
 #include <cctype>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,9 +22,8 @@ bool take_number(const char **text, int64_t minimum, int64_t maximum, int64_t *n
     if (!isdigit(static_cast<unsigned char>(**text)))
         return false;
     char *end = nullptr;
-    errno = 0;
-    const long long value = strtoll(*text, &end, 10);
-    if (errno != 0 || value < minimum || value > maximum)
+    const long long value = strtoll(*text, &end, 10); // saturates
+    if (value < minimum || value > maximum)
         return false;
     *text = end;
     *number = value;
@@ -96,7 +94,7 @@ int fault_parse(const char *text, sim_fault *fault, char *error, size_t error_si
         if (strncmp(text, row.name, length) != 0 ||
             strchr("@x:", text[length]) == nullptr) // the terminator counts as found
             continue;
-        *fault = {static_cast<fault_kind>(kind), 1, row.times, -1, -1, 1, -1, -1};
+        *fault = {static_cast<fault_kind>(kind), 1, row.times, -1, -1, 1};
         const char *wrong = parse_rest(text + length, &row, fault);
         if (wrong == nullptr)
             return 0;
@@ -127,23 +125,17 @@ int faults_start(const char *list, char *error, size_t error_size)
     return 0;
 }
 
-size_t fault_count()
+std::span<const sim_fault> given_faults()
 {
-    return state.count;
+    return std::span(state.faults).first(state.count);
 }
 
-const sim_fault *fault_number(size_t index)
+const sim_fault *find_fault(fault_kind kind, int64_t number, int64_t place)
 {
-    return &state.faults[index];
-}
-
-const sim_fault *find_fault(fault_kind kind, int64_t number)
-{
-    for (size_t index = 0; index < state.count; index++) {
-        const sim_fault *fault = &state.faults[index];
-        if (fault->kind == kind && number >= fault->at && number - fault->at < fault->times)
-            return fault;
-    }
+    for (const sim_fault &fault : given_faults())
+        if (fault.kind == kind && (fault.place < 0 || fault.place == place) && number >= fault.at &&
+            number - fault.at < fault.times)
+            return &fault;
     return nullptr;
 }
 
@@ -185,7 +177,7 @@ const fault_row fault_rows[fault_kind_count] = {
      .text = "opens N to N+M-1 (the first if not given) of partition P, or of each partition, fail",
      .at = fault_at::optional,
      .repeats = true,
-     .keys = {{"partition", &sim_fault::partition, 0, 9, false}}},
+     .keys = {{"partition", &sim_fault::place, 0, 9, false}}},
     {.name = "seek-error",
      .form = "seek-error@N[xM]",
      .text = "flash seeks N to N+M-1 fail",
@@ -208,17 +200,17 @@ const fault_row fault_rows[fault_kind_count] = {
      .form = "receiver-missing[:receiver=R]",
      .text = "nobody receives status datagrams (R: 1 .upgrd_info, 2 .syscfg-server)",
      .times = for_ever,
-     .keys = {{"receiver", &sim_fault::receiver, 1, 2, false}}},
+     .keys = {{"receiver", &sim_fault::place, 1, 2, false}}},
     {.name = "receiver-stuck",
      .form = "receiver-stuck[:receiver=R]",
      .text = "the receivers exist and do not read; eleven datagrams fit into each one's queue",
      .times = for_ever,
-     .keys = {{"receiver", &sim_fault::receiver, 1, 2, false}}},
+     .keys = {{"receiver", &sim_fault::place, 1, 2, false}}},
     {.name = "script-hang", .form = "script-hang", .text = "the network-stop script does not end"},
     {.name = "closed",
      .form = "closed:fd=F",
      .text = "the program starts with descriptor F (0 to 2) closed",
-     .keys = {{"fd", &sim_fault::fd, 0, 2, true}}},
+     .keys = {{"fd", &sim_fault::place, 0, 2, true}}},
     {.name = "watchdog",
      .form = "watchdog:seconds=S",
      .text = "the device is reset when S seconds pass without a kick",

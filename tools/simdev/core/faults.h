@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 enum fault_kind {
     fault_cut,
@@ -34,13 +35,11 @@ enum fault_kind {
 
 struct sim_fault {
     fault_kind kind;
-    int64_t at;        ///< first operation concerned; byte for a server's faults
-    int64_t times;     ///< operations concerned in a row
-    int64_t bytes;     ///< torn, bytes or bit; -1 when not given
-    int64_t partition; ///< -1: any
-    int64_t seconds;   ///< of the watchdog, each drip or each sync
-    int64_t fd;        ///< of a closed stream
-    int64_t receiver;  ///< 1 /tmp/.upgrd_info, 2 /tmp/.syscfg-server, -1 both
+    int64_t at;      ///< first operation concerned; byte for a server's faults
+    int64_t times;   ///< operations concerned in a row
+    int64_t bytes;   ///< torn, bytes or bit; -1 when not given
+    int64_t place;   ///< the partition, the receiver (from 1) or the closed stream; -1: any
+    int64_t seconds; ///< of the watchdog, each drip or each sync
 };
 
 /// One KEY=VALUE that a fault takes.
@@ -78,11 +77,10 @@ constexpr size_t fault_capacity = 32;
 int faults_start(const char *list, char *error, size_t error_size);
 
 /// The faults of the run, in the order in which they were given.
-size_t fault_count();
-const sim_fault *fault_number(size_t index);
+std::span<const sim_fault> given_faults();
 
-/// The first fault of `kind` that concerns operation number `number`, or null.
-const sim_fault *find_fault(fault_kind kind, int64_t number);
+/// The first fault of `kind` that concerns operation number `number` of `place`, or null.
+const sim_fault *find_fault(fault_kind kind, int64_t number = 1, int64_t place = -1);
 
 /// The index of one of the run's faults, as operations have it; -1 for null.
 int fault_index(const sim_fault *fault);

@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "tools/simdev/core/clock.h"
 #include "tools/simdev/core/faults.h"
 #include "tools/simdev/core/log.h"
 #include "tools/simdev/core/real.h"
@@ -118,19 +117,6 @@ constexpr struct {
     {fault_bit_flip, store_flipped},
 };
 
-// The fault that open number `number` of `partition` runs into, or null.
-const sim_fault *open_fault(int partition, int64_t number)
-{
-    for (size_t index = 0; index < fault_count(); index++) {
-        const sim_fault *fault = fault_number(index);
-        if (fault->kind == fault_open_error && number >= fault->at &&
-            number - fault->at < fault->times &&
-            (fault->partition < 0 || fault->partition == partition))
-            return fault;
-    }
-    return nullptr;
-}
-
 } // namespace
 
 void partitions_start(uint64_t seed)
@@ -145,7 +131,7 @@ int open_partition(const char *path, const char *mapped, int partition, int flag
     const sim_fault *fault = nullptr;
     if (partition >= 0) {
         operation.number = ++state.opens[static_cast<size_t>(partition)];
-        fault = open_fault(partition, operation.number);
+        fault = find_fault(fault_open_error, operation.number, partition);
     }
     errno = EIO;
     // A device node is neither made nor emptied by being opened.
@@ -211,9 +197,7 @@ void sim_sync()
     if (fault != nullptr) {
         operation.fault = fault_index(fault);
         operation.duration_us = fault->seconds * 1'000'000;
-        if (!clock_is_fast())
-            wait_really(operation.duration_us);
-        advance(operation.duration_us);
+        spend(operation.duration_us);
     }
     log_operation(&operation);
 }

@@ -24,9 +24,7 @@ void peer_start(int64_t microseconds)
 void wait_in_vain(const slot *connection, int64_t microseconds, bool really, const sim_fault *fault)
 {
     const int saved = errno;
-    if (really && !clock_is_fast())
-        wait_really(std::min(microseconds, watchdog_left_us()));
-    advance(microseconds);
+    (really ? spend : advance)(microseconds);
     sim_operation operation =
         make_operation(op_wait, connection == nullptr ? nullptr : connection->target);
     operation.duration_us = microseconds;
@@ -40,31 +38,30 @@ peer look_at_peer(const slot *connection)
     peer result = {INT64_MAX, 0, false, nullptr};
     if (connection->kind != slot_tcp && connection->kind != slot_udp)
         return result;
-    for (size_t index = 0; index < fault_count(); index++) {
-        const sim_fault *fault = fault_number(index);
-        if (fault->kind == fault_server_stall || fault->kind == fault_server_cut) {
-            const int64_t left = std::max<int64_t>(fault->at - connection->received, 0);
+    for (const sim_fault &fault : given_faults()) {
+        if (fault.kind == fault_server_stall || fault.kind == fault_server_cut) {
+            const int64_t left = std::max<int64_t>(fault.at - connection->received, 0);
             result.bytes = std::min(result.bytes, left);
             // A datagram has no connection to end, so its server just goes silent.
-            if (left == 0 && fault->kind == fault_server_cut && connection->kind == slot_tcp)
+            if (left == 0 && fault.kind == fault_server_cut && connection->kind == slot_tcp)
                 result.ended = true;
             else if (left == 0)
                 result.silence_us = never_us;
-        } else if (fault->kind == fault_server_drip) {
-            result.bytes = std::min(result.bytes, fault->bytes < 0 ? 1 : fault->bytes);
+        } else if (fault.kind == fault_server_drip) {
+            result.bytes = std::min(result.bytes, fault.bytes < 0 ? 1 : fault.bytes);
             result.silence_us =
                 std::max(result.silence_us, connection->drips_at_us - clock_virtual_us());
         } else {
             continue;
         }
-        result.fault = fault;
+        result.fault = &fault;
     }
     return result;
 }
 
 void note_drip(slot *connection)
 {
-    const sim_fault *fault = find_fault(fault_server_drip, 1);
+    const sim_fault *fault = find_fault(fault_server_drip);
     if (fault != nullptr)
         connection->drips_at_us = clock_virtual_us() + fault->seconds * 1'000'000;
 }

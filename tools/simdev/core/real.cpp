@@ -31,9 +31,7 @@ sim_real real;
     REAL(poll)                                                                                     \
     REAL(socket)                                                                                   \
     REAL(connect)                                                                                  \
-    REAL(send)                                                                                     \
     REAL(sendto)                                                                                   \
-    REAL(recv)                                                                                     \
     REAL(recvfrom)                                                                                 \
     REAL(setsockopt)                                                                               \
     REAL(gethostbyname)                                                                            \

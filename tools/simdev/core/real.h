@@ -47,10 +47,8 @@ struct sim_real {
     int (*poll)(pollfd *fds, nfds_t count, int timeout_ms);
     int (*socket)(int domain, int type, int protocol);
     int (*connect)(int fd, const sockaddr *address, socklen_t size);
-    ssize_t (*send)(int fd, const void *data, size_t size, int flags);
     ssize_t (*sendto)(int fd, const void *data, size_t size, int flags, const sockaddr *address,
                       socklen_t address_size);
-    ssize_t (*recv)(int fd, void *buffer, size_t size, int flags);
     ssize_t (*recvfrom)(int fd, void *buffer, size_t size, int flags, sockaddr *address,
                         socklen_t *address_size);
     int (*setsockopt)(int fd, int level, int name, const void *value, socklen_t size);

@@ -11,7 +11,6 @@
 #include <sys/un.h>
 
 #include "platform/device.h"
-#include "tools/simdev/core/clock.h"
 #include "tools/simdev/core/faults.h"
 #include "tools/simdev/core/log.h"
 #include "tools/simdev/core/peer.h"
@@ -29,16 +28,6 @@ struct {
     std::array<bool, std::size(status_receivers)> foreign;
     std::array<int, std::size(status_receivers)> queued; // of a stuck one
 } state;
-
-const sim_fault *receiver_fault(fault_kind kind, int receiver)
-{
-    for (size_t index = 0; index < fault_count(); index++) {
-        const sim_fault *fault = fault_number(index);
-        if (fault->kind == kind && (fault->receiver < 0 || fault->receiver == receiver + 1))
-            return fault;
-    }
-    return nullptr;
-}
 
 // Sends to the socket in the device folder, through the folder's descriptor: however long the
 // folder's path is, the address is short.
@@ -99,8 +88,8 @@ ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data
     operation.length = static_cast<int64_t>(size);
     operation.text_size = static_cast<uint8_t>(std::min(size, sizeof operation.text));
     memcpy(operation.text, data, operation.text_size);
-    const sim_fault *missing = receiver_fault(fault_receiver_missing, receiver);
-    const sim_fault *stuck = receiver_fault(fault_receiver_stuck, receiver);
+    const sim_fault *missing = find_fault(fault_receiver_missing, 1, receiver + 1);
+    const sim_fault *stuck = find_fault(fault_receiver_stuck, 1, receiver + 1);
     operation.fault = fault_index(missing != nullptr ? missing : stuck);
     operation.result = -1;
     errno = ENOENT;
@@ -110,9 +99,7 @@ ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data
                                : send_really(fd, receiver, data, size, flags);
     operation.error = errno;
     if (operation.result < 0 && errno == EAGAIN && !does_not_block(fd, flags)) {
-        if (stuck != nullptr && !clock_is_fast())
-            wait_really(std::min(sender->send_timeout_us, watchdog_left_us()));
-        advance(sender->send_timeout_us);
+        (stuck != nullptr ? spend : advance)(sender->send_timeout_us);
         operation.duration_us = sender->send_timeout_us;
     }
     log_operation(&operation);

@@ -77,15 +77,13 @@ pid_t sim_waitpid(pid_t pid, int *status, int options)
     if (!clock_runs() || ended <= 0)
         return ended;
     sim_operation operation = make_operation(op_script, network_stop_script);
-    const sim_fault *fault = find_fault(fault_script_hang, 1);
+    const sim_fault *fault = find_fault(fault_script_hang);
     if (fault != nullptr) {
         operation.fault = fault_index(fault);
         log_operation(&operation); // without a result: there will be none
         hang(operation.fault);
     }
-    if (!clock_is_fast())
-        wait_really(std::min(state.duration_us, watchdog_left_us()));
-    advance(state.duration_us);
+    spend(state.duration_us);
     operation.result = WIFEXITED(own_status) ? WEXITSTATUS(own_status) : 128 + WTERMSIG(own_status);
     operation.duration_us = state.duration_us;
     if (access(state.path, X_OK) != 0) { // the child ended without having run anything

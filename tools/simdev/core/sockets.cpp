@@ -163,11 +163,6 @@ int sim_connect(int fd, const sockaddr *address, socklen_t size)
     return result;
 }
 
-ssize_t sim_send(int fd, const void *data, size_t size, int flags)
-{
-    return sim_sendto(fd, data, size, flags, nullptr, 0);
-}
-
 ssize_t sim_sendto(int fd, const void *data, size_t size, int flags, const sockaddr *address,
                    socklen_t address_size)
 {
@@ -188,11 +183,6 @@ ssize_t sim_sendto(int fd, const void *data, size_t size, int flags, const socka
     }
     return transmit(fd, connection, flags,
                     [=]() { return real.sendto(fd, data, size, flags, address, address_size); });
-}
-
-ssize_t sim_recv(int fd, void *buffer, size_t size, int flags)
-{
-    return sim_recvfrom(fd, buffer, size, flags, nullptr, nullptr);
 }
 
 ssize_t sim_recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *address,

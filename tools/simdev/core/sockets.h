@@ -13,10 +13,8 @@ void sockets_start();
 
 int sim_socket(int domain, int type, int protocol);
 int sim_connect(int fd, const sockaddr *address, socklen_t size);
-ssize_t sim_send(int fd, const void *data, size_t size, int flags);
 ssize_t sim_sendto(int fd, const void *data, size_t size, int flags, const sockaddr *address,
                    socklen_t address_size);
-ssize_t sim_recv(int fd, void *buffer, size_t size, int flags);
 ssize_t sim_recvfrom(int fd, void *buffer, size_t size, int flags, sockaddr *address,
                      socklen_t *address_size);
 int sim_setsockopt(int fd, int level, int name, const void *value, socklen_t size);

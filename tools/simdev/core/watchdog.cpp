@@ -39,10 +39,7 @@ int64_t timeout_us()
 
 void watchdog_start()
 {
-    state = {};
-    for (size_t index = 0; index < fault_count(); index++)
-        if (fault_number(index)->kind == fault_watchdog)
-            state.fault = fault_number(index);
+    state = {find_fault(fault_watchdog), 0, 0};
 }
 
 void watchdog_feed()
@@ -72,6 +69,13 @@ void advance(int64_t microseconds)
     }
     if (clock_virtual_us() > day_us)
         end_program(sim_end_hang, op_hang, -1);
+}
+
+void spend(int64_t microseconds)
+{
+    if (!clock_is_fast())
+        wait_really(std::min(microseconds, watchdog_left_us()));
+    advance(microseconds);
 }
 
 void hang(int fault)

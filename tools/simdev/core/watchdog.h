@@ -20,6 +20,10 @@ void watchdog_feed();
 /// fast mode real time starves it as well: that of the script and of transfers, too. 0 looks only.
 void advance(int64_t microseconds);
 
+/// The same for time that is waited: really, too, without fast mode, as long as the watchdog lets
+/// it.
+void spend(int64_t microseconds);
+
 /// Real microseconds after which the watchdog resets the device; INT64_MAX without one, and in fast
 /// mode.
 int64_t watchdog_left_us();
