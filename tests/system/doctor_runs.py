@@ -31,7 +31,6 @@ SITE = """
     location = /500 {{ error_page 500 @500; return 500; }}
     location @500 {{ return 500 "{filler}"; }}
     location = /307 {{ error_page 307 @moved; return 307 http://127.0.0.2:{port}/flash.pkg; }}
-    location = /circle {{ error_page 302 @moved; return 302 http://127.0.0.2:{port}/circle; }}
     location @moved {{ return 200 "{filler}"; }}
 """
 

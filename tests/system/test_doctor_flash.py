@@ -8,6 +8,7 @@ import os
 import shutil
 import struct
 import subprocess
+import zlib
 
 import pytest
 
@@ -140,9 +141,8 @@ def test_every_partition_of_a_sweep_is_judged_block_for_block(make_device, serve
 def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
     part = data(2)[:9000]
     package = tmp_path / "flash.pkg"
-    package.write_bytes(make_package([Part(2, part), Part(8, b"not written")], key=b"right"))
-    (tmp_path / "right").write_text("right\n")
-    (tmp_path / "wrong").write_text("wrong\n")
+    package.write_bytes(make_package([Part(2, part), Part(8, b"not written")], key=b"right one"))
+    (tmp_path / "right").write_text("right one\n")
     keyed = ["--package", package, "--key-file", tmp_path / "right"]
     whole = part.ljust(65520, b"\xff") + trailer(part)
     beyond = struct.pack("<IIII", 1, 70_000, 70_001 + 0x44427031, 0x44427031)
@@ -177,33 +177,77 @@ def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
     # Without packages the trailer alone counts; one bad partition is enough for the status.
     assert fwdoctor("whole", "another's", cwd=tmp_path)[1] == 0
     assert fwdoctor("whole", *keyed, cwd=tmp_path)[1] == 0
-    # What cannot be read or compared with is said, the rest is judged.
-    for words, line in (
-            (["none"], "none: cannot be read: No such file or directory\n"),
-            ([tmp_path], f"{tmp_path}: cannot be read: Is a directory\n"),
-            (["--package", package, "--key-file", tmp_path / "wrong"],
-             f"{package}: cannot be compared with: has another key than this one, or is damaged"),
-            (["--package", package], f"{package}: cannot be compared with: is enciphered"),
-            (["--package", "whole"], "whole: cannot be compared with: is no package")):
-        verdicts, status, said = fwdoctor("whole", *words, cwd=tmp_path)
-        assert [verdict["whole"] for verdict in verdicts] == [True]
-        assert status == 2
-        assert said.startswith("fwdoctor: " + line) and said.count("\n") == 1
-    _, status, said = fwdoctor("whole", "--key-file", "right", "--package", package, cwd=tmp_path)
-    assert (status, said) == (2, "fwdoctor: --key-file belongs behind the --package that it "
-                                 "deciphers\n")
 
 
-@pytest.mark.skipif(BUILD.name == "dev", reason="minutes with sanitizers")
-def test_a_dump_beyond_four_gibibytes(tmp_path):
-    part = b"k" * 5000
-    with open(tmp_path / "large", "wb") as dump:
-        dump.write(part)
-        dump.truncate(2**32 + 8192)
-        dump.seek(-16, os.SEEK_END)
-        dump.write(trailer(part))
-    verdicts, status, _ = fwdoctor(tmp_path / "large")
-    assert (verdicts[0]["size"], verdicts[0]["whole"], status) == (2**32 + 8192, True, 0)
+def test_what_cannot_be_judged_or_compared_is_said(tmp_path):
+    part = data(2)[:9000]
+    (tmp_path / "good").write_bytes(part.ljust(65520, b"\xff") + trailer(part))
+    one = make_package([Part(2, part)], key=b"eight or more")
+    for name, content in {"bad": b"?", "one": one, "cut": one[:-1], "a.key": b"eight or more\n",
+                          "two": make_package([Part(2, part)], key=b"\0"), "none.key": b"",
+                          "cr.key": b"eight or more\r\n"}.items():
+        (tmp_path / name).write_bytes(content)
+    keyed, other = "--package one --key-file a.key", "--package two --key-file none.key"
+    no_key = "warning: none.key: the key is empty: devices decipher with the single byte 0"
+    line_end = "warning: cr.key: the key begins or ends with a line end, which is part of it"
+    another = "has another key than this one, or is damaged: its checksum is wrong"
+    for words, status, lines in (
+            (f"{keyed} {other}", 0, [no_key]),
+            ("none", 2, ["none: cannot be read: No such file or directory"]),
+            (".", 2, [".: cannot be read: Is a directory"]),
+            ("none bad", 2, ["none: cannot be read: No such file or directory"]),
+            ("--package one --key-file cr.key", 2, [line_end, f"one: cannot be compared with: {another}"]),
+            ("--package one", 2, ["one: cannot be compared with: is enciphered: --key-file with its key is "
+                                  "needed behind it"]),
+            ("--package cut --key-file a.key", 2, ["cut: cannot be compared with: has another length than "
+                                                   "its header says"]),
+            ("--package good", 2, ["good: cannot be compared with: is no package: not a package: Bad magic: "
+                                   "00070e15"])):
+        verdicts, ended, said = fwdoctor("good", *words.split(), cwd=tmp_path)
+        assert (ended, said) == (status, "".join(f"fwdoctor: {line}\n" for line in lines)), words
+        assert verdicts[0]["whole"]
+    for words in ("--key-file a.key --package one", f"{keyed} --key-file a.key"):
+        assert fwdoctor("good", *words.split(), cwd=tmp_path) == (
+            None, 2, "fwdoctor: --key-file belongs behind the --package that it deciphers\n")
+
+
+def test_the_report_for_people(tmp_path):
+    old, new = data(2, old=True)[:9000], data(2)[:20_000]
+    for name, part in (("old.pkg", old), ("new.pkg", new)):
+        (tmp_path / name).write_bytes(make_package([Part(8, b"not written"), Part(2, part)]))
+    mixed = (new[:4096] + old[4096:] + b"?" * 9000).ljust(65520, b"\xff")
+    (tmp_path / "mixed").write_bytes(mixed + struct.pack("<IIII", 0xab, 5, 0xb0 + 0x44427031, 0x44427031))
+    (tmp_path / "whole").write_bytes(new.ljust(65520, b"\xff") + trailer(new))
+    done = subprocess.run([FWDOCTOR, "flash", "mixed", "whole", "--package", "old.pkg", "--package",
+                           "new.pkg"], capture_output=True, text=True, cwd=tmp_path)
+    crc = zlib.crc32(new)
+    assert done.stdout == f"""\
+mixed
+  size         65536 bytes
+  trailer      CRC wrong: crc 000000ab, length 5, check 444270e1 (right), magic 44427031 (right); \
+the bytes have the CRC {zlib.crc32(new[:5]):08x}
+  content      mixed
+               blocks 0 to 0: part 1 (kernel) of new.pkg
+               blocks 1 to 2: part 1 (kernel) of old.pkg
+               blocks 3 to 4: of none of the packages
+               blocks 5 to 14: erased
+               blocks 15 to 15: of none of the packages
+  boot loader  that checks the CRC: refuses it
+               that checks the check word alone: STARTS IT, though it is not whole
+  what to do   Run the upgrade again with new.pkg: it writes everything anew. \
+Do not start the device from this partition.
+whole
+  size         65536 bytes
+  trailer      valid: crc {crc:08x}, length 20000, \
+check {(crc + 20_000 + 0x44427031) & 0xffffffff:08x} (right), magic 44427031 (right)
+  content      whole: part 1 (kernel) of new.pkg
+               blocks 0 to 4: part 1 (kernel) of new.pkg
+               blocks 5 to 14: erased
+               blocks 15 to 15: of none of the packages
+  boot loader  that checks the CRC: starts it
+               that checks the check word alone: starts it
+  what to do   Nothing: the partition is whole.
+"""
 
 
 def test_a_device_is_made_from_dumps_and_judged(tmp_path):

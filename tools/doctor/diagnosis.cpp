@@ -33,28 +33,9 @@ const finding *first_flaw(const run_log &run)
     return found == run.findings.end() ? nullptr : &*found;
 }
 
-/// The meaning with the finding's arguments in place of {1} to {9}.
-std::string fill_in(std::string_view meaning, const finding &finding)
-{
-    std::string text;
-    while (!meaning.empty()) {
-        const size_t index = meaning.size() > 2 && meaning[0] == '{' && meaning[2] == '}'
-                                 ? static_cast<size_t>(meaning[1] - '1')
-                                 : SIZE_MAX;
-        if (index < finding.arguments.size()) {
-            text += finding.arguments[index];
-            meaning.remove_prefix(3);
-        } else {
-            text += meaning.front();
-            meaning.remove_prefix(1);
-        }
-    }
-    return text;
-}
-
 diagnosis from_finding(const finding &finding)
 {
-    return {fill_in(finding.row->meaning, finding), split_lines(finding.row->remedies), &finding,
+    return {meaning_of(finding), split_lines(finding.row->remedies), &finding,
             network_state::unknown};
 }
 
@@ -143,6 +124,25 @@ network_state judge_network(const run_log &run)
 }
 
 } // namespace
+
+std::string meaning_of(const finding &finding)
+{
+    std::string_view meaning = finding.row->meaning;
+    std::string text;
+    while (!meaning.empty()) {
+        const size_t index = meaning.size() > 2 && meaning[0] == '{' && meaning[2] == '}'
+                                 ? static_cast<size_t>(meaning[1] - '1')
+                                 : SIZE_MAX;
+        if (index < finding.arguments.size()) {
+            text += finding.arguments[index];
+            meaning.remove_prefix(3);
+        } else {
+            text += meaning.front();
+            meaning.remove_prefix(1);
+        }
+    }
+    return text;
+}
 
 diagnosis diagnose(const run_log &run)
 {

@@ -20,6 +20,9 @@ struct diagnosis {
     network_state network = network_state::unknown;
 };
 
+/// What the finding's message means, with its arguments where the row says "{1}" to "{9}".
+std::string meaning_of(const finding &finding);
+
 /// Judges a run; the result points into it.
 diagnosis diagnose(const run_log &run);
 

@@ -8,7 +8,6 @@
 #include "package/package.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
-#include "tools/common/key.h"
 #include "tools/fwpkg/package_file.h"
 
 namespace doctor {
@@ -100,15 +99,12 @@ std::string known_part::name() const
     return "part " + std::to_string(index) + " (" + type + ") of " + package;
 }
 
-std::vector<known_part> read_parts(const package_choice &choice)
+std::vector<known_part> read_parts(const std::filesystem::path &path,
+                                   const std::optional<std::string> &key)
 {
-    std::optional<std::string> key;
-    if (!choice.key_file.empty())
-        key = read_key_file(choice.key_file);
-    const fwpkg::package_file file =
-        fwpkg::open_package(read_bytes(choice.path, package_capacity), key);
+    const fwpkg::package_file file = fwpkg::open_package(read_bytes(path, package_capacity), key);
     if (const std::string fault = package_fault(file, key.has_value()); !fault.empty())
-        throw failure(choice.path.string() + ": cannot be compared with: " + fault);
+        throw failure(path.string() + ": cannot be compared with: " + fault);
     const std::vector<uint8_t> bytes = fwpkg::store_blocks(file.blocks.get());
     std::vector<known_part> parts;
     for (const fwpkg::part_entry &entry : file.parts) {
@@ -117,7 +113,7 @@ std::vector<known_part> read_parts(const package_choice &choice)
         const std::span<const uint8_t> data = part_data(bytes, entry.part);
         if (data.empty())
             continue;
-        parts.push_back({choice.path.string(), entry.index, part_type_names[entry.part.type],
+        parts.push_back({path.string(), entry.index, part_type_names[entry.part.type],
                          std::vector<uint8_t>(data.begin(), data.end()),
                          crc32(0, data.data(), data.size())});
     }

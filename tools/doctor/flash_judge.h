@@ -34,9 +34,11 @@ struct known_part {
     [[nodiscard]] std::string name() const;
 };
 
-/// The parts of the types that are written, with data. Throws failure, one line with the path, for
-/// a file that is no package, or cannot be read, deciphered or trusted: another key than its own.
-std::vector<known_part> read_parts(const package_choice &choice);
+/// The parts of the types that are written, with data, of the package at `path`, which has `key`.
+/// Throws failure, one line with the path, for a file that is no package, or cannot be read,
+/// deciphered or trusted: another key than its own.
+std::vector<known_part> read_parts(const std::filesystem::path &path,
+                                   const std::optional<std::string> &key);
 
 struct partition_verdict {
     std::string path;
@@ -61,7 +63,8 @@ std::string verdict_text(const partition_verdict &verdict, const std::vector<kno
 json verdict_json(const partition_verdict &verdict, const std::vector<known_part> &parts);
 
 /// Judges all of `dumps` and prints them, as JSON when asked to. What cannot be judged, or compared
-/// with, is said in a line on standard error, with `program` in front, and the rest goes on.
+/// with, is said in a line on standard error, with `program` in front, and the rest goes on; so is
+/// what is odd about a key.
 /// Returns exit_good when every partition is whole, exit_bad when one is not, exit_trouble when
 /// something could not be judged.
 int report_partitions(const char *program, const std::vector<std::filesystem::path> &dumps,

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "tools/common/failure.h"
+#include "tools/common/key.h"
 #include "tools/common/printable.h"
 #include "tools/doctor/flash_judge.h"
 
@@ -57,6 +58,18 @@ std::string owners_text(const image::run &run, const std::vector<known_part> &pa
 bool deceives(const partition_verdict &verdict)
 {
     return verdict.trailer.state == image::trailer_state::crc_wrong;
+}
+
+/// The package's key, with a line on standard error for what is odd about it.
+std::optional<std::string> key_of(const char *program, const package_choice &choice)
+{
+    if (choice.key_file.empty())
+        return std::nullopt;
+    const std::string key = read_key_file(choice.key_file);
+    for (const std::string &oddity : key_oddities(key))
+        fprintf(stderr, "%s: warning: %s: %s\n", program,
+                printable(choice.key_file.string()).c_str(), oddity.c_str());
+    return key;
 }
 
 } // namespace
@@ -141,7 +154,7 @@ int report_partitions(const char *program, const std::vector<std::filesystem::pa
     std::vector<known_part> parts;
     for (const package_choice &choice : packages)
         attempt([&] {
-            for (known_part &part : read_parts(choice))
+            for (known_part &part : read_parts(choice.path, key_of(program, choice)))
                 parts.push_back(std::move(part));
         });
     json verdicts = json::array();

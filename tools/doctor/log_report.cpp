@@ -178,7 +178,7 @@ json run_json(const run_log &run)
                          {"last_line", finding->last_line},
                          {"count", finding->count},
                          {"text", show(finding->text)},
-                         {"meaning", finding->row->meaning}});
+                         {"meaning", show(meaning_of(*finding))}});
     json status;
     if (run.exit_status)
         status = *run.exit_status;

@@ -154,7 +154,12 @@ std::optional<message> match_one(std::string_view text)
 std::vector<message> find_messages(std::string_view line)
 {
     std::vector<message> messages;
+    const pattern_index &index = patterns();
     while (!line.empty()) {
+        if (index[static_cast<uint8_t>(line[0])].empty()) { // no more than a look at most bytes
+            line.remove_prefix(1);
+            continue;
+        }
         const std::optional<message> found = match_one(line);
         if (found)
             messages.push_back(*found);

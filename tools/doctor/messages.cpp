@@ -206,7 +206,8 @@ constexpr auto situations = std::to_array<situation_row>({
     {"the log ends within the download",
      "The log ends within the download: the device was reset (by its watchdog, most likely while "
      "the server was silent), lost its power, or the log was cut. No partition was touched.",
-     "Run the upgrade again.\nGive the watchdog a time-out above the waits: simdev watchdog."},
+     "Run the upgrade again.\nGive the watchdog a time-out above the waits: simdev run reports the "
+     "longest."},
     {"the log ends behind a complete download",
      "The log ends while the network was being stopped or the package checked: the network-stop "
      "script does not end, or the log went over the network that it stopped.",
@@ -218,7 +219,7 @@ constexpr auto situations = std::to_array<situation_row>({
      "That partition is mixed and must not be started.",
      "Run the upgrade again with the same package: it writes everything anew.\n"
      "Judge the partitions with fwdoctor flash.\n"
-     "Give the watchdog a time-out above the pauses: simdev watchdog."},
+     "Give the watchdog a time-out above the pauses: simdev run reports the longest."},
     {"the log ends within the stage VERIFYING",
      "The log ends while the partitions were read back: they are written, but not compared.",
      "Judge the partitions with fwdoctor flash --package.\nRun the upgrade again."},
