@@ -5,6 +5,7 @@
 #include "download/ftp.h"
 
 #include <deque>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <netinet/in.h>
@@ -79,9 +80,12 @@ downloader *open_ftp(const string &url)
     return opened;
 }
 
+int last_socket; ///< that was connected, or was not
+
 /// No peer can keep the program waiting for longer.
 void expect_time_outs(int socket)
 {
+    last_socket = socket;
     for (const int option : {SO_RCVTIMEO, SO_SNDTIMEO})
         EXPECT_EQ(socket_option<timeval>(socket, SOL_SOCKET, option).tv_sec, 300);
 }
@@ -121,6 +125,9 @@ void expect_dialogue(const row &wanted)
     for (int at = 0; at < buffer->total; at++)
         EXPECT_EQ(buffer->blocks[at / 4][at % 4], stored[static_cast<size_t>(at)]) << at;
     EXPECT_EQ(wanted.data_reads < 0 ? -1 : data.reads, wanted.data_reads);
+    if (said.find("connect error") != string::npos) {
+        EXPECT_EQ(fcntl(last_socket, F_GETFD), -1); // closed
+    }
     if (said.find("iobuf->total") != string::npos) {
         EXPECT_EQ(control.socket, -1);
         EXPECT_EQ(data.socket, -1);
@@ -146,6 +153,7 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
          FAILS "Interrupted system call" TOTALS(10, 10)},
         {"logged in without password", {{"USER", "230 in\r\n"}, {"PASS", ""}}, TOTALS(10, 10), 0, 10, pass},
         {"password refused", {{"PASS", "530 no\r\n"}}, SAYS "274: ftp login: no\n" TOTALS(10, 10)},
+        {"transfer on a connection that is there", {{"RETR", "125 here\r\n"}}},
         {"type refused", {{"TYPE", "500 no\r\n"}}},
         {"size missing", {{"SIZE", "550 no\r\n"}}, TOTALS(0, 0), 0, 0},
         {"size garbage", {{"SIZE", "213 ten\r\n"}},

@@ -132,6 +132,8 @@ TEST_F(Tls, MakesAHandshakeOfItsOwnForEachConnect)
     EXPECT_LT(read_byte(), 0);
     EXPECT_GE(connect("h"), 0);
     EXPECT_EQ(write_text(), "text");
+    EXPECT_EQ(client->ops->connect(client, "no such host", 1), -1);
+    EXPECT_LT(client->ops->write(client, "late", 4), 0);
     makes_no_more = true; // after one that worked, too
     EXPECT_GE(connect("h"), 0);
     EXPECT_EQ(write_text(), "");

@@ -66,15 +66,17 @@ DIALOGUES = {
         [(">", data(1, FULL)), ("<", ack(1)), (">", data(2, b"")), ("<", ack(2))], LAST, 512),
     "a block that lacks a byte is the last": (
         [(">", data(1, FULL[:511])), ("<", ack(1))], LAST, 511),
-    "another port counts as a time-out": (
-        [(">", data(1, FULL)), ("<", ack(1)), ("other", data(2)), ("<", ack(1)),
-         (">", data(2, b"x")), ("<", ack(2))], TIMEOUT + LAST, 513),
+    "another port counts as a time-out, but as none of the five in a row": (
+        [(">", data(1, FULL)), ("<", ack(1)), *[("other", data(2)), ("<", ack(1))] * 5,
+         (">", data(2, b"x")), ("<", ack(2))], TIMEOUT * 5 + LAST, 513),
     "only the port is compared": (
         [(">", data(1, FULL)), ("<", ack(1)), ("host", data(2)), ("<", ack(2))], LAST, 515),
     "an unknown opcode comes back": (
         [(">", b"\0\7xyz"), ("<", b"\0\7"), (">", data(1)), ("<", ack(1))], LAST, 3),
     "a block that is not awaited comes back as its opcode": (
-        [(">", data(7, FULL)), ("<", b"\0\3"), (">", data(1)), ("<", ack(1))], LAST, 3),
+        [(">", data(7, FULL)), ("<", b"\0\3"), (">", data(1, FULL)), ("<", ack(1)),
+         (">", data(2, FULL)), ("<", ack(2)), (">", data(1)), ("<", b"\0\3"),
+         (">", data(3)), ("<", ack(3))], LAST, 1027),
     "an acknowledgement is acknowledged, and its number awaited no more": (
         [(">", ack(0)), ("<", ack(1)), (">", data(2)), ("<", ack(2))], LAST, 3),
     "a read request is asked anew, from the adopted port": (
@@ -84,16 +86,18 @@ DIALOGUES = {
          ("69", REQUEST), (">", data(1)), ("<", ack(1))], TIMEOUT * 3 + LAST, 3),
     "error with a text": (
         [(">", b"\0\5\0\1gone\0")], "tftp.c:do_tftp:378: gone\n", 0),
-    "error with a text that the packet ends": (
-        [(">", b"\0\5\0\1gone")], "tftp.c:do_tftp:378: gone\n", 0),
-    "error without a text": (
-        [(">", b"\0\5\0\2\0")], "tftp.c:do_tftp:378: Access violation\n", 0),
+    "error after data, with a text that the packet ends": (
+        [(">", data(1, FULL)), ("<", ack(1)), (">", b"\0\5\0\1gone")],
+        "tftp.c:do_tftp:378: gone\n", 512),
     "error of four bytes": ([(">", b"\0\5\0\7")], "tftp.c:do_tftp:378: No such user\n", 0),
     "unknown error without a text": ([(">", b"\0\5\0\x08\0")], "", 0),
     "error cut short": ([(">", b"\0\5\0")], "", 0),
-    "error after data": (
-        [(">", data(1, FULL)), ("<", ack(1)), (">", b"\0\5\0\0full\0")],
-        "tftp.c:do_tftp:378: full\n", 512),
+    **{f"error {code} without a text": ([(">", b"\0\5\0%c\0" % code)],
+                                        f"tftp.c:do_tftp:378: {text}\n", 0)
+       for code, text in enumerate((
+           "Undefined error", "File not found", "Access violation",
+           "Disk full or allocation error", "Illegal TFTP operation", "Unknown transfer ID",
+           "File already exists", "No such user"))},
 }
 
 
@@ -161,6 +165,13 @@ def test_file_names_have_at_most_506_characters(make_device, udp_peer):
     run = fetch(make_device, 1, name=longest + "n")
     assert transfer_messages(run) == ("tftp.c:do_tftp:257: too long remote-filename\n"
                                       "tftp download packet length: 0\n")
+
+
+def test_without_a_socket_there_is_an_empty_package(make_device):
+    run = fetch(make_device, 1, faults=["socket-error"])
+    assert run.stderr.decode().split("f\n", 1)[1] == (
+        "tftp.c:do_tftp:208: socket error : Too many open files\nerror reading package\n"
+        "UPGRD_ERROR=INVALID PACKAGE\nbad package!\n")
 
 
 @pytest.mark.parametrize("host", ["no-such-host.invalid", "127.0.0.1:69", ""])
