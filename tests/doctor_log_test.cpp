@@ -51,7 +51,9 @@ TEST(DoctorLog, FindsMessagesThatRunTogether)
         {"buf: HTTP/1.1 410 3 things Gone", {"buf: HTTP/%s %d%s\n > 1.1"}},
         {"buf: HTTP/1.1 503 Busy", {"buf: HTTP/%s 5%s\n > 1.1"}},
         {"url = http://h/bad package!", {"url = %s\n > http://h/bad package!"}},
-        {"Bad magic: 3c68746d", {"Bad magic: %x\n > 3c68746d"}},
+        {"Bad magic: 3c68746f", {"Bad magic: %x\n > 3c68746f"}},
+        {"len: 1024, rlen=-1", {"len: %d, rlen=%d\n > 1024"}},
+        {"_httpc_read_char:1: ", {"_httpc_read_char:%d: %c-%d\n > 1"}}, // a newline was read
         {"reset watchdog error: ", {"reset watchdog error: %s\n > "}},
         {"open a window for writing", {}},
         {"", {}},
@@ -69,6 +71,7 @@ TEST(DoctorLog, FindsMessagesThatRunTogether)
 
 TEST(DoctorLog, NamesTheCauseOfWhatIsMissingOrRecovered)
 {
+    const std::string reset = "cprotocol.c:x:line 1:recv error:Connection reset by peer\n";
     const std::string refused = "http-priv.c:_tcp_connect2:line 9:recv error:Connection refused\n";
     const std::pair<std::string, const char *> rows[] = {
         // A try that was made good explains nothing later.
@@ -79,6 +82,13 @@ TEST(DoctorLog, NamesTheCauseOfWhatIsMissingOrRecovered)
         {"download start ...\ntftp.c:do_tftp:339: timeout\ntftp download packet length: 4096\n"
          "UPGRD_ERROR=INVALID PACKAGE\nbad package!\n",
          "A part that must be installed"},
+        {start + reset + "iobuf->total = 4096\nUPGRD_ERROR=INVALID PACKAGE\n",
+         "A part that must be installed"},
+        {start + reset + "iobuf->total = 4096\ninvalid package\nUPGRD_ERROR=INVALID PACKAGE\n",
+         "The package's length or checksum"},
+        {start + reset + "UPGRD_STAGE=WRITING\n", "The log ends while a partition was written"},
+        {"open /dev/fla2 for writing\n\n", "The log ends while a partition was written"},
+        {writing + "write block #1 failed: x\n" + trace, "The flash refused block 1 (x)"},
         // Of two that explain as much, the first.
         {start + "Bad version: 2\nChecksum error!\nUPGRD_ERROR=INVALID PACKAGE\n",
          "The package has format version 2"},
@@ -107,6 +117,41 @@ TEST(DoctorLog, NamesTheCauseOfWhatIsMissingOrRecovered)
     EXPECT_TRUE(cause(circle).starts_with("The HTTP server redirects in a circle"));
 }
 
+const std::string two_runs = R"(run 1 of 2, lines 1 to 31
+  url        http://h/f
+  result     upgraded, exit status 0
+  cause      Block 7 reads back different from what was written; that does not fail the upgrade.
+  remedies   1. Run the upgrade again: every block is written anew.
+             2. Judge the partition with fwdoctor flash before the device is started from it.
+             3. If the same block differs or fails again, the flash is worn out: replace it.
+  reached    done
+  attempts   2 of 3 at writing
+  left       the network was stopped: start it again
+             /dev/fla2 was written to its end; reads back different in block 7, 8
+             /dev/fla3 was written to its end; 2 failed writes; cannot be read back in block 3; )"
+                             R"(without its checksum
+  evidence   line 8: write block #4 failed: Input/output error
+             line 17: write block #1 failed: Input/output error (2 times, last in line 18)
+             line 23: block #7 differ (3 times, last in line 25)
+             line 28: read block #3 failed: )" +
+                             std::string(178, 'x') +
+                             R"(...
+             line 29: partition checksum write error: No space left on device
+             line 31: UPGRD_STAGE=DONE
+run 2 of 2, lines 32 to 42
+  url        http://h/f
+  result     the log ends before the run
+  cause      The package has a part of type 1, which is never written; only 2, 3 and 4 are.
+  remedies   1. Make the package without that part.
+             2. The parts before it have been written three times: judge them with fwdoctor flash.
+  reached    writing, 40 %
+  attempts   1 of 3 at writing
+  left       the network was stopped: start it again
+             /dev/fla2 was written to its end
+             /dev/fla3 may be written in part: mixed
+  evidence   line 39: writing partition 1 not supported
+)";
+
 TEST(DoctorLog, TellsWhatIsLeftOnTheDevice)
 {
     const log_file file = read(
@@ -121,43 +166,12 @@ TEST(DoctorLog, TellsWhatIsLeftOnTheDevice)
         std::string(300, 'x') +
         "\n"
         "partition checksum write error: No space left on device\n\nUPGRD_STAGE=DONE\n" +
-        writing + "UPGRD_PERCENTAGE=40\n");
-    EXPECT_EQ(log_text(file), R"(run 1 of 2, lines 1 to 31
-  url        http://h/f
-  result     upgraded, exit status 0
-  cause      Block 7 reads back different from what was written; that does not fail the upgrade.
-  remedies   1. Run the upgrade again: every block is written anew.
-             2. Judge the partition with fwdoctor flash before the device is started from it.
-             3. If the same block differs or fails again, the flash is worn out: replace it.
-  reached    done
-  attempts   2 of 3 at writing
-  left       the network was stopped: start it again
-             /dev/fla2 was written to its end; reads back different in block 7, 8
-             /dev/fla3 was written to its end; 2 failed writes; cannot be read back in block 3; )"
-                              R"(without its checksum
-  evidence   line 8: write block #4 failed: Input/output error
-             line 17: write block #1 failed: Input/output error (2 times, last in line 18)
-             line 23: block #7 differ (3 times, last in line 25)
-             line 28: read block #3 failed: )" +
-                                  std::string(178, 'x') +
-                                  R"(...
-             line 29: partition checksum write error: No space left on device
-             line 31: UPGRD_STAGE=DONE
-run 2 of 2, lines 32 to 39
-  url        http://h/f
-  result     the log ends before the run
-  cause      The log ends while a partition was written: power failed, or the watchdog reset )"
-                                  R"(the device. That partition is mixed and must not be started.
-  remedies   1. Run the upgrade again with the same package: it writes everything anew.
-             2. Judge the partitions with fwdoctor flash.
-             3. Give the watchdog a time-out above the pauses: simdev run reports the longest.
-  reached    writing, 40 %
-  attempts   1 of 3 at writing
-  left       the network was stopped: start it again
-             /dev/fla2 may be written in part: mixed
-  evidence   line 39: UPGRD_PERCENTAGE=40
-)");
+        writing +
+        "writing partition 1 not supported\nopen /dev/fla3 for writing\n\nUPGRD_PERCENTAGE=40\n");
+    EXPECT_EQ(log_text(file), two_runs);
     EXPECT_FALSE(is_flawless(file.runs.front()));
+    EXPECT_FALSE(read(writing).runs.front().percent);
+    EXPECT_TRUE(read("cannot create iobuf 4*4\n").runs.front().complete);
     EXPECT_TRUE(is_flawless(read(writing + "UPGRD_STAGE=DONE\n").runs.front()));
     const std::string document = log_json(file).dump();
     for (
@@ -191,6 +205,10 @@ TEST(DoctorLog, ReadsAnyLineEndAndForgetsTheOldestRuns)
 
 TEST(DoctorLog, HidesKeyAndPassword)
 {
+    std::ostringstream none;
+    std::istringstream one_long_line(std::string(70'000, 'x'));
+    redact(one_long_line, none);
+    EXPECT_EQ(none.str(), "(a line that is too long is left out)\n");
     const std::pair<const char *, const char *> rows[] = {
         {"decrypt using: top secret", "decrypt using: ***"},
         {"rypt using: x", "rypt using: ***"},

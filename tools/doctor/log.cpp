@@ -81,7 +81,6 @@ void reader::begin(bool complete, uint64_t line)
     file.runs.emplace_back();
     file.runs.back().first_line = line;
     file.runs.back().complete = complete;
-    device.clear();
 }
 
 /// What was said before data came explains no later failure.
@@ -93,8 +92,7 @@ void settle(run_log &run)
 
 void finish_partition(run_log &run, const std::string &device)
 {
-    if (partition_log *partition = open_partition_of(run, device);
-        partition != nullptr && run.reached == phase::writing)
+    if (partition_log *partition = open_partition_of(run, device))
         partition->whole = true;
 }
 

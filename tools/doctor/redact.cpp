@@ -65,7 +65,7 @@ void redact(std::istream &in, std::ostream &out)
         } else {
             out << without_secrets(line) << "\n";
         }
-        first = first && cut;
+        first = false;
         in_long_line = cut;
     });
     if (in_long_line)
