@@ -27,35 +27,23 @@ def pyftpdlib(folder, port):
             "-u", "me", "-P", "secret"]
 
 
-@pytest.fixture
-def serve_ftp(tmp_path, start_server):
-    """serve_ftp(command): serves pub/fw.pkg; returns its size and the port."""
-
-    def start(command):
-        folder = tmp_path / "served"
-        (folder / "pub").mkdir(parents=True)
-        package = make_package([Part(3, CONTENT)])
-        (folder / "pub/fw.pkg").write_bytes(package)
-        return len(package), start_server(lambda port: command(folder, port), socket.SOCK_STREAM)
-
-    return start
-
-
-def ftp_messages(run):
-    return [line for line in run.stderr.decode().splitlines() if line.startswith(("ftp", "iobuf"))]
-
-
 @pytest.mark.parametrize("user, command", [
     ("", vsftpd),  # USER is answered 230
     ("me:secret@", pyftpdlib),  # RETR is answered 125
 ])
-def test_a_real_server_serves_an_upgrade(user, command, make_device, serve_ftp):
-    size, port = serve_ftp(command)
+def test_a_real_server_serves_an_upgrade(user, command, make_device, start_server, tmp_path):
+    folder = tmp_path / "served"
+    (folder / "pub").mkdir(parents=True)
+    package = make_package([Part(3, CONTENT)])
+    (folder / "pub/fw.pkg").write_bytes(package)
+    port = start_server(lambda port: command(folder, port), socket.SOCK_STREAM)
     device = make_device(partitions={3: 4_000_000})
     script = device.folder / "etc/rc.d/init.d/network.stop"
     script.write_text(f"#!/bin/sh\nls -l /proc/$PPID/fd >{device.folder}/descriptors\n")
     run = device.run(f"ftp://{user}127.0.0.1/pub/fw.pkg", ports=[(21, port)])
-    assert ftp_messages(run) == [f"ftp->total = {size}", f"iobuf->total = {size}"]
+    size = len(package)
+    said = [line for line in run.stderr.decode().splitlines() if line.startswith(("ftp", "iobuf"))]
+    assert said == [f"ftp->total = {size}", f"iobuf->total = {size}"]
     assert run.status == 0
     # Neither of the dialogue nor of the 102 datagrams.
     assert "socket:" not in (device.folder / "descriptors").read_text()
@@ -63,18 +51,6 @@ def test_a_real_server_serves_an_upgrade(user, command, make_device, serve_ftp):
     downloading = run.datagrams[:run.datagrams.index("UPGRD_STAGE=WRITING")]
     assert downloading == ["UPGRD_STAGE=DOWNLOADING", *[
         f"UPGRD_PERCENTAGE={percent}" for percent in range(101)]]
-
-
-def test_a_file_that_is_not_there_costs_one_wait(make_device, serve_ftp):
-    _, port = serve_ftp(vsftpd)
-    run = make_device().run(f"ftp://127.0.0.1:{port}/pub/none")
-    # No transfer, and so no reply that ends it.
-    assert ftp_messages(run) == [
-        "ftp.c:ftp_downloader_download:310: RETR: Failed to open file.",
-        "ftp->total = 0", "iobuf->total = 0",
-        SILENT + "ftp.c:ftp_downloader_download:362: ftp error"]
-    assert run.report["virtual_us"] == 5_000_000
-    assert run.datagrams == ["UPGRD_ERROR=INVALID PACKAGE"]
 
 
 def transfer(listener, size, last_reply, content, after):

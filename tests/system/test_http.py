@@ -120,15 +120,15 @@ def moved(location):
     return b"HTTP/1.0 302 Found\r\nLocation: " + location + b"\r\n\r\n" + b"X" * 1100
 
 
-@pytest.mark.parametrize("scheme", ["http", "https"])
+# In clear this is a unit test's.
 @pytest.mark.parametrize("drip, seconds", [
     ("bytes=10", len(PACKAGE) // 10),
     ("bytes=1000,seconds=200", 200 * (len(PACKAGE) // 1000)),
 ])
-def test_a_slow_server_is_waited_for(scheme, drip, seconds, nginx, make_device):
+def test_a_slow_server_is_waited_for(drip, seconds, nginx, make_device):
     device = make_device()
     trust(device, nginx.authority)
-    run = device.run(f"{scheme}://127.0.0.1:{getattr(nginx, scheme)}/upgrade/flash.pkg",
+    run = device.run(f"https://127.0.0.1:{nginx.https}/upgrade/flash.pkg",
                      faults=[f"server-drip:{drip}"], **PATIENT)
     assert run.status == 0
     assert device.flash(3).startswith(CONTENT)
