@@ -139,6 +139,9 @@ TEST(EvalConditions, TakesAnyBytesAsCode)
         {"open group of or alone", "\0a\0002\0\x13\x11\0a\0001\0"s, 1},
         // ( ! ( a=2 | a=1: the inner one is 1, not of it 0, and a=2 | a=1 makes that 1 again.
         {"two open groups", "\x13\x10\x13\0a\0002\0\x11\0a\0001\0"s, 1},
+        // a=2 ( | a=1 ( a=1: what the outer one leaves at 0 is 1 once its items come again.
+        {"two open groups behind what does not hold", "\0a\0002\0\x13\x11\0a\0001\0\x13\0a\0001\0"s,
+         1},
         {"two open groups of what does not hold", "\x13\x11\x13\0a\0002\0"s, 0},
     };
     for (const auto &row : rows)
