@@ -11,8 +11,7 @@ from package import OPTIONAL, Part, make_package, seal
 
 KERNEL = bytes(range(256)) * 20  # 5120 bytes: a block and a part of one
 MAGIC = 0x44427031
-HOLDS = b"\0none\0\0"  # condition code: an unknown name is the empty text
-FAILS = b"\0none\0x\0"
+FAILS = b"\0none\0x\0"  # condition code: an unknown name is the empty text
 URL = "tftp://127.0.0.1/fw"
 STARTED = f"download start ...\nurl = {URL}\ntftp download start ...\nreceive last packet\n"
 
@@ -149,16 +148,6 @@ def test_every_other_text_is_a_url(arguments, url, host, make_device):
     assert run.status == 1
 
 
-def test_a_configuration_that_cannot_be_read_ends_the_run(make_device):
-    device = make_device()
-    (device.folder / "etc/syscfg.conf").unlink()
-    (device.folder / "etc/syscfg.conf").mkdir()
-    run = device.run("ftp://127.0.0.1:1/f")
-    assert run.stderr.decode() == ("download start ...\nurl = ftp://127.0.0.1:1/f\n"
-                                   "cannot read /etc/syscfg.conf: Is a directory\n")
-    assert (run.status, run.datagrams) == (1, [])
-
-
 @pytest.mark.parametrize("url, said", [
     ("TfTpd", ["tftp.c:tftp_downloader_open:505: FUNCTION_FAILED"]),
     ("gopher://127.0.0.1/f", []),
@@ -179,7 +168,6 @@ SELECTED = {  # parts, device, the partitions that get written
          Part(9, b"no name", flags=OPTIONAL)],
         {"requirements": {"base": "a=1"}}, []),
     "malformed code counts as met": ([Part(2, b"k", conditions=b"\0cut")], {}, [2]),
-    "code that holds": ([Part(2, b"k", conditions=HOLDS)], {}, [2]),
     "in clear, and there is but a vendor's number": (
         [Part(2, b"k")], {"configuration": {"VENID": "v"}}, [2]),
     "in clear, and the key is empty": ([Part(2, b"k")], {"configuration": {"VENDOR_KEY": ""}}, [2]),
@@ -203,17 +191,20 @@ def test_parts_are_selected(name, make_device, serve_tftp):
     assert run.datagrams[-2:] == stage("DONE")
 
 
-def test_a_difference_is_reported_and_no_failure(make_device, serve_tftp):
+def test_a_difference_is_reported_and_no_failure_and_sizes_may_pass_the_actual_ones(make_device,
+                                                                                  serve_tftp):
     # The trailer overwrites the end of a part that fills its partition.
-    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 65536)]))
+    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 65536, actual_size=32768)]))
     assert "\nlast block #15 differ\n" in after_download(run)
-    assert run.datagrams[-3:] == ["UPGRD_PERCENTAGE=93", *stage("DONE")]
+    assert "UPGRD_PERCENTAGE=200" in run.datagrams
+    assert run.datagrams[-3:] == ["UPGRD_PERCENTAGE=187", *stage("DONE")]
     assert run.status == 0
 
 
 def test_a_type_that_is_not_written_fails_three_attempts(make_device, serve_tftp):
-    device = make_device(partitions={0: 65536, 2: 65536})
-    run = start(device, serve_tftp, make_package([Part(2, b"k"), Part(0, b"i")]))
+    device = make_device(partitions={0: 65536, 2: 65536, 3: 65536})
+    run = start(device, serve_tftp, make_package([
+        Part(2, b"k"), Part(3, b"too large", actual_size=70000, flags=OPTIONAL), Part(0, b"i")]))
     attempt = ["UPGRD_STAGE=WRITING", "UPGRD_PERCENTAGE=0", "open /dev/fla2 for writing", "",
                "UPGRD_PERCENTAGE=50", "writing partition 0 not supported", "write package failed!"]
     assert after_download(run) == lines(*attempt * 3, "UPGRD_ERROR=UPGRADE FAILED",
@@ -221,32 +212,23 @@ def test_a_type_that_is_not_written_fails_three_attempts(make_device, serve_tftp
     assert run.datagrams[-1] == "UPGRD_ERROR=UPGRADE FAILED"
     assert run.status == 2
     assert run.report["virtual_us"] == 3 * (40_000 + 100_000)  # no pause, and no rest at the end
+    for target in ("/dev/fla0", "/dev/fla2", "/dev/fla3", "/dev/gpio"):
+        opened, closed = ([o for o in run.of(name) if o.get("target") == target]
+                          for name in ("open", "close"))
+        assert len(opened) == len(closed) > 0, target
 
 
-OPEN = ["open /dev/fla2 for writing", ""]
-WROTE = [*OPEN, "UPGRD_PERCENTAGE=80", "UPGRD_PERCENTAGE=100"]
-VERIFIED = [*stage("VERIFYING"), *WROTE]
-PAUSES = 2 * 40_000 + 100_000 + 2_000_000
-
-FAULTS = {  # faults, what is said from the first stage on, virtual microseconds
-    "a device that opens at the second attempt": (
-        ["open-error@2:partition=2"],
-        [*stage("WRITING"), "cannot open /dev/fla2 for writing", "", "write package failed!",
-         *stage("WRITING"), *WROTE, *VERIFIED], PAUSES),
-    "a device that does not open for reading once": (
-        ["open-error@3:partition=2"],
-        [*stage("WRITING"), *WROTE, *stage("VERIFYING"), "cannot open /dev/fla2 for writing", "",
-         "verify package failed!", *stage("WRITING"), *WROTE, *VERIFIED],
-        PAUSES + 2 * 40_000 + 100_000),
-}
-
-
-@pytest.mark.parametrize("name", FAULTS)
-def test_a_failing_device(name, make_device, serve_tftp):
-    faults, said, virtual = FAULTS[name]
-    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]), faults=faults)
-    assert run.stderr.decode().split("%d\n" % (4096 + 5120), 1)[1] == lines(*said, *stage("DONE"))
-    assert run.report["virtual_us"] == virtual
+def test_the_third_attempt_may_succeed(make_device, serve_tftp):
+    # The second open of the device is that for writing, the fourth that for reading.
+    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]),
+                faults=["open-error@2:partition=2", "open-error@4:partition=2"])
+    failed = ["cannot open /dev/fla2 for writing", ""]
+    done = ["open /dev/fla2 for writing", "", "UPGRD_PERCENTAGE=80", "UPGRD_PERCENTAGE=100"]
+    assert after_download(run) == lines(
+        *stage("WRITING"), *failed, "write package failed!",
+        *stage("WRITING"), *done, *stage("VERIFYING"), *failed, "verify package failed!",
+        *stage("WRITING"), *done, *stage("VERIFYING"), *done, *stage("DONE"))
+    assert run.report["virtual_us"] == 2 * (2 * 40_000 + 100_000) + 2_000_000
     assert run.status == 0
 
 
@@ -264,11 +246,6 @@ def test_receivers_that_do_not_read_cost_two_seconds_a_datagram(make_device, ser
     assert [o for o in run.of("datagram") if o.get("error") == "EAGAIN"] == late != []
     assert run.report["virtual_us"] == 10 * 40_000 + 2_100_000 + len(late) * 2_000_000
     assert run.status == 0
-
-
-def test_sizes_beyond_the_actual_sizes_pass_a_hundred(make_device, serve_tftp):
-    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 8192, actual_size=4096)]))
-    assert "UPGRD_PERCENTAGE=200" in run.datagrams
 
 
 @pytest.mark.parametrize("closed", [(0,), (1,), (2,), (0, 1, 2)])
@@ -317,14 +294,3 @@ def test_a_missing_receiver_leaves_the_other_all(missing, heard, silent, make_de
 def test_a_missing_receiver_is_reported_with_an_error_alone(make_device):
     run = make_device().run("tftpd", faults=["receiver-missing"])
     assert "UPGRD_ERROR=INVALID URL\nsendto /tmp/.upgrd_info error: " in run.stderr.decode()
-
-
-def test_every_device_that_is_opened_is_closed(make_device, serve_tftp):
-    package = make_package([Part(2, KERNEL), Part(3, b"b", actual_size=70000, flags=OPTIONAL),
-                            Part(0, b"i")])
-    run = start(make_device(partitions={0: 65536, 2: 65536, 3: 65536}), serve_tftp, package)
-    assert run.status == 2  # type 0 is not written, three times
-    for target in ("/dev/fla0", "/dev/fla2", "/dev/fla3", "/dev/gpio"):
-        opened, closed = ([o for o in run.of(name) if o.get("target") == target]
-                          for name in ("open", "close"))
-        assert len(opened) == len(closed) > 0, target
