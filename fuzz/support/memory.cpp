@@ -8,6 +8,7 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 
+#include "fuzz/support/fuzz.h"
 #include "fuzz/support/world.h"
 
 namespace {
@@ -15,6 +16,12 @@ namespace {
 void *mapping(void *memory)
 {
     return memory == nullptr ? MAP_FAILED : memory;
+}
+
+int protect(void *memory)
+{
+    fuzz::require(fuzz::run::keeps(memory), "only memory that is there is protected");
+    return fuzz::fails_now() ? -1 : 0;
 }
 
 int no_error(void *value, socklen_t size)
@@ -49,7 +56,7 @@ REDIRECTED(void *, mmap64,
            mapping(UNLESS_IT_FAILS(__real_calloc(1, size))))
 REDIRECTED(int, munmap, (void *address, size_t size), (address, size), (free(address), 0))
 REDIRECTED(int, mprotect, (void *address, size_t size, int protection), (address, size, protection),
-           fuzz::fails_now() ? -1 : 0)
+           protect(address))
 REDIRECTED(int, getsockopt, (int fd, int level, int name, void *value, socklen_t *size),
            (fd, level, name, value, size), no_error(value, *size))
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

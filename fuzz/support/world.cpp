@@ -63,7 +63,6 @@ template<auto answer, typename Result, typename... Rest> Result call_on(int fd, 
     return found == nullptr ? -1 : answer(found, rest...);
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): the real call's form
 int open_device(const char *path, int /*flags*/, ...)
 {
     const auto device = current->world->devices.find(path);
@@ -178,7 +177,6 @@ int set_option(descriptor * /*socket*/, int /*level*/, int /*name*/, const void 
     return 0;
 }
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): the real call's form
 int control_device(int fd, ioctl_request /*request*/, ...)
 {
     return fuzz::fails_now() || find(fd) == nullptr ? -1 : 0;
@@ -243,6 +241,11 @@ size_t run::open_descriptors()
 size_t run::allocations()
 {
     return current->memory.size();
+}
+
+bool run::keeps(void *memory)
+{
+    return current->memory.contains(memory);
 }
 
 bool caught()

@@ -43,6 +43,9 @@ public:
     /// Descriptors, and allocations, that the program holds now.
     static size_t open_descriptors();
     static size_t allocations();
+
+    /// Whether the program holds what was allocated at this address.
+    static bool keeps(void *memory);
 };
 
 // For the calls that are caught beside the face's (memory.cpp, tls.cpp):
