@@ -56,6 +56,8 @@ struct sim_real {
     pid_t (*waitpid)(pid_t pid, int *status, int options);
 };
 
+/// A fuzzer puts its own functions in their place: without sim_start all that the face takes over
+/// goes straight here.
 extern sim_real real;
 
 /// Fills it in with what lies behind the face. False when that was done before.
