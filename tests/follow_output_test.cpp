@@ -111,6 +111,7 @@ TEST_F(FollowFiles, GiveBackEveryByteAndTimeOfARecording)
         ASSERT_TRUE(recording_add(&made, texts[index].data(), texts[index].size(),
                                   5000 + static_cast<int64_t>(index) * 7, 1'700'000'000'123));
     ASSERT_TRUE(recording_close(&made, "done", 9000, 0));
+    EXPECT_LT(fs::file_size(path_), 1'000'000U);
     playback play;
     ASSERT_TRUE(playback_open(&play, path_.c_str(), error_, sizeof error_)) << error_;
     EXPECT_EQ(play.clock_ms, 1'700'000'000'123);

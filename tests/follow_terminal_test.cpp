@@ -77,7 +77,10 @@ TEST(FollowTerminal, DrawsOverItsLastFrameAndKeepsWhatIsOver)
         {"STAGE=WRITING", "^2 Download   [#######.......]  50 %   2:02|"
                           "Write      [..............]   0 %   0:00|"
                           "Writing the new firmware. Do not switch the device off.|_"},
-        {"STAGE=WRITING", "^2 Write      [..............]   0 %   0:00|"
+        {"STAGE=VERIFYING", "^2 Write      [..............]   0 %   1:01|"
+                            "Verify     [..............]   0 %   0:00|"
+                            "Reading the new firmware back. Do not switch the device|off.|_"},
+        {"STAGE=WRITING", "^3 Write      [..............]   0 %   0:00|"
                           "Attempt 2 of 3. Writing the new firmware. Do not switch the|"
                           "device off.|_"},
         {"STAGE=VERIFYING", "^3 Write      [..............]   0 %   1:01|"
@@ -152,15 +155,15 @@ TEST(FollowTerminal, SaysPlainLinesOnceAndNoEscapes)
     };
     take("STAGE=WRITING", 0);
     for (int percent = 1; percent <= 60; percent++)
-        take("PERCENTAGE=" + std::to_string(percent), percent * 1000);
+        take("PERCENTAGE=" + std::to_string(percent), percent * 1001);
     take("", 95'000);
     take("STAGE=WRITING", 95'500);
-    take("ERROR=\x1b[31m<b>\xc3\xa4\n", 96'000);
+    take("ERROR=\x1b[31m<b>\xc3\xa4\x7f", 96'000);
     EXPECT_EQ(output,
               "Writing the new firmware. Do not switch the device off.\n"
-              "Write      [########..........................]  25 %   0:25  about 1:17 left\n"
-              "Write      [#################.................]  50 %   0:50  about 0:52 left\n"
-              "Writing the new firmware. Do not switch the device off. No word for 35 s. The\n"
+              "Write      [########..........................]  25 %   0:25  about 1:18 left\n"
+              "Write      [#################.................]  50 %   0:50  about 0:53 left\n"
+              "Writing the new firmware. Do not switch the device off. No word for 34 s. The\n"
               "flash may refuse a block, which is tried again and again, or the device may\n"
               "have been reset.\n"
               "Attempt 2 of 3. Writing the new firmware. Do not switch the device off.\n"
@@ -183,6 +186,8 @@ TEST(FollowReport, SaysAllOfAStateAndCarriesNoMarkupOfTheSender)
     run.take("", 95'000);
     expect_part(run.report(95'000),
                 R"("rest_seconds":null,"silent_seconds":89.4,"active":true,"silent":true,)");
+    run.take("", 336'000);
+    expect_part(run.report(337'000), R"("active":false,"silent":false,"outcome":"lost",)");
     run.take("STAGE=WRITING", 96'000);
     run.take("STAGE=VERIFYING", 97'000);
     run.take("", 127'000);
@@ -191,7 +196,7 @@ TEST(FollowReport, SaysAllOfAStateAndCarriesNoMarkupOfTheSender)
     const std::string text = run.report(1'000'000'000'000, 4'000'000'000'000);
     expect_part(text, R"("write":{"percent":0,"seconds":1.0},"verify":{"percent":0,"seconds":31.)");
     expect_part(text, R"("active":false,"silent":false,"outcome":"failed","exit_status":2,)");
-    expect_part(text, R"("error":"\"</script>\u001b\ufffdxxx)");
+    expect_part(text, R"("error":"\"</script>\u001b\ufffd)" + std::string(51, 'x') + "\",\"title");
     EXPECT_EQ(text.find_first_of("\x1b\xff\n"), std::string::npos);
 }
 

@@ -137,6 +137,8 @@ TEST(FollowTracker, SaysWhenSilenceBeginsAndWhenItIsOver)
     tracker_take(&state, "UPGRD_STAGE=DONE", 74'000);
     EXPECT_EQ(tracker_next_ms(&state), never_ms);
     EXPECT_EQ(tracker_silence_ms(&state, 99'000), 0);
+    state = play("WRITING, +330");
+    EXPECT_EQ(tracker_run_ms(&state, 999'000), 330'000);
 }
 
 TEST(FollowTracker, EstimatesFromTheStepsOwnPace)
@@ -150,6 +152,8 @@ TEST(FollowTracker, EstimatesFromTheStepsOwnPace)
     EXPECT_EQ(tracker_rest_ms(&state, 15'000), 27'000);
     EXPECT_EQ(tracker_rest_ms(&state, 40'001), -1); // it was wrong, so nothing is said
     tracker_take(&state, "UPGRD_STAGE=VERIFYING", 91'000);
+    tracker_take(&state, "UPGRD_PERCENTAGE=50", 91'005);
+    EXPECT_EQ(tracker_rest_ms(&state, 91'005), 2005);
     tracker_take(&state, "UPGRD_PERCENTAGE=100", 91'010);
     EXPECT_EQ(tracker_rest_ms(&state, 91'510), 1500);
     tracker_take(&state, "UPGRD_STAGE=DONE", 93'010);

@@ -156,7 +156,7 @@ def test_a_flood_is_read_whatever_the_terminal_does(follow, tmp_path):
     assert json.loads((tmp_path / "state").read_text())["state"] == "done"
 
 
-def test_json_that_nobody_reads_ends_with_the_outcome(follow):
+def test_whatever_reads_the_output_it_ends_with_the_outcome(follow, tmp_path):
     follower = follow("--json")
     for _ in range(20):
         follower.say("STAGE=WRITING", *[f"PERCENTAGE={n}" for n in range(100)])
@@ -170,6 +170,14 @@ def test_json_that_nobody_reads_ends_with_the_outcome(follow):
         follower.say("STAGE=DONE")
         assert follower.end(0)[1].count("\n") == complaints
     os.close(writing)
+    with open(tmp_path / "output", "w+") as output:
+        output.write("before\n")
+        output.flush()
+        follower = follow(stdout=output)
+        follower.say("STAGE=DONE")
+        follower.end(0)
+        output.seek(0)
+        assert output.readline() == "before\n"
 
 
 def test_it_ends_after_its_wait_by_a_signal_or_never(follow, tmp_path):
@@ -206,10 +214,13 @@ def wait_for(condition):
 
 def test_state_file_command_and_linger_keep_up(follow, tmp_path):
     state, outcomes = tmp_path / "state", tmp_path / "outcomes"
+    (tmp_path / "state.new").write_text("x" * 9999)  # left by one that was killed
     follower = follow("--quiet", "--stay", "--state", state, "--run",
                       f"echo $UPGRADE_OUTCOME >>{outcomes}")
-    follower.say("STAGE=WRITING", "PERCENTAGE=50")
-    wait_for(lambda: state.exists() and json.loads(state.read_text())["percent"] == 50)
+    follower.say("STAGE=WRITING")
+    wait_for(lambda: state.exists() and json.loads(state.read_text())["state"] == "writing")
+    follower.say("PERCENTAGE=50")
+    wait_for(lambda: json.loads(state.read_text())["percent"] == 50)
     follower.say("ERROR=INVALID URL")
     wait_for(lambda: outcomes.exists() and outcomes.read_text() == "refused\n")
     wait_for(lambda: follower.say("STAGE=WRITING", "STAGE=DONE") or
@@ -220,7 +231,7 @@ def test_state_file_command_and_linger_keep_up(follow, tmp_path):
     follower = follow("--run", f"sleep 0.3; touch {tmp_path}/over", "--web", 0, "--linger", 1.2,
                       "--wait", 1)
     start = time.monotonic()
-    follower.say("ERROR=INVALID URL", "STAGE=DONE")
+    follower.say("ERROR=INVALID URL", "STAGE=WRITING", "STAGE=DONE")
     follower.end(1)
     assert (tmp_path / "over").exists() and time.monotonic() - start >= 1.2
 

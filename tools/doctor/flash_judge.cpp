@@ -5,6 +5,7 @@
 #include <span>
 
 #include "flash/crc32.h"
+#include "flash/trailer.h"
 #include "package/package.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
@@ -14,7 +15,7 @@ namespace doctor {
 
 namespace {
 
-constexpr uint64_t trailer_size = 16;
+constexpr uint64_t trailer_size = sizeof(partition_trailer);
 
 /// Why the package cannot be compared with; empty when it can.
 std::string package_fault(const fwpkg::package_file &file, bool has_key)

@@ -3,6 +3,7 @@
 // How the judgement of partitions is shown.
 #include <cstdio>
 
+#include "flash/trailer.h"
 #include "tools/common/failure.h"
 #include "tools/common/key.h"
 #include "tools/common/printable.h"
@@ -23,7 +24,7 @@ std::string trailer_text(const partition_verdict &verdict)
 {
     const image::trailer_verdict &trailer = verdict.trailer;
     std::string text = image::name(trailer.state);
-    if (verdict.size < 16)
+    if (verdict.size < sizeof(partition_trailer))
         return text + ": less than 16 bytes";
     text += ": crc " + hex(trailer.crc) + ", length " + std::to_string(trailer.length) +
             ", check " + hex(trailer.check) + (trailer.check_right ? " (right)" : " (wrong)") +
@@ -54,12 +55,6 @@ std::string owners_text(const image::run &run, const std::vector<known_part> &pa
     return text;
 }
 
-/// Whether a boot loader that looks at the check word alone would start what is not whole.
-bool deceives(const partition_verdict &verdict)
-{
-    return verdict.trailer.state == image::trailer_state::crc_wrong;
-}
-
 /// The package's key, with a line on standard error for what is odd about it.
 std::optional<std::string> key_of(const char *program, const package_choice &choice)
 {
@@ -77,6 +72,7 @@ std::optional<std::string> key_of(const char *program, const package_choice &cho
 std::string verdict_text(const partition_verdict &verdict, const std::vector<known_part> &parts)
 {
     const bool valid = verdict.trailer.state == image::trailer_state::valid;
+    const bool deceives = verdict.trailer.state == image::trailer_state::crc_wrong;
     std::string text = printable(verdict.path) + "\n";
     const auto add = [&text](const char *name, const std::string &what) {
         std::string label(name);
@@ -93,9 +89,9 @@ std::string verdict_text(const partition_verdict &verdict, const std::vector<kno
     }
     add("boot loader", std::string("that checks the CRC: ") + (valid ? "starts it" : "refuses it"));
     add("", std::string("that checks the check word alone: ") +
-                (valid               ? "starts it"
-                 : deceives(verdict) ? "STARTS IT, though it is not whole"
-                                     : "refuses it"));
+                (valid      ? "starts it"
+                 : deceives ? "STARTS IT, though it is not whole"
+                            : "refuses it"));
     add("what to do", printable(verdict.advice));
     return text;
 }
@@ -133,7 +129,8 @@ json verdict_json(const partition_verdict &verdict, const std::vector<known_part
             {"content", image::name(verdict.content)},
             {"holds", verdict.holds ? part_json(*verdict.holds) : json()},
             {"runs", runs},
-            {"boot_loader", {{"crc", valid}, {"check_word_alone", valid || deceives(verdict)}}},
+            {"boot_loader",
+             {{"crc", valid}, {"check_word_alone", trailer.state != image::trailer_state::none}}},
             {"whole", verdict.whole},
             {"advice", printable(verdict.advice)}};
 }

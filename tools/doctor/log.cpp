@@ -90,6 +90,14 @@ void settle(run_log &run)
         finding.settled = true;
 }
 
+/// The package is looked at, so the download is over.
+void begin_check(run_log &run)
+{
+    if (run.reached < phase::checking && run.has_data())
+        settle(run);
+    run.reached = std::max(run.reached, phase::checking);
+}
+
 void finish_partition(run_log &run, const std::string &device)
 {
     if (partition_log *partition = open_partition_of(run, device))
@@ -160,10 +168,8 @@ void reader::take_outcome(run_log &run, const message &message)
         run.reached = run.has_data() ? std::min(run.reached, phase::downloading) : phase::start;
         break;
     case event::invalid_package:
-        if (run.reached < phase::checking && run.has_data())
-            settle(run);
         run.end = outcome::invalid_package;
-        run.reached = std::max(run.reached, phase::checking);
+        begin_check(run);
         break;
     case event::upgrade_failed:
         run.end = outcome::upgrade_failed;
@@ -196,9 +202,7 @@ void reader::take(const message &message, uint64_t line)
         run.redirects++;
         break;
     case event::package:
-        if (run.reached < phase::checking && run.has_data())
-            settle(run);
-        run.reached = std::max(run.reached, phase::checking);
+        begin_check(run);
         break;
     case event::download_stage:
     case event::write_stage:

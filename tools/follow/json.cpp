@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "tools/common/utf8.h"
+
 namespace follow {
 
 namespace {
@@ -15,37 +17,10 @@ constexpr uint32_t first_high_surrogate = 0xD800;
 constexpr uint32_t first_low_surrogate = 0xDC00;
 constexpr uint32_t last_surrogate = 0xDFFF;
 constexpr uint32_t first_supplementary = 0x10000;
-constexpr uint32_t last_code_point = 0x10FFFF;
 
 unsigned char byte_of(char character)
 {
     return static_cast<unsigned char>(character);
-}
-
-// Takes one code point off the front of `text` (RFC 3629). A byte that begins none is one
-// replacement.
-uint32_t take_code_point(std::string_view *text)
-{
-    const unsigned first = byte_of(text->front());
-    text->remove_prefix(1);
-    if (first < 0x80)
-        return first;
-    const size_t more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-    if (first < 0xC2 || first > 0xF4 || text->size() < more)
-        return replacement;
-    uint32_t point = first & (0x3FU >> more);
-    for (size_t index = 0; index < more; index++) {
-        const unsigned next = byte_of((*text)[index]);
-        if ((next & 0xC0) != 0x80)
-            return replacement;
-        point = point << 6 | (next & 0x3F);
-    }
-    constexpr std::array<uint32_t, 4> least = {0, 0x80, 0x800, first_supplementary};
-    if (point < least[more] || point > last_code_point ||
-        (point >= first_high_surrogate && point <= last_surrogate))
-        return replacement;
-    text->remove_prefix(more);
-    return point;
 }
 
 // The text that is read, and where its strings are rewritten: never behind the reading.
@@ -89,22 +64,11 @@ bool read_hex(reader *in, uint32_t *value)
 
 char *put_utf8(char *out, uint32_t point)
 {
-    const auto put = [&out](uint32_t byte) { *out++ = static_cast<char>(byte); };
-    if (point < 0x80) {
-        put(point);
-    } else if (point < 0x800) {
-        put(0xC0 | point >> 6);
-        put(0x80 | (point & 0x3F));
-    } else if (point < first_supplementary) {
-        put(0xE0 | point >> 12);
-        put(0x80 | (point >> 6 & 0x3F));
-        put(0x80 | (point & 0x3F));
-    } else {
-        put(0xF0 | point >> 18);
-        put(0x80 | (point >> 12 & 0x3F));
-        put(0x80 | (point >> 6 & 0x3F));
-        put(0x80 | (point & 0x3F));
-    }
+    const int more = point < 0x80 ? 0 : point < 0x800 ? 1 : point < first_supplementary ? 2 : 3;
+    constexpr std::array<uint32_t, 4> leads = {0, 0xC0, 0xE0, 0xF0};
+    *out++ = static_cast<char>(leads[static_cast<size_t>(more)] | point >> 6 * more);
+    for (int left = more - 1; left >= 0; left--)
+        *out++ = static_cast<char>(0x80 | (point >> 6 * left & 0x3F));
     return out;
 }
 
@@ -207,7 +171,9 @@ void append_string(text_buffer *buffer, std::string_view text)
 {
     append(buffer, "\"");
     while (!text.empty()) {
-        const uint32_t point = take_code_point(&text);
+        uint32_t point = take_code_point(&text);
+        if (point == no_code_point)
+            point = replacement;
         if (point == '"' || point == '\\') {
             const std::array<char, 2> escape = {'\\', static_cast<char>(point)};
             append(buffer, {escape.data(), escape.size()});

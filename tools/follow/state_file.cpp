@@ -24,20 +24,17 @@ bool replace_file(const char *path, const text_buffer *text, bool lasting)
     char newline = '\n';
     const iovec pieces[] = {{text->data, text->size}, {&newline, 1}};
     const ssize_t written = writev(fd, pieces, 2);
-    bool good = written == static_cast<ssize_t>(text->size + 1);
-    int reason = written < 0 ? errno : ENOSPC;
-    if (good && lasting && fsync(fd) != 0) {
-        good = false;
+    int reason = 0;
+    if (written != static_cast<ssize_t>(text->size + 1))
+        reason = written < 0 ? errno : ENOSPC;
+    if (reason == 0 && lasting && fsync(fd) != 0)
         reason = errno;
-    }
-    if (close(fd) != 0 && good) {
-        good = false;
+    if (close(fd) != 0 && reason == 0)
         reason = errno;
-    }
-    if (good && rename(beside, path) == 0)
+    if (reason == 0 && rename(beside, path) != 0)
+        reason = errno;
+    if (reason == 0)
         return true;
-    if (good)
-        reason = errno;
     unlink(beside);
     errno = reason;
     return false;

@@ -143,12 +143,17 @@ void append_finished_steps(text_buffer *buffer, terminal *screen, const tracker 
         }
 }
 
+void append_color(text_buffer *buffer, const terminal *screen, const char *color)
+{
+    if (screen->colors)
+        append(buffer, color);
+}
+
 void append_outcome(text_buffer *buffer, const terminal *screen, const tracker *state,
                     int64_t now_ms)
 {
     const bool good = tracker_outcome(state) == outcome_done;
-    if (screen->colors)
-        append(buffer, good ? green : red);
+    append_color(buffer, screen, good ? green : red);
     append(buffer, texts[state->now].title);
     if (state->now == phase_other_error) {
         // The sender's own words: printable ASCII alone reaches the terminal.
@@ -158,8 +163,7 @@ void append_outcome(text_buffer *buffer, const terminal *screen, const tracker *
             append(buffer, {&shown, 1});
         }
     }
-    if (screen->colors)
-        append(buffer, usual);
+    append_color(buffer, screen, usual);
     append_line_end(buffer, screen);
     append_wrapped_sentences(buffer, screen, state, now_ms);
 }
@@ -169,16 +173,13 @@ void append_live(text_buffer *buffer, terminal *screen, const tracker *state, in
     const step which = tracker_step(state);
     if (which != step_count) {
         append_step_line(buffer, screen, state, which, now_ms);
-        append_line_end(buffer, screen);
     } else {
-        if (screen->colors)
-            append(buffer, bold);
+        append_color(buffer, screen, bold);
         const std::string_view title = texts[state->now].title;
         append(buffer, title.substr(0, static_cast<size_t>(usable(screen))));
-        if (screen->colors)
-            append(buffer, usual);
-        append_line_end(buffer, screen);
+        append_color(buffer, screen, usual);
     }
+    append_line_end(buffer, screen);
     screen->drawn_lines = 1 + append_wrapped_sentences(buffer, screen, state, now_ms);
 }
 

@@ -2,6 +2,7 @@
 #include "tools/image/compare.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <iterator>
 
@@ -92,17 +93,8 @@ content_state judge_content(const comparison &comparison)
 
 const char *name(content_state state)
 {
-    switch (state) {
-    case content_state::erased:
-        return "erased";
-    case content_state::whole:
-        return "whole";
-    case content_state::mixed:
-        return "mixed";
-    case content_state::unknown:
-        break;
-    }
-    return "unknown";
+    constexpr std::array names = {"erased", "whole", "mixed", "unknown"};
+    return names[static_cast<size_t>(state)];
 }
 
 } // namespace image

@@ -42,15 +42,8 @@ trailer_verdict judge_trailer(const reader &reader)
 
 const char *name(trailer_state state)
 {
-    switch (state) {
-    case trailer_state::none:
-        return "no trailer";
-    case trailer_state::crc_wrong:
-        return "CRC wrong";
-    case trailer_state::valid:
-        break;
-    }
-    return "valid";
+    constexpr std::array names = {"no trailer", "CRC wrong", "valid"};
+    return names[static_cast<size_t>(state)];
 }
 
 } // namespace image
