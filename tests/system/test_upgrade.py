@@ -176,7 +176,8 @@ SELECTED = {  # parts, device, the partitions that get written
          Part(2, b"l", flags=OPTIONAL, features={"a": "1"}), Part(3, b"b")],
         {"requirements": {"kernel": "a=1"}}, [3]),
     "actual size 0 skips the device check alone": ([Part(4, b"a" * 5000, actual_size=0)], {}, [4]),
-    "size 0 writes nothing": ([Part(2, b"", actual_size=9), Part(3, b"b")], {}, [3]),
+    "size 0 writes nothing, and a part may need all the room": (
+        [Part(2, b"", actual_size=9), Part(3, b"b", actual_size=65536)], {}, [3]),
     "a type that is not written, without data": ([Part(0, b"", actual_size=0), Part(3, b"b")], {},
                                                  [3]),
 }
