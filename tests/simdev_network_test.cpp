@@ -6,6 +6,7 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -189,6 +190,21 @@ TEST(SimdevNetwork, SumsUpWhatOneConnectionCarriesInARow)
               (texts{"connect", "connect", "network", "network", "network", "sync"}));
     close(first);
     close(second);
+}
+
+TEST(SimdevNetwork, AStalledServerIsWaitedForByThoseWhoReadAlone)
+{
+    const listener server;
+    simulated_platform platform(2, 64, "server-stall@0");
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    connect_to(fd, "127.0.0.1", ntohs(server.address.sin_port));
+    pollfd waited = {fd, POLLIN | POLLOUT, 0};
+    EXPECT_EQ(poll(&waited, 1, 5000), 1);
+    EXPECT_EQ(clock_virtual_us(), 0);
+    waited.events = POLLIN;
+    EXPECT_EQ(poll(&waited, 1, 5000), 0);
+    EXPECT_EQ(clock_virtual_us(), 5'000'000);
+    close(fd);
 }
 
 TEST(SimdevNetwork, AStalledServerEndsADeviceThatWaitsForEver)

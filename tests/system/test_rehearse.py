@@ -128,6 +128,10 @@ def test_what_is_expected_and_what_cannot_be(devices, tmp_path):
         (tmp_path / "expected").write_text(content)
         done = rehearse(tmp_path, *devices, "--expect=expected", status=125)
         assert done.stderr.startswith("simdev: " + said) and done.stderr.count("\n") == 1
+    # A key that is described is the device's own, whatever its name.
+    (tmp_path / "other").write_bytes(b"terces")
+    own = describe(tmp_path / "own.toml", configuration={"VENID": "secret"})
+    assert "  upgraded  " in rehearse(tmp_path, own, "--key-file=other").stdout
     # One that cannot be tried is an error and no failure; the others are tried.
     large = describe(tmp_path / "large.toml", partitions={2: 1 << 21})
     done = rehearse(tmp_path, devices[0], large, "--key-file=key", "--junit=out.xml", status=1,

@@ -8,7 +8,6 @@ import re
 import resource
 import shutil
 import signal
-import socket
 import struct
 import subprocess
 import zlib
@@ -27,6 +26,7 @@ def upgrade(device, serve_tftp, parts, **settings):
 
 def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
     device = make_device(script={"seconds": 1.5, "status": 3})
+    (device.folder / "run/stderr").write_text("block #9 differ\n" * 9999)  # of an earlier run
     run = upgrade(device, serve_tftp, [Part(2, KERNEL)])
     assert run.status == 0
     assert device.flash(2) == KERNEL + b"\xff" * (65536 - 5120 - 16) + trailer(KERNEL)
@@ -45,9 +45,8 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
         ("sync", None, None, None, 1580000)]
     assert [(o["number"], o["line"], o["level"]) for o in run.of("kick")] == [
         (1, 5, 0), (2, 5, 1), (3, 5, 0), (4, 5, 1)]
-    # The whole transfer is one line of the log.
-    traffic = [(o["received"], o["sent"]) for o in run.of("network")]
-    assert len(traffic) == 1 and traffic[0][0] > 9216, traffic
+    # The whole transfer is one line of the log: 18 blocks and an empty one, a request and their answers.
+    assert [(o["received"], o["sent"]) for o in run.of("network")] == [(9216 + 19 * 4, 11 + 19 * 4)]
     assert run.datagrams == run.server_datagrams
     assert [o["text"] for o in run.of("datagram")[::2]] == run.datagrams
     assert run.report["script"] == 3
@@ -55,6 +54,7 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
     assert run.report["partitions"] == {"2": {
         "writes": 3, "bytes": 5136, "failed": 0, "crc": f"{zlib.crc32(KERNEL):08x}", "length": 5120,
         "trailer": "valid"}}
+    assert "differences" not in run.report
     watchdog = run.report["watchdog"]
     assert [(p["phase"], p["kicks"], p["longest"]["virtual_us"]) for p in watchdog["phases"]] == [
         ("download (tftp)", 0, 0), ("script", 0, 1500000), ("checks", 0, 0),
@@ -65,12 +65,17 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
 def test_the_script_gets_the_environment_without_the_simulation(make_device, serve_tftp):
     device = make_device(requirements={"kernel": "ram=1"})
     script = device.folder / "etc/rc.d/init.d/network.stop"
-    script.write_text(f"#!/bin/sh\nenv > {device.folder}/seen\n")
-    upgrade(device, serve_tftp, [Part(2, KERNEL)],
-            environment={"KEPT": "yes", "app_features": "of the host"})
+    script.write_text(f"#!/bin/sh\nenv > {device.folder}/seen\nls -l /proc/$$/fd > {device.folder}/open\nkill $$\n")
+    run = upgrade(device, serve_tftp, [Part(2, KERNEL)],
+                  environment={"KEPT": "yes", "app_features": "of the host"})
     seen = dict(line.split("=", 1) for line in (device.folder / "seen").read_text().splitlines())
     assert (seen["KEPT"], seen["kernel_features"]) == ("yes", "ram=1")
     assert [n for n in seen if n.startswith(("LD_PRELOAD", "SIMDEV_", "app_features"))] == []
+    assert "pipe:" not in (device.folder / "open").read_text()
+    assert run.report["script"] == 128 + signal.SIGTERM
+    script.chmod(0o644)
+    [ended] = upgrade(device, serve_tftp, [Part(2, KERNEL)]).of("script")
+    assert (ended["result"], ended["error"]) == (-1, "EACCES")
 
 
 def test_a_run_without_fast_sleeps_for_real(make_device, serve_tftp):
@@ -102,13 +107,14 @@ def test_faults(make_device, serve_tftp, fault, status, stderr):
     assert run.report.get("differences", []) == differ
 
 
-def test_a_stalled_server_is_given_up_after_25_seconds(make_device, udp_peer):
+@pytest.mark.parametrize("fault", ["server-stall@1000", "server-cut@1000"])
+def test_a_stalled_server_is_given_up_after_25_seconds(make_device, udp_peer, fault):
     def serve_three_blocks(sock):
         for number in (1, 2, 3):
             _, client = sock.recvfrom(600)
             sock.sendto(struct.pack(">HH", 3, number) + bytes(512), client)
 
-    run = make_device().run("tftp://127.0.0.1/fw", faults=["server-stall@1000"],
+    run = make_device().run("tftp://127.0.0.1/fw", faults=[fault],
                             tftp_port=udp_peer(serve_three_blocks))
     assert (run.status, run.report["virtual_us"]) == (1, 25000000)
     assert b"last timeout\ntftp download packet length: 1024\n" in run.stderr
@@ -203,54 +209,16 @@ def section(file, heading):
     return text[text.index(heading):].split("\n## ")[0]
 
 
-def test_the_status_receivers_can_be_others(make_device, serve_tftp, tmp_path):
-    """One elsewhere, under a path that no socket's address has room for; one bound in the device
-    folder before the run. What neither has bound is received by simdev."""
-    device = make_device()
-    elsewhere = tmp_path / ("long" * 30)
-    elsewhere.mkdir()
-    with contextlib.ExitStack() as stack:
-        def bind(folder, name):
-            sock = stack.enter_context(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
-            directory = os.open(folder, os.O_PATH)
-            sock.bind(f"/proc/self/fd/{directory}/{name}")
-            os.close(directory)
-            sock.setblocking(False)
-            return sock
-
-        def received(sock):
-            with contextlib.suppress(BlockingIOError):
-                while True:
-                    yield sock.recv(100).decode()
-
-        linked, own = bind(elsewhere, "follower"), bind(device.folder / "tmp", ".syscfg-server")
-        # Few enough of them for the queue of a socket that is read after the run.
-        run = upgrade(device, serve_tftp, [Part(2, b"x", actual_size=1)],
-                      receiver=f"1={elsewhere}/follower")
-        texts = ["UPGRD_STAGE=WRITING", "UPGRD_PERCENTAGE=0", "UPGRD_PERCENTAGE=100",
-                 "UPGRD_STAGE=VERIFYING", "UPGRD_PERCENTAGE=0", "UPGRD_PERCENTAGE=100",
-                 "UPGRD_STAGE=DONE", "UPGRD_PERCENTAGE=0"]
-        assert list(received(linked)) == list(received(own)) == run.datagrams == texts
-        times = [d["virtual_us"] for d in run.report["datagrams"]["/tmp/.upgrd_info"]]
-        assert times == [0, 0, 0, 140000, 140000, 140000, 2140000, 2140000]
-        # The link is gone, his own is left to who bound it.
-        assert [entry.name for entry in (device.folder / "tmp").iterdir()] == [".syscfg-server"]
-    run = upgrade(device, serve_tftp, [Part(2, b"x")])
-    assert run.datagrams == run.server_datagrams != []
-    assert list((device.folder / "tmp").iterdir()) == []
-
-
 PACKAGE = make_package([Part(2, KERNEL)])
-HEAD = b"HTTP/1.0 200 OK\r\nContent-Length: %d\r\n\r\n" % len(PACKAGE)
 
 
-def serve_http(sock):
+def serve_http(sock, content=PACKAGE):
     connection, _ = sock.accept()
     with connection:
         request = b""
         while not request.endswith(b"\r\n\r\n"):
             request += connection.recv(4096)
-        connection.sendall(HEAD + PACKAGE)
+        connection.sendall(b"HTTP/1.0 200 OK\r\nContent-Length: %d\r\n\r\n" % len(content) + content)
         with contextlib.suppress(ConnectionResetError):
             connection.recv(1)  # until the client has gone
 
@@ -280,6 +248,8 @@ def test_server_faults_over_http(make_device, tcp_peer, faults, status, ended_by
     (["run", "{device}", "--receiver=1={device}/x"], "receiver 1: nobody listens on {device}/x"),
     (["run", "{device}", "--program=/bin/nothing"], "/bin/nothing: cannot be read"),
     (["run", "{device}", "--program={device}/device.toml"], "cannot be started"),
+    (["run", "{device}", "--json", "--log=/dev/full", "--", "http:///"], "/dev/full: cannot be written: No space"),
+    (["sweep", "{device}", "--json", "--", "http:///"], "the undisturbed run ends with exit status 1: there is nothing"),
     (["init", "{device}"], "is there already and not empty"),
     (["init", "new", "--device=wrong.toml"], 'wrong.toml:2: partition "12" is not one of 0 to 9'),
     (["init", "new", "--device=odd.toml"], 'odd.toml:1: unknown key "\\x1b[1m\\x0a"'),
