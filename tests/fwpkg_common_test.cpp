@@ -9,6 +9,7 @@
 #include "tools/common/key.h"
 #include "tools/common/near_word.h"
 #include "tools/common/sha256.h"
+#include "tools/device/device.h"
 
 using namespace std::string_literals;
 
@@ -61,6 +62,31 @@ TEST(Key, IsReadAsItStandsAndItsOdditiesAreNamed)
             lines += oddity + "\n";
         EXPECT_EQ(lines, oddities) << key;
     }
+}
+
+TEST(Device, IsDescribedWithinItsLimits)
+{
+    const auto fault_of = [](const std::string &text) {
+        try {
+            parse_device(text, "d", key_files::left);
+            return std::string();
+        } catch (const failure &error) {
+            return std::string(error.what());
+        }
+    };
+    for (const char *good :
+         {"[partitions]\n0=16\n9=4294967296", "[script]\nstatus=255\nseconds=86400",
+          "[script]\nstatus=0\nseconds=0.5\npresent=false", "[configuration]\na='#'\n'a#'=''",
+          "[configuration]\nVENDOR_KEY_FILE='is not looked for'"})
+        EXPECT_EQ(fault_of(good), "") << good;
+    for (const char *bad :
+         {"[partitions]\n2=15", "[partitions]\n2=4294967297", "[partitions]\n10=99",
+          "[script]\nstatus=256", "[script]\nstatus=-1", "[script]\nseconds=86400.5",
+          "[script]\nseconds=-0.1", "[script]\nseconds='1'", "[script]\npresent=1",
+          "[script]\nstop=1", "[configuration]\n'#a'='x'", "[configuration]\n'a=b'='x'",
+          "[configuration]\na=\"x\\ny\"", "[configuration]\na=1", "[requirements]\nkernels='a=1'",
+          "script=1"})
+        EXPECT_TRUE(fault_of(bad).starts_with("d:")) << bad << fault_of(bad);
 }
 
 TEST(NearWord, IsTheOneThatWasLikelyMeant)

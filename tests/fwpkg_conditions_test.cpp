@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
 
+#include "tools/common/failure.h"
 #include "tools/fwpkg/check_condition.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/condition_report.h"
@@ -89,6 +90,11 @@ TEST(ConditionWarnings, AreNamedOnceEach)
             << row.text << joined(warnings);
         EXPECT_TRUE(joined(warnings).starts_with(row.warning)) << row.text << joined(warnings);
     }
+    const auto item = list_condition(compile_condition("a:=1", "x")).at(0);
+    EXPECT_TRUE(joined(value_warnings(item, "-2147483648"))
+                    .starts_with("a:=1: the difference to the actual value"));
+    EXPECT_EQ(joined(value_warnings(item, "-2147483647")), "");
+    EXPECT_THROW(compile_condition(std::string(40'000, 'a'), "x"), failure);
     EXPECT_EQ(joined(value_warnings(list_condition(code_of("\0\xDD\0x\0"s)).at(0), {})),
               "\\xdd=x: \\xdd is unknown and counts as the empty text\n");
 }

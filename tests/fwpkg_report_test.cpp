@@ -16,9 +16,10 @@ using namespace std::string_literals;
 
 namespace {
 
-const std::string before_manifest = "[[part]]\ntype='kernel'\nfile='x'\noptional=true\n"
-                                    "conditions='board=rev1'\nfeatures={ram='64'}\n"
-                                    "[[part]]\ntype='base'\nfile='y'\nactual_size=8000\n";
+const std::string before_manifest =
+    "[[part]]\ntype='kernel'\nfile='x'\noptional=true\n"
+    "conditions='board=rev1'\nfeatures={ram='64'}\n"
+    "[[part]]\ntype='base'\nfile='y'\nactual_size=8000\ncompress=1\n";
 const std::string after_manifest = "[[part]]\ntype='kernel'\nfile='z'\nconditions='board=rev1'\n"
                                    "[[part]]\ntype='app'\nfile='y'\n";
 const std::string key = "vendor key";
@@ -60,15 +61,20 @@ TEST(Report, ShowsAPackageWithItsSums)
         "part 1: base (type 3)\n"
         "  data         4097 bytes at 12288\n"
         "  actual size  8000\n"
+        "  compress     1\n"
         "  conditions   none\n"
         "  features     none\n"
         "  CRC-32       afc6a4af\n"
         "  SHA-256      ff08f7c208970029bac126ddc0f566b9bff3df5eabb9d55731e7cfbfb5fdeed5\n";
-    const std::string identifier = "88cf34bf13bb5baf6315839e3ca224e7";
+    const std::string identifier = "17728e1e3eabac19d8e47bc09e4094b5";
     EXPECT_EQ(shown(key),
               head + "digest  " + identifier + ", right\nSHA-256 SUM of the file\n" + parts);
     EXPECT_EQ(shown({}),
               head + "digest  " + identifier + ", not looked at\nSHA-256 SUM of the file\n");
+    bytes flagged = folder.make(before_manifest);
+    flagged[46] = 2; // the first part's flags, 1 before
+    EXPECT_NE(package_text(open_package(flagged, {}), "fw", "SUM").find("flags        00000201\n"),
+              std::string::npos);
     made.back() ^= 1;
     const std::string damaged = shown(key);
     EXPECT_TRUE(damaged.starts_with(head + "digest  " + identifier + ", WRONG, the data has "));
@@ -179,6 +185,16 @@ TEST(Report, SaysWhatDiffers)
                                           "encryption in clear, now enciphered\n"
                                           "part 0 (kernel): the same\n"
                                           "part 1 (base): the same\n");
+    // Every other one of twenty blocks.
+    std::string changed(20 * 4096, 'x');
+    folder.add("x", changed);
+    const bytes twenty = folder.make("[[part]]\ntype=2\nfile='x'\n");
+    for (size_t block = 0; block < 20; block += 2)
+        changed[block * 4096] = 'y';
+    folder.add("x", changed);
+    EXPECT_NE(compared(twenty, folder.make("[[part]]\ntype=2\nfile='x'\n"))
+                  .find("10 of 20 blocks changed: 0, 2, 4, 6, 8, 10, 12, 14 and 2 more runs\n"),
+              std::string::npos);
     // Parts that changed places are known by their conditions.
     const auto part = [](const std::string &board) {
         return "[[part]]\ntype=2\nfile='x'\nconditions='board=" + board + "'\n";

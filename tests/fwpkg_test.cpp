@@ -121,6 +121,7 @@ TEST(Maker, SaysWhereAndHowMany)
          "4: \"actual_size\" is 4294967296, must be a number from 0 to 4294967295"},
         {part + "compress=-1\n", "4: \"compress\" is -1, must be a number from 0 to 255"},
         {part + "features={ram=64}\n", "4: \"ram\" must be a text"},
+        {part + "features={''='x'}\n", "4: a feature's name is empty or has a NUL"},
         {"[[part]]\ntype='unknown'\n", "2: \"unknown\" is not the name of a part type"},
         {"[[part]]\ntype=2\n", "1: part 0 has no \"file\""},
         {"[[part]]\ntype=2\nfile='.'\n", "1: part 0: .: not a regular file"},
@@ -145,6 +146,8 @@ TEST(Maker, SaysWhereAndHowMany)
     for (const auto &row : rows)
         EXPECT_EQ(folder.failure_of(row.manifest), "m.toml:" + row.line);
     EXPECT_EQ(folder.failure_of(part + "features={a='" + std::string(4033, 'x') + "'}\n"), "");
+    folder.add("data", std::string(4'091'904, 'x')); // all that a package holds
+    EXPECT_EQ(folder.failure_of(part), "");
     EXPECT_NE(folder.failure_of("[[part\n").find("m.toml:1: "), std::string::npos);
 }
 
@@ -268,6 +271,42 @@ TEST(Check, FindsWhatTheDeviceWouldTrust)
                   std::regex_replace(row.lines, std::regex("%"), "part 0 (kernel)"));
 }
 
+TEST(Check, KnowsWhereATableOfEightPartsEnds)
+{
+    std::string manifest;
+    for (int part = 0; part < 7; part++)
+        manifest += "[[part]]\ntype=4\nfile='none'\n";
+    const maker_folder folder{{"none", ""}};
+    // 28 bytes for the header and for each of seven parts, and 26 of the last's own.
+    const bytes full = folder.make(manifest + "[[part]]\ntype=2\nfile='none'\nfeatures={a='" +
+                                   std::string(4096 - 8 * 28 - 26 - 3, 'x') + "'}\n");
+    const package_file file = open_package(full, {});
+    EXPECT_EQ(file.table_end, 4096U);
+    EXPECT_EQ(lines_of(check_form(file)), "");
+    bytes more = folder.make(manifest + "[[part]]\ntype=2\nfile='none'\n");
+    more.resize(256);
+    more[11] = 0;
+    more[10] = 1; // its size
+    more[253] = 1;
+    const package_file changed = open_package(more, {});
+    std::ranges::copy(changed.digest, more.begin() + package_checksum_offset);
+    EXPECT_EQ(lines_of(check_form(open_package(more, {}))),
+              "warning: part table: something like a further entry at byte 252: only 8 are read\n");
+}
+
+TEST(Extractor, TakesWholePartsAlone)
+{
+    const auto names = [](const bytes &made) {
+        std::string text;
+        for (const extracted_part &part : extract_parts(open_package(made, {})))
+            text += part.name + " ";
+        return text;
+    };
+    EXPECT_EQ(names(changed_package({{30, "\5"s}})), "0-type5.bin 1-base.bin ");
+    EXPECT_THROW(names(changed_package({{40, "\0\0\x10\1"s}})), failure); // not on a block
+    EXPECT_THROW(names(changed_package({{36, "\0\0\x30\0"s}})), failure); // behind the end
+}
+
 TEST(Check, FindsDamage)
 {
     bytes damaged = changed_package({});
@@ -304,4 +343,5 @@ TEST(Check, HoldsDevicesToTheirPartitions)
     };
     EXPECT_EQ(with("Key", "[partitions]\n4=256\n"), 0U);
     EXPECT_EQ(with("Key", "[partitions]\n4=256\n[configuration]\nVENDOR_KEY='other'\n"), 1U);
+    EXPECT_EQ(with("Key", "[partitions]\n4=256\n[configuration]\nVENID='other'\n"), 1U);
 }

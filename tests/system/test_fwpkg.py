@@ -35,6 +35,7 @@ LINES = [
     (("show", "."), 2, "fwpkg: .: cannot be read: Is a directory"),
     (("check", "fw"), 2, "fwpkg: fw: enciphered, and no key is given"),
     (("check", "cut", *WITH_KEY), 1, ""),
+    (("show", "cut"), 1, "fwpkg: cut: not deciphered, since the length is wrong"),
     (("check", "warned"), 0, ""),
     (("check", "warned", "--strict"), 1, ""),
     (("check", "large"), 1, "fwpkg: large: 4096001 bytes, more than the 4096000 bytes that can"),

@@ -39,8 +39,7 @@ std::string number_oddity(const std::string &text)
     if (end == text.c_str())
         return "has no number and counts as 0";
     if (errno == ERANGE || number < INT32_MIN || number > INT32_MAX)
-        return "overflows 32 bits and counts as " +
-               std::to_string(number < 0 ? INT32_MIN : INT32_MAX);
+        return "overflows 32 bits and counts as " + std::to_string(number_of(text));
     if (*end != '\0')
         return "counts as " + std::to_string(number) + ", what follows is ignored";
     const size_t digits = text.find_first_of("0123456789");
@@ -48,14 +47,6 @@ std::string number_oddity(const std::string &text)
         text[digits + 1] != 'X')
         return "is octal: " + std::to_string(number);
     return {};
-}
-
-int32_t number_of(const std::string &text)
-{
-    const long long number = strtoll(text.c_str(), nullptr, 0);
-    return static_cast<int32_t>(number < INT32_MIN   ? INT32_MIN
-                                : number > INT32_MAX ? INT32_MAX
-                                                     : number);
 }
 
 void add_comparison_warnings(const condition_item &item, sentences &warnings)

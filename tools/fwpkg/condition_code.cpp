@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdlib>
 
 #include "package/conditions.h"
 #include "tools/common/failure.h"
@@ -166,6 +167,12 @@ size_t reached_items(const std::vector<condition_item> &items)
 bool is_numeric(const condition_item &item)
 {
     return item.comparison && item.code >= condition_numeric;
+}
+
+int32_t number_of(const std::string &value)
+{
+    return static_cast<int32_t>(
+        std::clamp<long long>(strtoll(value.c_str(), nullptr, 0), INT32_MIN, INT32_MAX));
 }
 
 std::string operator_text(uint8_t code)

@@ -39,6 +39,9 @@ size_t reached_items(const std::vector<condition_item> &items);
 /// True when the item is a numeric comparison.
 bool is_numeric(const condition_item &item);
 
+/// A value as the device's numeric comparisons have it: up to what is no digit, saturated.
+int32_t number_of(const std::string &value);
+
 /// The operator as text, such as "=" or ":>=".
 std::string operator_text(uint8_t code);
 

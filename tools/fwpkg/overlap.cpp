@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <vector>
 
 #include "package/conditions.h"
@@ -42,9 +41,7 @@ void add_values(candidates &to, const condition_item &item)
         return;
     }
     to.as_number = true;
-    const long long number =
-        std::clamp<long long>(strtoll(item.value.c_str(), nullptr, 0), INT32_MIN, INT32_MAX);
-    const auto centre = static_cast<uint32_t>(number);
+    const auto centre = static_cast<uint32_t>(number_of(item.value));
     constexpr uint32_t half = 0x80000000;
     for (const uint32_t distance : {1U, ~0U, half, half + 1, half - 1})
         add_value(to, std::to_string(static_cast<int32_t>(centre + distance)));

@@ -79,36 +79,6 @@ std::string verdict_text(const device_plan &plan)
            seconds_text(plan.milliseconds);
 }
 
-namespace {
-
-/// "kernel": what the table has above a part's outcomes.
-std::string column_name(const planned_part &part)
-{
-    const size_t begin = part.place.find('(') + 1;
-    return part.place.substr(begin, part.place.size() - begin - 1);
-}
-
-/// Columns of texts, as wide as their widest text, two blanks between.
-std::string table_text(const std::vector<std::vector<std::string>> &rows)
-{
-    std::vector<size_t> widths;
-    for (const auto &row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (size_t i = 0; i < row.size(); i++)
-            widths[i] = std::max(widths[i], row[i].size());
-    }
-    std::string text;
-    for (const auto &row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); i++)
-            line += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
-        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-    }
-    return text;
-}
-
-} // namespace
-
 const char *outcome_name(part_outcome outcome)
 {
     constexpr std::array names = {"written", "empty", "dropped", "refused", "not written"};
@@ -129,7 +99,7 @@ std::string plan_summary(const std::vector<device_plan> &plans)
     for (const device_plan &plan : plans) {
         if (rows[0].size() == 3)
             for (const planned_part &part : plan.parts)
-                rows[0].push_back(column_name(part));
+                rows[0].push_back(part.type_name);
         rows.push_back({printable(plan.name), result_name(plan),
                         plan.exit_status == 0 ? seconds_text(plan.milliseconds) : "-"});
         for (const planned_part &part : plan.parts)

@@ -120,6 +120,7 @@ struct planner {
     bool parts_are_present();
     bool write_part(const package_part &part, planned_part &planned);
     bool end(int exit_status, const std::string &reason);
+    bool refuse(planned_part &planned, int exit_status, const std::string &reason);
 };
 
 bool planner::end(int exit_status, const std::string &reason)
@@ -127,6 +128,14 @@ bool planner::end(int exit_status, const std::string &reason)
     plan.exit_status = exit_status;
     plan.reason = reason;
     return false;
+}
+
+/// A part ends the upgrade.
+bool planner::refuse(planned_part &planned, int exit_status, const std::string &reason)
+{
+    planned.outcome = part_outcome::refused;
+    planned.reason = reason;
+    return end(exit_status, planned.place + ": " + reason);
 }
 
 /// Why the device's answer about its requirement is no: the text as it stands, unless an earlier
@@ -223,6 +232,7 @@ bool planner::select_parts()
         const package_part &part = record.parts[index];
         planned_part planned;
         planned.place = part_entry{index, 0, 0, part}.place();
+        planned.type_name = type_name(part.type);
         planned.partition = partition_device(part.type).text;
         const auto size = target.description.partitions.find(part.type);
         if (size != target.description.partitions.end())
@@ -252,23 +262,16 @@ bool planner::parts_are_present()
     const int absent = first_absent_part(&record, buffer);
     if (absent < 0)
         return true;
-    planned_part &planned = plan.parts[static_cast<size_t>(absent)];
-    planned.outcome = part_outcome::refused;
-    planned.reason = "its data is not in the package";
-    return end(1, planned.place + ": " + planned.reason);
+    return refuse(plan.parts[static_cast<size_t>(absent)], 1, "its data is not in the package");
 }
 
 bool planner::write_part(const package_part &part, planned_part &planned)
 {
-    planned.outcome = part_outcome::refused;
-    if (!part_type_is_writable(part.type)) {
-        planned.reason = "writing partition " + std::to_string(part.type) + " is not supported";
-        return end(2, planned.place + ": " + planned.reason);
-    }
-    if (!planned.partition_size) {
-        planned.reason = "cannot open " + planned.partition;
-        return end(2, planned.place + ": " + planned.reason);
-    }
+    if (!part_type_is_writable(part.type))
+        return refuse(planned, 2,
+                      "writing partition " + std::to_string(part.type) + " is not supported");
+    if (!planned.partition_size)
+        return refuse(planned, 2, "cannot open " + planned.partition);
     planned.bytes = std::max<int64_t>(0, static_cast<int32_t>(part.size));
     planned.blocks = block_number(part);
     planned.milliseconds =
@@ -277,9 +280,9 @@ bool planner::write_part(const package_part &part, planned_part &planned)
     if (planned.blocks > 0 &&
         static_cast<uint64_t>(planned.blocks - 1) * block_size >= *planned.partition_size) {
         plan.endless = true;
-        planned.reason = "its " + std::to_string(planned.bytes) + " bytes run over the end of " +
-                         planned.partition + ": that write is tried again for ever";
-        return end(2, planned.place + ": " + planned.reason);
+        return refuse(planned, 2,
+                      "its " + std::to_string(planned.bytes) + " bytes run over the end of " +
+                          planned.partition + ": that write is tried again for ever");
     }
     planned.outcome = part_outcome::written;
     plan.blocks += planned.blocks;

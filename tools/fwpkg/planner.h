@@ -42,6 +42,7 @@ struct planned_comparison {
 
 struct planned_part {
     std::string place; ///< "part 0 (kernel)"
+    std::string type_name;
     part_outcome outcome = part_outcome::not_written;
     std::string reason; ///< the first, in the device's order; empty when written
     std::vector<planned_comparison> conditions;

@@ -7,6 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "tools/common/printable.h"
 
@@ -23,6 +24,9 @@ std::string hex_word(uint32_t word);
 
 /// The name of a part type as the device prints it: one of part_type_names, "unknown<N>" above.
 std::string type_name(int type);
+
+/// Columns of texts, as wide as their widest text, two blanks between; a line a row.
+std::string table_text(const std::vector<std::vector<std::string>> &rows);
 
 /// "1 part", "2 parts".
 std::string count_of(uint64_t count, std::string_view noun);

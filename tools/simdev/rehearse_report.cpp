@@ -3,6 +3,7 @@
 
 #include "tools/common/printable.h"
 #include "tools/fwpkg/plan_report.h"
+#include "tools/fwpkg/text.h"
 #include "tools/simdev/rehearse.h"
 
 namespace simdev {
@@ -22,19 +23,12 @@ std::string verdict(const rehearsed_device &device)
     return text.empty() ? "good" : text;
 }
 
-/// "0 kernel": the device's column of a part.
-std::string column_name(size_t index, const fwpkg::planned_part &part)
-{
-    const size_t begin = part.place.find('(') + 1;
-    return std::to_string(index) + " " + part.place.substr(begin, part.place.size() - begin - 1);
-}
-
 std::vector<std::string> heading(const rehearse_result &result)
 {
     std::vector<std::string> row = {"device"};
     for (const rehearsed_device &device : result.devices)
         for (size_t index = row.size() - 1; index < device.plan.parts.size(); index++)
-            row.push_back(column_name(index, device.plan.parts[index]));
+            row.push_back(std::to_string(index) + " " + device.plan.parts[index].type_name);
     row.insert(row.end(), {"result", "time"});
     if (std::ranges::any_of(result.devices, [](const auto &device) { return !!device.swept; }))
         row.emplace_back("power cuts");
@@ -57,22 +51,6 @@ std::vector<std::string> device_row(const rehearsed_device &device, size_t colum
                                    : "-");
     row.push_back(verdict(device));
     return row;
-}
-
-std::string table_text(const table &rows)
-{
-    std::vector<size_t> widths(rows.front().size());
-    for (const auto &row : rows)
-        for (size_t i = 0; i < row.size(); i++)
-            widths[i] = std::max(widths[i], row[i].size() + 2);
-    std::string text;
-    for (const auto &row : rows) {
-        std::string line;
-        for (size_t i = 0; i < row.size(); i++)
-            line += pad(row[i], widths[i]);
-        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-    }
-    return text;
 }
 
 std::string xml_text(const std::string &text)
@@ -147,7 +125,7 @@ std::string rehearsal_text(const rehearse_result &result)
         parts = std::max(parts, device.plan.parts.size());
     for (const rehearsed_device &device : result.devices)
         rows.push_back(device_row(device, rows.front().size(), parts));
-    std::string text = table_text(rows);
+    std::string text = fwpkg::table_text(rows);
     for (const rehearsed_device &device : result.devices) {
         const std::string device_name = printable(device.plan.name) + ": ";
         if (!device.note.empty())

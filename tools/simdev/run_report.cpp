@@ -8,19 +8,13 @@
 #include "platform/device.h"
 #include "tools/common/files.h"
 #include "tools/common/printable.h"
+#include "tools/fwpkg/text.h"
 #include "tools/image/trailer.h"
 #include "tools/simdev/folder.h"
 
 namespace simdev {
 
 namespace {
-
-std::string hexadecimal(uint32_t number)
-{
-    char text[16];
-    snprintf(text, sizeof text, "%08x", static_cast<unsigned>(number));
-    return text;
-}
 
 void add_result(report &report, const run_record &record, const run_outcome &outcome)
 {
@@ -72,7 +66,7 @@ void add_partition(report &report, const run_options &options, int number,
         text += " (" + std::to_string(partition.failed) + " failed)";
     text += "; ";
     if (trailer.state != image::trailer_state::none)
-        text += "crc " + hexadecimal(trailer.crc) + " over " + std::to_string(trailer.length) +
+        text += "crc " + fwpkg::hex_word(trailer.crc) + " over " + std::to_string(trailer.length) +
                 " bytes: ";
     text += name(trailer.state);
     report.add(device, text,
@@ -81,7 +75,7 @@ void add_partition(report &report, const run_options &options, int number,
                    {{"writes", partition.writes},
                     {"bytes", partition.bytes},
                     {"failed", partition.failed},
-                    {"crc", hexadecimal(trailer.crc)},
+                    {"crc", fwpkg::hex_word(trailer.crc)},
                     {"length", trailer.length},
                     {"trailer", name(trailer.state)}}}}}});
 }
