@@ -130,7 +130,6 @@ bool planner::end(int exit_status, const std::string &reason)
     return false;
 }
 
-/// A part ends the upgrade.
 bool planner::refuse(planned_part &planned, int exit_status, const std::string &reason)
 {
     planned.outcome = part_outcome::refused;
@@ -260,9 +259,8 @@ int64_t block_number(const package_part &part)
 bool planner::parts_are_present()
 {
     const int absent = first_absent_part(&record, buffer);
-    if (absent < 0)
-        return true;
-    return refuse(plan.parts[static_cast<size_t>(absent)], 1, "its data is not in the package");
+    return absent < 0 ||
+           refuse(plan.parts[static_cast<size_t>(absent)], 1, "its data is not in the package");
 }
 
 bool planner::write_part(const package_part &part, planned_part &planned)
