@@ -120,6 +120,8 @@ TEST(Image, TellsWhoseBlocksAPartitionHolds)
         EXPECT_EQ(text(found.runs), row.runs) << &row - rows;
         EXPECT_STREQ(name(judge_content(found)), row.state) << &row - rows;
     }
+    const std::array empty = {text_candidate("empty", "")};
+    EXPECT_EQ(judge_content(compare(text_reader("z"), empty)), image::content_state::unknown);
     const image::comparison mixed = compare(text_reader(rows[3].content), candidates);
     EXPECT_EQ(mixed.presences[0].blocks, 5);
     EXPECT_EQ(mixed.presences[0].matching, 4);

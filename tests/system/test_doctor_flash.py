@@ -211,6 +211,23 @@ def test_what_cannot_be_judged_or_compared_is_said(tmp_path):
             None, 2, "fwdoctor: --key-file belongs behind the --package that it deciphers\n")
 
 
+def test_of_several_parts_it_holds_the_one_that_the_trailer_names(tmp_path):
+    parts = {"short": data(2)[:4096], "long": data(2)[:8192]}
+    packages = []
+    for name, part in parts.items():
+        (tmp_path / name).write_bytes(make_package([Part(2, part)]))
+        packages += ["--package", tmp_path / name]
+    dump = tmp_path / "dump"
+    for size, named, held, advice in ((65536, parts["short"], "short", "Nothing"),
+                                      (65536, parts["long"], "long", "Nothing"),
+                                      (65536, b"?", "long", "Run the upgrade again with"),
+                                      (8192, b"?", "long", "Make the part smaller")):
+        dump.write_bytes(parts["long"].ljust(65536, b"\xff")[:size - 16] + trailer(named))
+        verdict = fwdoctor(dump, *packages)[0][0]
+        assert verdict["holds"]["package"] == str(tmp_path / held)
+        assert verdict["advice"].startswith(advice)
+
+
 def test_the_report_for_people(tmp_path):
     old, new = data(2, old=True)[:9000], data(2)[:20_000]
     for name, part in (("old.pkg", old), ("new.pkg", new)):
