@@ -117,7 +117,9 @@ void check_overlaps(const std::vector<part_entry> &parts, findings &to)
             const package_part &a = parts[first].part;
             const package_part &b = parts[second].part;
             const uint64_t begin = std::max(a.offset, b.offset);
-            const uint64_t end = std::min(uint64_t{a.offset} + a.size, uint64_t{b.offset} + b.size);
+            const uint64_t a_end = uint64_t{a.offset} + a.size;
+            const uint64_t b_end = uint64_t{b.offset} + b.size;
+            const uint64_t end = std::min(a_end, b_end);
             if (begin < end)
                 to.error(parts[first].place() + " and " + parts[second].place(),
                          "share the bytes " + std::to_string(begin) + " to " +

@@ -99,7 +99,7 @@ overlap_result find_overlap(std::span<const uint8_t> a, std::span<const uint8_t>
         all, [](const candidates &name) { return name.as_text && name.as_number; });
     const size_t steps = (a.size() + b.size()) * all.size() + 1;
     const size_t limit = std::min(combination_limit, step_limit / steps + 1);
-    tried = &all;
+    tried = &all; // cppcheck-suppress danglingLifetime ; read by applies() below alone
     for (size_t count = 0; count < limit; count++) {
         if (applies(a) && applies(b)) {
             overlap_result result{overlap::some, {}};
