@@ -29,8 +29,11 @@ public:
     input(const uint8_t *data, size_t size) : left_(data, size) {}
     uint8_t byte()
     {
-        const std::vector<uint8_t> taken = bytes(1);
-        return taken.empty() ? uint8_t{0} : taken[0];
+        if (left_.empty())
+            return 0;
+        const uint8_t taken = left_[0];
+        left_ = left_.subspan(1);
+        return taken;
     }
     unsigned word()
     {
@@ -41,7 +44,7 @@ public:
     {
         const auto taken = left_.first(std::min(size, left_.size()));
         left_ = left_.subspan(taken.size());
-        return {taken.begin(), taken.end()};
+        return {taken.data(), taken.data() + taken.size()}; // by pointers: as one block
     }
     /// Up to the next NUL, which is taken too.
     std::string text()

@@ -52,10 +52,10 @@ ssize_t tftp_peer::receive(void *buffer, size_t size, uint16_t *port)
     packet.resize(packet.size() + length, packet.back());
     if (kind == datagram_raw) {
         const auto raw = next(length);
-        packet.assign(raw.begin(), raw.end());
+        packet.assign(raw.data(), raw.data() + raw.size());
     }
     const size_t count = std::min(size, packet.size());
-    std::copy_n(packet.begin(), count, static_cast<uint8_t *>(buffer));
+    std::copy_n(packet.data(), count, static_cast<uint8_t *>(buffer));
     return static_cast<ssize_t>(count);
 }
 
