@@ -231,7 +231,9 @@ def test_state_file_command_and_linger_keep_up(follow, tmp_path):
     follower = follow("--run", f"sleep 0.3; touch {tmp_path}/over", "--web", 0, "--linger", 1.2,
                       "--wait", 1)
     start = time.monotonic()
-    follower.say("ERROR=INVALID URL", "STAGE=WRITING", "STAGE=DONE")
+    follower.say("ERROR=INVALID URL", "STAGE=WRITING")
+    next(line for line in follower.process.stdout if line.startswith(b"Writing"))
+    follower.say("STAGE=DONE")
     follower.end(1)
     assert (tmp_path / "over").exists() and time.monotonic() - start >= 1.2
 
