@@ -14,7 +14,7 @@ import zlib
 
 import pytest
 
-from conftest import BUILD, IO_ERROR, ROOT, SIMDEV
+from conftest import BUILD, IO_ERROR, PROGRAM, ROOT, SIMDEV
 from package import Part, make_package
 from test_upgrade import KERNEL, trailer
 
@@ -311,6 +311,32 @@ def test_an_error_output_that_has_no_end_is_not_read(make_device):
     assert b"cannot download url" in os.read(read, 65536)
     os.close(read)
     os.close(write)
+
+
+def test_of_an_error_output_that_goes_on_and_on_the_two_ends_are_kept(make_device, tmp_path):
+    if PROGRAM or "dev" in BUILD.name:
+        pytest.skip("the sanitized program has the simulation in it, others cannot be replaced")
+    (tmp_path / "talker.c").write_text(
+        '#include <unistd.h>\nstatic char block[4096];\nint main(void) {\n'
+        '    int failed = write(2, "first", 5) != 5;\n'
+        '    for (int i = 0; i < 2048; i++) { failed |= write(2, block, 4096) != 4096; usleep(1000); }\n'
+        '    return failed || write(2, "last", 4) != 4;\n}\n')
+    subprocess.run(["cc", "-o", "talker", "talker.c"], cwd=tmp_path, check=True)
+    run = make_device().run("http:///", program=tmp_path / "talker")
+    assert run.status == 0
+    left_out = 2048 * 4096 + 9 - (2 << 20)
+    assert run.stderr == (b"first" + bytes((1 << 20) - 5) + b"\n(simdev left out %d bytes here)\n" % left_out
+                          + bytes((1 << 20) - 4) + b"last")
+
+
+def test_the_same_seed_flips_the_same_bit(make_device, serve_tftp):
+    def flipped(seed):
+        device = make_device()
+        upgrade(device, serve_tftp, [Part(2, KERNEL)], faults=["bit-flip@1"], seed=seed)
+        return [i for i, (a, b) in enumerate(zip(device.flash(2), KERNEL)) if a != b]
+
+    first = flipped(1)
+    assert len(first) == 1 and first == flipped(1) != flipped(2)
 
 
 def test_a_url_that_is_no_text_is_no_trouble_for_the_report(make_device):

@@ -20,7 +20,7 @@ struct json::content {
     {
         if (from.content_ == nullptr)
             return {};
-        return std::visit([](const auto &value) { return converted(value); }, from.content_->value);
+        return std::visit([](const auto &held) { return converted(held); }, from.content_->value);
     }
     [[nodiscard]] static nlohmann::ordered_json converted(const object_members &members)
     {
@@ -36,9 +36,9 @@ struct json::content {
             made.push_back(converted(each));
         return made;
     }
-    [[nodiscard]] static nlohmann::ordered_json converted(const auto &value)
+    [[nodiscard]] static nlohmann::ordered_json converted(const auto &plain)
     {
-        return value;
+        return plain;
     }
 };
 
