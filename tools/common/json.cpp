@@ -80,7 +80,10 @@ json &json::operator[](const std::string &name)
         *this = object();
     auto &members = std::get<object_members>(content_->value);
     const auto found = std::ranges::find(members, name, &member::name);
-    return found != members.end() ? found->value : members.emplace_back(name, json()).value;
+    if (found != members.end())
+        return found->value;
+    members.push_back({name, {}});
+    return members.back().value;
 }
 
 void json::push_back(json element)
