@@ -7,7 +7,6 @@ A script is a list of steps: ("69", bytes) is what the client must send next to 
 """
 
 import contextlib
-import re
 import socket
 
 import pytest
@@ -170,9 +169,10 @@ def test_file_names_have_at_most_506_characters(make_device, udp_peer):
 
 def test_without_a_socket_there_is_an_empty_package(make_device):
     run = fetch(make_device, 1, faults=["socket-error"])
-    # "Too many open files" in one C library, "No file descriptors available" in the other.
-    assert re.fullmatch("tftp.c:do_tftp:208: socket error : [TN]o .* (files|available)\nerror reading package\n"
-                        "UPGRD_ERROR=INVALID PACKAGE\nbad package!\n", run.stderr.decode().split("f\n", 1)[1])
+    said = "tftp.c:do_tftp:208: socket error : {}\nerror reading package\n" \
+           "UPGRD_ERROR=INVALID PACKAGE\nbad package!\n"
+    assert run.stderr.decode().split("f\n", 1)[1] in [said.format(reason) for reason in (
+        "Too many open files", "No file descriptors available")]  # of the GNU C library, of musl
 
 
 @pytest.mark.parametrize("host", ["no-such-host.invalid", "127.0.0.1:69", ""])
