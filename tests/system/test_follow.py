@@ -223,8 +223,14 @@ def test_state_file_command_and_linger_keep_up(follow, tmp_path):
     wait_for(lambda: json.loads(state.read_text())["percent"] == 50)
     follower.say("ERROR=INVALID URL")
     wait_for(lambda: outcomes.exists() and outcomes.read_text() == "refused\n")
-    wait_for(lambda: follower.say("STAGE=WRITING", "STAGE=DONE") or
-             outcomes.read_text().splitlines()[1:])
+
+    def another_in_one_turn():
+        follower.process.send_signal(signal.SIGSTOP)
+        follower.say("STAGE=WRITING", "STAGE=DONE")
+        follower.process.send_signal(signal.SIGCONT)
+        return outcomes.read_text().splitlines()[1:2] == ["done"]
+
+    wait_for(another_in_one_turn)  # until the command for the one before has ended
     follower.process.terminate()
     assert follower.end(-signal.SIGTERM) == ("", "")
     # The first outcome is the one that counts, and the command is waited for.

@@ -128,6 +128,7 @@ void keep_record(follower *self, bool good)
 void begin_outcome(follower *self)
 {
     self->in_outcome = true;
+    self->outcome_run = self->state.run;
     if (self->first_status < 0)
         self->first_status = tracker_exit_status(&self->state);
     if (self->options->command == nullptr || self->command > 0)
@@ -185,13 +186,18 @@ void follower_update(follower *self, int64_t now_ms, int64_t clock_ms, bool wait
     if (draws(self))
         draw(self, moved, now_ms);
     output_flush(&self->out, wait ? -1 : 0);
-    const bool over = tracker_outcome(&self->state) != outcome_none;
-    if (over && !self->in_outcome)
+    if (follower_has_outcome(self))
         begin_outcome(self);
-    else if (!over)
+    else if (tracker_outcome(&self->state) == outcome_none)
         self->in_outcome = false;
     if (moved || !tracker_active(&self->state))
         keep_record(self, recording_flush(&self->record));
+}
+
+bool follower_has_outcome(const follower *self)
+{
+    return tracker_outcome(&self->state) != outcome_none &&
+           (!self->in_outcome || self->state.run != self->outcome_run);
 }
 
 int64_t follower_next_ms(const follower *self)

@@ -26,11 +26,12 @@ struct follower {
     bool json_behind;  ///< a line is due for which there was no room
     bool state_behind; ///< changed since it was last written
     bool state_complained;
-    int64_t state_ms; ///< when file and page were last renewed
-    int64_t frame_ms; ///< when the terminal was last drawn
-    pid_t command;    ///< that runs, or 0
-    bool in_outcome;  ///< the present outcome was acted on
-    int first_status; ///< exit status of the first outcome; -1: none yet
+    int64_t state_ms;     ///< when file and page were last renewed
+    int64_t frame_ms;     ///< when the terminal was last drawn
+    pid_t command;        ///< that runs, or 0
+    bool in_outcome;      ///< the present outcome was acted on
+    unsigned outcome_run; ///< whose outcome was acted on last
+    int first_status;     ///< exit status of the first outcome; -1: none yet
 };
 
 /// Opens what the options ask for. What cannot be opened, but for the recording to write, is
@@ -47,6 +48,10 @@ void follower_update(follower *self, int64_t now_ms, int64_t clock_ms, bool wait
 
 /// When follower_update is due again at the latest; may be never_ms.
 int64_t follower_next_ms(const follower *self);
+
+/// Whether an upgrade has ended since follower_update acted on an outcome: then it is to be called
+/// before what comes next begins another.
+bool follower_has_outcome(const follower *self);
 
 /// Looks whether the command has ended.
 void follower_reap(follower *self);

@@ -107,7 +107,7 @@ bool take_datagrams(const receiver *socket)
         if (size < 0)
             return true;
         follower_take(&self, data, static_cast<size_t>(size), now(), time_of_day());
-        if (tracker_outcome(&self.state) != outcome_none && !self.in_outcome)
+        if (follower_has_outcome(&self))
             follower_update(&self, now(), time_of_day(), false); // what follows may begin a new run
     }
     return false;
