@@ -26,10 +26,10 @@ constexpr struct {
 
 int count_progress(void *argument, int count)
 {
-    auto *progress = static_cast<struct progress *>(argument);
-    fuzz::require(progress->buffer->total >= count, "what is told was counted before");
-    progress->download->ops->length(progress->download);
-    return --progress->calls_left;
+    auto *told = static_cast<progress *>(argument);
+    fuzz::require(told->buffer->total >= count, "what is told was counted before");
+    told->download->ops->length(told->download);
+    return --told->calls_left;
 }
 
 // Gives the number of blocks that there are.
@@ -77,19 +77,19 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     fuzz::input input(data, size);
     const auto &[block_size, count] = geometries[input.byte() % std::size(geometries)];
-    progress progress = {.download = nullptr, .buffer = nullptr, .calls_left = input.byte() + 1};
+    progress told = {.download = nullptr, .buffer = nullptr, .calls_left = input.byte() + 1};
     fuzz::world world;
     world.fault = input.word();
     std::vector<char> url = fuzz::exact_text(FUZZ_PREFIX + input.text());
     const std::string name = url.data(); // the downloader takes the URL apart
     world.script = input.rest();
     const fuzz::run run(&world);
-    downloader *download = progress.download = downloader_open(url.data());
-    iobuf *buffer = progress.buffer = iobuf_create(block_size, count);
+    downloader *download = told.download = downloader_open(url.data());
+    iobuf *buffer = told.buffer = iobuf_create(block_size, count);
     if (download == nullptr || buffer == nullptr)
         return 0;
     const size_t before = fuzz::run::allocations();
-    const int result = download->ops->download(download, buffer, count_progress, &progress);
+    const int result = download->ops->download(download, buffer, count_progress, &told);
     fuzz::require(download->ops->result(download) == 0, "the result is 0");
     fuzz::require(result != 0 || buffer->total >= download->ops->length(download),
                   "a download that is done has all its bytes");

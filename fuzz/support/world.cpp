@@ -2,10 +2,10 @@
 #include "fuzz/support/world.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <unordered_set>
 
 #include "fuzz/support/fuzz.h"
@@ -15,20 +15,18 @@
 
 namespace {
 
-enum descriptor_kind { free_descriptor, stream_socket, datagram_socket, device_file };
-
 struct descriptor {
-    descriptor_kind kind = free_descriptor;
+    bool datagrams = false;
     bool connected = false;
     scripted_peer peer = {};                // of a connected stream
-    std::vector<uint8_t> *device = nullptr; // what a device holds
+    std::vector<uint8_t> *device = nullptr; // what a device holds; null: a socket
     size_t position = 0;
 };
 
 struct state {
     fuzz::world *world;
     nth_call calls = {};
-    std::array<descriptor, 256> descriptors = {};
+    std::map<int, descriptor> descriptors = {};
     scripted_peers streams = {};
     fuzz::tftp_peer datagrams = {};
     std::unordered_set<void *> memory = {};
@@ -39,18 +37,19 @@ sim_real real_system;
 
 int new_descriptor(const descriptor &value)
 {
-    descriptor *place = std::ranges::find(current->descriptors, free_descriptor, &descriptor::kind);
-    fuzz::require(place != current->descriptors.end(), "a run needs no more than a few");
-    *place = value;
-    return fuzz::first_descriptor + static_cast<int>(place - current->descriptors.begin());
+    int fd = fuzz::first_descriptor;
+    while (current->descriptors.contains(fd))
+        fd++;
+    fuzz::require(fd < FD_SETSIZE, "a run needs no more than a few");
+    current->descriptors[fd] = value;
+    return fd;
 }
 
 descriptor *find(int fd)
 {
-    const auto index = static_cast<size_t>(fd - fuzz::first_descriptor);
-    if (fd >= fuzz::first_descriptor && index < current->descriptors.size() &&
-        current->descriptors[index].kind != free_descriptor)
-        return &current->descriptors[index];
+    const auto found = current->descriptors.find(fd);
+    if (found != current->descriptors.end())
+        return &found->second;
     errno = EBADF;
     return nullptr;
 }
@@ -69,23 +68,20 @@ int open_device(const char *path, int /*flags*/, ...)
     errno = ENOENT;
     if (fuzz::fails_now() || device == current->world->devices.end())
         return -1;
-    return new_descriptor({.kind = device_file, .device = &device->second});
+    return new_descriptor({.device = &device->second});
 }
 
 int open_socket(int /*domain*/, int type, int /*protocol*/)
 {
     if (fuzz::fails_now())
         return -1;
-    return new_descriptor({.kind = type == SOCK_STREAM ? stream_socket : datagram_socket});
+    return new_descriptor({.datagrams = type != SOCK_STREAM});
 }
 
 int close_descriptor(int fd)
 {
-    descriptor *closed = find(fd);
-    if (closed == nullptr)
-        return -1;
-    *closed = {};
-    return 0;
+    errno = EBADF;
+    return current->descriptors.erase(fd) == 1 ? 0 : -1;
 }
 
 int connect_stream(descriptor *socket, const sockaddr * /*address*/, socklen_t /*size*/)
@@ -107,7 +103,7 @@ hostent *find_host(const char *name)
 ssize_t read_bytes(descriptor *from, void *buffer, size_t size)
 {
     errno = ENOTCONN;
-    if (from->kind != device_file)
+    if (from->device == nullptr)
         return from->connected ? from->peer.read(buffer, size) : -1;
     const size_t position = std::min(from->position, from->device->size());
     const size_t count = std::min(size, from->device->size() - position);
@@ -118,7 +114,7 @@ ssize_t read_bytes(descriptor *from, void *buffer, size_t size)
 
 ssize_t write_bytes(descriptor *to, const void *buffer, size_t size)
 {
-    if (to->kind == device_file) {
+    if (to->device != nullptr) {
         to->device->resize(std::max(to->device->size(), to->position + size));
         std::copy_n(static_cast<const uint8_t *>(buffer), size, to->device->data() + to->position);
         to->position += size;
@@ -165,7 +161,7 @@ int wait_for(int count, fd_set *readable, fd_set * /*writable*/, fd_set *excepti
     if (exceptional != nullptr)
         FD_ZERO(exceptional);
     if (readable == nullptr ||
-        (waited->kind == datagram_socket ? current->datagrams.readable() : waited->peer.readable()))
+        (waited->datagrams ? current->datagrams.readable() : waited->peer.readable()))
         return 1;
     FD_ZERO(readable);
     return 0;
@@ -208,9 +204,34 @@ void take_the_place_of_the_system()
     real.gethostbyname = find_host;
 }
 
+ssize_t drop(void * /*cookie*/, const char * /*bytes*/, size_t size)
+{
+    return static_cast<ssize_t>(size);
+}
+
 } // namespace
 
+// The program's own messages are formatted, so that their arguments are checked, and then dropped.
+int LLVMFuzzerInitialize(int * /*count*/, char *** /*arguments*/)
+{
+    // libFuzzer and the sanitizers keep the real streams: they took them before.
+    FILE *nowhere = fopencookie(nullptr, "w", {nullptr, drop, nullptr, nullptr});
+    static char buffer[1 << 16];
+    setvbuf(nowhere, buffer, _IOFBF, sizeof buffer);
+    stdout = nowhere;
+    stderr = nowhere;
+    return 0;
+}
+
 namespace fuzz {
+
+void require(bool holds, const char *what)
+{
+    if (holds)
+        return;
+    dprintf(STDERR_FILENO, "does not hold: %s\n", what);
+    abort();
+}
 
 run::run(world *world)
 {
@@ -233,9 +254,7 @@ run::~run()
 
 size_t run::open_descriptors()
 {
-    const auto &all = current->descriptors;
-    const auto unused = std::ranges::count(all, free_descriptor, &descriptor::kind);
-    return all.size() - static_cast<size_t>(unused);
+    return current->descriptors.size();
 }
 
 size_t run::allocations()
