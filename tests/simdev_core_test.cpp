@@ -148,17 +148,17 @@ TEST(SimdevCore, APartitionTakesItsFaultsInTheOrderOfItsWrites)
         {"bit-flip@2:bit=41", {4, 4, 4}, "abcda`cdabcd"}, // beyond the write: counted around
         {"seek-error@1", {4, 4, 4}, "abcdabcdabcd"},
     };
-    for (const row &row : rows) {
-        simulated_platform platform(3, 12, row.faults);
+    for (const row &played : rows) {
+        simulated_platform platform(3, 12, played.faults);
         const int fd = open("/dev/fla3", O_RDWR);
         std::vector<ssize_t> results;
         for (int turn = 0; turn < 3; turn++)
             results.push_back(write(fd, "abcd", 4));
-        EXPECT_EQ(results, row.results) << row.faults;
+        EXPECT_EQ(results, played.results) << played.faults;
         std::string content = platform.content(3);
         std::ranges::replace(content, '\xFF', '.');
-        EXPECT_EQ(content, row.content) << row.faults;
-        EXPECT_EQ(lseek(fd, 0, SEEK_SET), std::string(row.faults) == "seek-error@1" ? -1 : 0);
+        EXPECT_EQ(content, played.content) << played.faults;
+        EXPECT_EQ(lseek(fd, 0, SEEK_SET), std::string(played.faults) == "seek-error@1" ? -1 : 0);
         close(fd);
     }
 }

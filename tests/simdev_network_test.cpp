@@ -66,7 +66,8 @@ TEST(SimdevNetwork, NeverLeavesThisMachineUnlessItIsTold)
     ASSERT_NE(gethostbyname("localhost"), nullptr);
     ASSERT_NE(gethostbyname("192.0.2.1"), nullptr);
 
-    ASSERT_EQ(network("tcp:80=" + port, "fw.example=127.0.0.9,192.0.2.7=192.0.2.8", false), 0);
+    ASSERT_EQ(network("tcp:80=" + port + ",", "fw.example=127.0.0.9,192.0.2.7=192.0.2.8,", false),
+              0);
     EXPECT_EQ(connect_to(fd, "192.0.2.1", 80), 0); // the port is this machine's now
     close(fd);
     const auto address = [](const char *name) {
@@ -87,15 +88,15 @@ TEST(SimdevNetwork, NeverLeavesThisMachineUnlessItIsTold)
     EXPECT_EQ(device_port(false, server.address.sin_port), htons(80));
     EXPECT_EQ(device_port(true, server.address.sin_port), server.address.sin_port);
 
-    ASSERT_EQ(network("tcp:80=" + port, "", true), 0);
+    ASSERT_EQ(network("tcp:80=" + port + ",", "", true), 0);
     EXPECT_TRUE(find_address(false, &mapped));
     EXPECT_EQ(mapped.sin_addr.s_addr, htonl(0xC0000201)); // stays where it is
     close(datagrams);
-    EXPECT_EQ(network("tcp:65535=65535,", "", false), 0);
-    for (const char *ports : {"80=81", "tcp:80", "tcp:0=1", "tcp:1=65536", "udp:1=2x"})
-        EXPECT_EQ(network(ports, "", false), -1) << ports;
-    for (const char *hosts : {"fw", "=127.0.0.1", "fw=127.0.0", "fw=other"})
-        EXPECT_EQ(network("", hosts, false), -1) << hosts;
+    std::string pairs;
+    for (int count = 0; count < 16; count++)
+        pairs += "tcp:80=81,";
+    EXPECT_EQ(network(pairs, "", false), 0);
+    EXPECT_EQ(network(pairs + "tcp:65535=1,", "", false), -1) << "there is room for 16";
 }
 
 TEST(SimdevNetwork, AServersFaultShowsFromItsByteOn)
@@ -114,8 +115,8 @@ TEST(SimdevNetwork, AServersFaultShowsFromItsByteOn)
         {"server-drip", 0, 9, 9'000'000},
     };
     const listener server;
-    for (const row &row : rows) {
-        simulated_platform platform(2, 64, row.fault);
+    for (const row &played : rows) {
+        simulated_platform platform(2, 64, played.fault);
         const int fd = socket(AF_INET, SOCK_STREAM, 0);
         const timeval wait = {5, 0};
         setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
@@ -126,14 +127,14 @@ TEST(SimdevNetwork, AServersFaultShowsFromItsByteOn)
         char buffer[100];
         size_t bytes = static_cast<size_t>(recv(fd, buffer, sizeof buffer, 0));
         EXPECT_EQ(recv(fd, buffer, sizeof buffer, MSG_DONTWAIT),
-                  bytes == 3 && row.last == 0 ? 0 : -1);
+                  bytes == 3 && played.last == 0 ? 0 : -1);
         EXPECT_EQ(clock_virtual_us(), 0) << "who does not want to wait does not";
         ssize_t size = 0;
         while ((size = recv(fd, buffer, sizeof buffer, 0)) > 0)
             bytes += static_cast<size_t>(size);
-        EXPECT_EQ(size, row.last) << row.fault;
-        EXPECT_EQ(bytes, row.bytes) << row.fault;
-        EXPECT_EQ(clock_virtual_us(), row.virtual_us) << row.fault;
+        EXPECT_EQ(size, played.last) << played.fault;
+        EXPECT_EQ(bytes, played.bytes) << played.fault;
+        EXPECT_EQ(clock_virtual_us(), played.virtual_us) << played.fault;
         close(fd);
     }
 }
@@ -149,29 +150,23 @@ TEST(SimdevNetwork, AServerIsSeenAsTheDeviceSeesIt)
     getsockopt(fd, IPPROTO_TCP, TCP_MAXSEG, &segment, &size);
     EXPECT_LE(segment, 1460);
     close(fd);
-    // A datagram of the port that is mapped, and one of another.
+    // A datagram from the port that is mapped comes from the device's.
+    const int peer = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in own = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    sockaddr_in from = {};
+    auto *sender = reinterpret_cast<sockaddr *>(&from);
+    bind(peer, reinterpret_cast<const sockaddr *>(&own), size = sizeof own);
+    getsockname(peer, reinterpret_cast<sockaddr *>(&own), &size);
+    network("udp:69=" + std::to_string(ntohs(own.sin_port)) + ",", "", false);
     const int device = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
-    const auto port_after = [&](bool mapped) {
-        socklen_t length = sizeof address;
-        const int peer = socket(AF_INET, SOCK_DGRAM, 0);
-        bind(peer, reinterpret_cast<const sockaddr *>(&address), length);
-        sockaddr_in own = {};
-        getsockname(peer, reinterpret_cast<sockaddr *>(&own), &length);
-        network(mapped ? "udp:69=" + std::to_string(ntohs(own.sin_port)) : "", "", false);
-        sockaddr_in to = {AF_INET, mapped ? htons(69) : own.sin_port, address.sin_addr, {}};
-        sendto(device, "x", 1, 0, reinterpret_cast<const sockaddr *>(&to), length);
-        char byte = 0;
-        sockaddr_in from = {};
-        recvfrom(peer, &byte, 1, 0, reinterpret_cast<sockaddr *>(&from), &length);
-        connect(peer, reinterpret_cast<const sockaddr *>(&from), length);
-        send(peer, "y", 1, 0);
-        recvfrom(device, &byte, 1, 0, reinterpret_cast<sockaddr *>(&from), &length);
-        close(peer);
-        return from.sin_port == to.sin_port;
-    };
-    EXPECT_TRUE(port_after(true));
-    EXPECT_TRUE(port_after(false));
+    own.sin_port = htons(69);
+    sendto(device, "x", 1, 0, reinterpret_cast<const sockaddr *>(&own), size);
+    char byte = 0;
+    recvfrom(peer, &byte, 1, 0, sender, &size);
+    sendto(peer, "y", 1, 0, sender, size);
+    EXPECT_EQ(recvfrom(device, &byte, 1, 0, sender, &size), 1);
+    EXPECT_EQ(from.sin_port, htons(69));
+    close(peer);
     close(device);
 }
 

@@ -26,16 +26,17 @@ public:
         std::filesystem::create_directories(folder_ / "tmp");
         std::ofstream(folder_ / "dev/gpio").flush();
         std::ofstream(path(number), std::ios::binary) << std::string(size, '\xFF');
-        sim_config config;
-        config.folder = folder_.c_str();
-        config.fast = fast;
-        config.faults = faults;
-        config.sink = [](void *self, const sim_operation *operation) {
+        sim_settings settings;
+        settings.fill("");
+        settings[setting_folder] = folder_.c_str();
+        settings[setting_fast] = fast ? "1" : "0";
+        settings[setting_grace_ms] = "1000";
+        settings[setting_faults] = faults;
+        const auto sink = [](void *self, const sim_operation *operation) {
             static_cast<simulated_platform *>(self)->record(*operation);
         };
-        config.sink_argument = this;
         char error[256];
-        if (sim_start(&config, error, sizeof error) < 0)
+        if (sim_start(settings, sink, this, error, sizeof error) < 0)
             throw std::runtime_error(error);
     }
     simulated_platform(const simulated_platform &) = delete;

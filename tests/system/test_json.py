@@ -121,6 +121,8 @@ def test_the_page_on_json_has_the_fields_of_a_device_and_no_other(make_device, s
     log = (device.folder / "run/stderr").read_bytes()
     cut = run("--fast", "--fault=cut@4")
     log += (device.folder / "run/stderr").read_bytes()
+    slept = json.loads(first)
+    assert 2180000 <= slept["virtual_us"] <= slept["real_us"] and "overhead_percent" not in json.loads(cut)
     words = [*(device.folder / f"dev/fla{number}" for number in (2, 3)), "--package", package, "--json"]
     flash = output(FWDOCTOR, "flash", *words)
     assert output(SIMDEV, "status", device.folder, *words[2:]) == flash

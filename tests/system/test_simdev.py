@@ -78,17 +78,6 @@ def test_the_script_gets_the_environment_without_the_simulation(make_device, ser
     assert (ended["result"], ended["error"]) == (-1, "EACCES")
 
 
-def test_a_run_without_fast_sleeps_for_real(make_device, serve_tftp):
-    device = make_device()
-    port = serve_tftp({"fw": make_package([Part(2, KERNEL)])})
-    done = subprocess.run(device.command("run", "--json", tftp_port=port)
-                          + ["--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=60)
-    report = json.loads(done.stdout)
-    assert report["virtual_us"] == 2180000 <= report["real_us"]
-    assert report["overhead_percent"] == pytest.approx(
-        100 * (report["real_us"] - 2180000) / 2180000, abs=0.01)
-
-
 @pytest.mark.parametrize("fault, status, stderr", [
     ("bit-flip@1:bit=9", 0, b"block #0 differ\n"),
     ("read-error@2", 0, b"read last block #1 failed: %s\n" % IO_ERROR.encode()),

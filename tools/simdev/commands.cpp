@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <thread>
@@ -12,14 +13,16 @@
 
 #include "tools/common/files.h"
 #include "tools/common/printable.h"
+#include "tools/image/reader.h"
 #include "tools/simdev/folder.h"
-#include "tools/simdev/interrupt.h"
-#include "tools/simdev/operation_json.h"
+#include "tools/simdev/measure.h"
 #include "tools/simdev/progress.h"
-#include "tools/simdev/run_report.h"
 #include "tools/simdev/sweep.h"
+#include "tools/simdev/work.h"
 
 namespace simdev {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -58,15 +61,61 @@ private:
     std::unique_ptr<FILE, void (*)(FILE *)> file_;
 };
 
-void print(const report &report, bool as_json)
+void print(const report &said, bool as_json)
 {
-    std::cout << (as_json ? report.document().dump(2) + "\n" : report.text());
+    std::cout << (as_json ? said.document().dump(2) + "\n" : said.text());
 }
 
 /// What the URL begins with; without one, what the program takes.
 std::string protocol_of(const std::vector<std::string> &arguments)
 {
     return arguments.empty() ? "http" : arguments.front().substr(0, arguments.front().find(':'));
+}
+
+/// The description of a small device whose partitions have the dumps' sizes.
+std::string describe_dumps(const dump_files &dumps)
+{
+    std::string text = "# A simulated device made of dumps.\n\n[partitions]\n";
+    for (const auto &[number, path] : dumps)
+        text +=
+            std::to_string(number) + " = " + std::to_string(image::file_reader(path).size) + "\n";
+    const std::string_view usual = default_device_text;
+    return text + "\n" + std::string(usual.substr(usual.find("[configuration]")));
+}
+
+/// Throws failure where a dump has another size than its partition of `made`, which is called
+/// `name`.
+void check_dumps(const dump_files &dumps, const device &made, const std::string &name)
+{
+    for (const auto &[number, path] : dumps) {
+        const uint64_t size = image::file_reader(path).size;
+        const auto partition = made.partitions.find(number);
+        if (partition == made.partitions.end())
+            throw failure(name + ": has no partition " + std::to_string(number) + " for " +
+                          path.string());
+        if (partition->second != size)
+            throw failure(path.string() + ": has " + std::to_string(size) + " bytes, partition " +
+                          std::to_string(number) + " of " + name + " has " +
+                          std::to_string(partition->second));
+    }
+}
+
+/// Copies the dumps into the device's partitions.
+void load_dumps(const fs::path &folder, const dump_files &dumps)
+{
+    const std::map<int, fs::path> partitions = partition_files(folder);
+    for (const auto &[number, path] : dumps) {
+        const image::reader dump = image::file_reader(path);
+        std::ofstream file(partitions.at(number), std::ios::binary | std::ios::trunc);
+        image::each_piece(dump, dump.size, [&](uint64_t, std::span<const uint8_t> piece) {
+            file.write(reinterpret_cast<const char *>(piece.data()),
+                       static_cast<std::streamsize>(piece.size()));
+            return file.good();
+        });
+        file.close();
+        if (!file)
+            throw failure(partitions.at(number).string() + ": cannot be written");
+    }
 }
 
 } // namespace
@@ -79,19 +128,23 @@ int init_command(const command_options &options)
     const std::string text = described               ? read_description(options.device_file)
                              : options.dumps.empty() ? std::string(default_device_text)
                                                      : describe_dumps(options.dumps);
-    check_dumps(options.dumps, text, name);
-    make_folder(options.run.folder, text, name);
+    const device made = parse_device(text, name);
+    check_dumps(options.dumps, made, name);
+    make_folder(options.run.folder, made, text);
     load_dumps(options.run.folder, options.dumps);
     for (const auto &[number, file] : partition_files(options.run.folder))
-        printf("/dev/fla%d  %ju bytes\n", number,
-               static_cast<uintmax_t>(std::filesystem::file_size(file)));
+        printf("/dev/fla%d  %ju bytes\n", number, static_cast<uintmax_t>(fs::file_size(file)));
     printf("made the device %s\n", printable(options.run.folder.string()).c_str());
     return 0;
 }
 
 int status_command(const command_options &options)
 {
-    return report_status(options.run.folder, options.packages, options.json);
+    read_folder(options.run.folder); // says what is no device
+    std::vector<fs::path> files;
+    for (const auto &[number, path] : partition_files(options.run.folder))
+        files.push_back(path);
+    return doctor::report_partitions("simdev", files, options.packages, options.json);
 }
 
 int run_command(const command_options &options)
@@ -100,13 +153,13 @@ int run_command(const command_options &options)
     const folder_lock lock(options.run.folder);
     log_file log(options.log_file);
     measure measured(protocol_of(options.run.arguments), options.run.fast);
-    stage_progress progress(options.json);
+    stage_progress shown(options.json);
     const run_outcome outcome = run_program(options.run, [&](const sim_operation &operation) {
         measured.take(operation);
-        progress.take(operation);
+        shown.take(operation);
         log.take(operation, options.run.faults);
     });
-    progress.finish();
+    shown.finish();
     log.finish();
     print(report_run(measured.record(), options.run, outcome), options.json);
     return outcome.exit_status;
@@ -115,14 +168,12 @@ int run_command(const command_options &options)
 int sweep_command(const command_options &options)
 {
     catch_interrupts();
-    progress progress(options.json);
+    progress shown(options.json);
     const int cores = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
     const sweep_result result =
         sweep(options.run, options.jobs > 0 ? options.jobs : cores, options.torn,
-              [&progress](int64_t done, int64_t all) {
-                  progress.show("cut and recover", static_cast<int>(done * 100 / all));
-              });
-    progress.finish();
+              [&shown](int percent) { shown.show("cut and recover", percent); });
+    shown.finish();
     print(report_sweep(result), options.json);
     if (result.interrupted)
         return exit_interrupted;
@@ -132,14 +183,12 @@ int sweep_command(const command_options &options)
 int rehearse_command(const command_options &options)
 {
     catch_interrupts();
-    rehearse_options rehearsal = options.rehearse;
-    rehearsal.run = options.run;
-    rehearsal.jobs = options.jobs;
-    progress progress(options.json || isatty(STDERR_FILENO) == 0);
+    progress shown(options.json || isatty(STDERR_FILENO) == 0);
     const rehearse_result result =
-        rehearse(rehearsal, [&progress](int percent) { progress.show("rehearse", percent); });
-    progress.finish();
-    std::cout << (options.json ? rehearsal_json(result).dump(2) + "\n" : rehearsal_text(result));
+        rehearse(options.rehearse, options.run, options.jobs,
+                 [&shown](int percent) { shown.show("rehearse", percent); });
+    shown.finish();
+    print(report_rehearsal(result), options.json);
     if (!options.junit_file.empty())
         write_file(options.junit_file, rehearsal_junit(result));
     if (result.interrupted)

@@ -4,13 +4,19 @@
 // from.
 #pragma once
 
+#include <filesystem>
+#include <map>
 #include <string>
+#include <vector>
 
-#include "tools/simdev/flash_commands.h"
+#include "tools/doctor/flash_judge.h"
 #include "tools/simdev/launch.h"
 #include "tools/simdev/rehearse.h"
 
 namespace simdev {
+
+/// Number of a partition -> the dump that it is to hold.
+using dump_files = std::map<int, std::filesystem::path>;
 
 struct command_options {
     run_options run;
@@ -19,16 +25,16 @@ struct command_options {
     std::vector<doctor::package_choice> packages; ///< that partitions are compared with
     std::string log_file;                         ///< empty: no log
     bool json = false;
-    int jobs = 0;                     ///< 0: one a core
-    int64_t torn = -1;                ///< below 0: cuts fall between the writes
-    rehearse_options rehearse;        ///< but for its run and jobs
+    int jobs = 0;      ///< runs at a time; 0: as the command sees fit
+    int64_t torn = -1; ///< below 0: cuts fall between the writes
+    rehearse_options rehearse;
     std::filesystem::path junit_file; ///< empty: none
 };
 
 /// Makes a device folder.
 int init_command(const command_options &options);
 
-/// Judges the partitions; exit_good when all are whole.
+/// As `fwdoctor flash` for all partitions of the device; exit_good when all are whole.
 int status_command(const command_options &options);
 
 /// Runs the program once and reports; its exit status is the program's.

@@ -10,8 +10,7 @@
 #include <vector>
 
 #include "platform/device.h"
-#include "tools/common/files.h"
-#include "tools/simdev/interrupt.h"
+#include "tools/simdev/work.h"
 
 namespace simdev {
 
@@ -37,7 +36,7 @@ void erase_partition(const fs::path &path, uint64_t size)
     }
 }
 
-void fill_folder(const fs::path &folder, const device &device, const std::string &text)
+void fill_folder(const fs::path &folder, const device &described, const std::string &text)
 {
     std::error_code error;
     for (const char *below : {"dev", "etc/rc.d/init.d", "usr/etc", "tmp", "run"}) {
@@ -46,15 +45,15 @@ void fill_folder(const fs::path &folder, const device &device, const std::string
             throw failure((folder / below).string() + ": " + error.message());
     }
     write_file(folder_path(folder, gpio_device), std::string_view());
-    for (const auto &[number, size] : device.partitions)
+    for (const auto &[number, size] : described.partitions)
         erase_partition(folder_path(folder, partition_device(number).text), size);
     std::string configuration;
-    for (const auto &[key, value] : device.configuration)
+    for (const auto &[key, value] : described.configuration)
         configuration += key + "=" + value + "\n";
     write_file(folder / "etc/syscfg.conf", configuration);
-    if (device.script.present) {
+    if (described.script.present) {
         const fs::path script = folder_path(folder, network_stop_script);
-        write_file(script, "#!/bin/sh\nexit " + std::to_string(device.script.status) + "\n");
+        write_file(script, "#!/bin/sh\nexit " + std::to_string(described.script.status) + "\n");
         fs::permissions(script, fs::perms::owner_exec, fs::perm_options::add);
     }
     // Last: a folder with a description is a complete one.
@@ -68,9 +67,8 @@ fs::path folder_path(const fs::path &folder, const char *path)
     return folder / (path + 1);
 }
 
-void make_folder(const fs::path &folder, const std::string &text, const std::string &name)
+void make_folder(const fs::path &folder, const device &described, const std::string &text)
 {
-    const device device = parse_device(text, name);
     std::error_code error;
     if (folder.empty())
         throw failure("the folder's name is empty");
@@ -78,7 +76,7 @@ void make_folder(const fs::path &folder, const std::string &text, const std::str
     if (was_there && (!fs::is_directory(folder, error) || !fs::is_empty(folder, error)))
         throw failure(folder.string() + ": is there already and not empty");
     try {
-        fill_folder(folder, device, text);
+        fill_folder(folder, described, text);
     } catch (...) {
         std::vector<fs::path> made = {folder};
         if (was_there)
@@ -108,6 +106,20 @@ std::map<int, fs::path> partition_files(const fs::path &folder)
     return files;
 }
 
+partition_contents read_partitions(const std::map<int, fs::path> &files)
+{
+    partition_contents contents;
+    for (const auto &[number, file] : files)
+        contents[number] = read_text(file);
+    return contents;
+}
+
+image::trailer_state judge_content(std::string_view content)
+{
+    const auto *bytes = reinterpret_cast<const uint8_t *>(content.data());
+    return judge_trailer(image::memory_reader({bytes, content.size()})).state;
+}
+
 folder_lock::folder_lock(const fs::path &folder)
     : folder_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
 {
@@ -120,17 +132,17 @@ folder_lock::folder_lock(const fs::path &folder)
 scratch_folder::scratch_folder()
 {
     const char *place = getenv("TMPDIR");
-    path_ = fs::path(place == nullptr || *place == '\0' ? "/tmp" : place) / "simdev-XXXXXX";
-    std::string name = path_.string();
+    path = fs::path(place == nullptr || *place == '\0' ? "/tmp" : place) / "simdev-XXXXXX";
+    std::string name = path.string();
     if (mkdtemp(name.data()) == nullptr)
-        throw failure(path_.string() + ": cannot be made: " + strerror(errno));
-    path_ = name;
+        throw failure(path.string() + ": cannot be made: " + strerror(errno));
+    path = name;
 }
 
 scratch_folder::~scratch_folder()
 {
     std::error_code ignored; // nothing can be done about it here
-    fs::remove_all(path_, ignored);
+    fs::remove_all(path, ignored);
 }
 
 } // namespace simdev

@@ -18,14 +18,15 @@
 
 #include "tools/common/files.h"
 #include "tools/device/device.h"
+#include "tools/image/trailer.h"
 
 namespace simdev {
 
-/// Makes the folder for the device that `text` describes; `name` stands for the text in errors. All
+/// Makes the folder for `described`, which `text` describes, but for its configuration. All
 /// partitions are erased (bytes FF). Throws failure; a folder that exists must be empty. Where it
 /// fails or simdev is interrupted, nothing of it is left.
-void make_folder(const std::filesystem::path &folder, const std::string &text,
-                 const std::string &name);
+void make_folder(const std::filesystem::path &folder, const device &described,
+                 const std::string &text);
 
 /// The description of the device in `folder`. Throws failure when it is no device folder, and what
 /// read_device throws.
@@ -36,6 +37,13 @@ std::filesystem::path folder_path(const std::filesystem::path &folder, const cha
 
 /// The partitions there are: number -> file.
 std::map<int, std::filesystem::path> partition_files(const std::filesystem::path &folder);
+
+/// Number of a partition -> all its bytes.
+using partition_contents = std::map<int, std::string>;
+partition_contents read_partitions(const std::map<int, std::filesystem::path> &files);
+
+/// Judges the trailer of a partition with this content.
+image::trailer_state judge_content(std::string_view content);
 
 /// The folder is one command's at a time.
 class folder_lock {
@@ -54,13 +62,7 @@ public:
     ~scratch_folder();
     scratch_folder(const scratch_folder &) = delete;
     scratch_folder &operator=(const scratch_folder &) = delete;
-    [[nodiscard]] const std::filesystem::path &path() const
-    {
-        return path_;
-    }
-
-private:
-    std::filesystem::path path_;
+    std::filesystem::path path;
 };
 
 } // namespace simdev

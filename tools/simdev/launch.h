@@ -48,11 +48,13 @@ struct run_outcome {
 /// throws for a device.toml that is wrong.
 run_outcome run_program(const run_options &options, const run_listener &listener);
 
-/// Where the program's output of a run is kept.
-std::filesystem::path stdout_path(const run_options &options);
+/// Where the program's standard error of a run is kept.
 std::filesystem::path stderr_path(const run_options &options);
 
 /// True when that is a file to read afterwards: not a device or a pipe, which may have no end.
 bool is_stderr_kept(const run_options &options);
+
+/// What it says there, without empty lines; nothing where it is not kept. Throws failure.
+std::vector<std::string> stderr_lines(const run_options &options);
 
 } // namespace simdev

@@ -22,33 +22,9 @@ fs::path find_beside(const char *what, std::initializer_list<const char *> place
     throw failure(std::string(what) + " is not beside " + own.string());
 }
 
-} // namespace
-
-fs::path find_program()
+/// Whether the dynamic loader of this machine starts a program with this content.
+bool is_linked_dynamically(const std::string &content)
 {
-#ifdef SIMDEV_SANITIZED
-    // The sanitizers' runtime does not bear a preloaded library in front of it.
-    return find_beside("upgrade_wrapped", {"upgrade_wrapped"});
-#else
-    return find_beside("upgrade",
-                       {"../../upgrade/upgrade", SIMDEV_LIBRARY_FOLDER "/upgrade", "upgrade"});
-#endif
-}
-
-fs::path find_preload()
-{
-    return find_beside("libsimdev_preload.so",
-                       {"libsimdev_preload.so", SIMDEV_LIBRARY_FOLDER "/libsimdev_preload.so"});
-}
-
-bool is_wrapped(const fs::path &program)
-{
-    return read_text(program).find("simdev: the platform is wrapped") != std::string::npos;
-}
-
-bool takes_preload(const fs::path &program)
-{
-    const std::string content = read_text(program);
     if (!content.starts_with(ELFMAG))
         return true;
     // Of the same class and machine: then what follows has this machine's layout.
@@ -70,6 +46,31 @@ bool takes_preload(const fs::path &program)
             return true;
     }
     return false;
+}
+
+} // namespace
+
+fs::path find_program()
+{
+#ifdef SIMDEV_SANITIZED
+    // The sanitizers' runtime does not bear a preloaded library in front of it.
+    return find_beside("upgrade_wrapped", {"upgrade_wrapped"});
+#else
+    return find_beside("upgrade",
+                       {"../../upgrade/upgrade", SIMDEV_LIBRARY_FOLDER "/upgrade", "upgrade"});
+#endif
+}
+
+fs::path find_preload(const fs::path &program)
+{
+    const std::string content = read_text(program);
+    if (content.find("simdev: the platform is wrapped") != std::string::npos)
+        return {};
+    if (!is_linked_dynamically(content))
+        throw failure(program.string() + ": is not linked dynamically for this machine, so that it "
+                                         "cannot run in the simulation");
+    return find_beside("libsimdev_preload.so",
+                       {"libsimdev_preload.so", SIMDEV_LIBRARY_FOLDER "/libsimdev_preload.so"});
 }
 
 } // namespace simdev

@@ -10,16 +10,10 @@ namespace simdev {
 /// The `upgrade` beside this simdev. Throws failure.
 std::filesystem::path find_program();
 
-/// libsimdev_preload.so. Throws failure.
-std::filesystem::path find_preload();
-
-/// Whether the program has the model linked into it and so needs no preloaded library. Throws
-/// failure for a file that cannot be read.
-bool is_wrapped(const std::filesystem::path &program);
-
-/// Whether the dynamic loader starts the program with a preloaded library of this machine: not
-/// where it is linked statically or for another machine. What is no ELF file is left to whoever
-/// starts it. Throws failure for a file that cannot be read.
-bool takes_preload(const std::filesystem::path &program);
+/// The libsimdev_preload.so to start `program` with; empty for one that has the model linked into
+/// it. Throws failure for a file that cannot be read, and for one that the dynamic loader does not
+/// start with a library of this machine: linked statically, or for another machine. What is no ELF
+/// file is left to whoever starts it.
+std::filesystem::path find_preload(const std::filesystem::path &program);
 
 } // namespace simdev

@@ -48,10 +48,23 @@ std::string check_host_map(const std::string &pair)
     return right ? "" : "\"" + pair + "\" is not NAME=ADDRESS with an address as 127.0.0.1";
 }
 
-std::string check_receiver(const std::string &pair)
+/// "2=DUMP" taken apart into `dumps`. Empty, or what is wrong with it.
+std::string add_dump(dump_files &dumps, const std::string &pair)
 {
-    const bool right = pair.size() > 2 && (pair[0] == '1' || pair[0] == '2') && pair[1] == '=';
-    return right ? "" : "\"" + pair + "\" is not 1=PATH or 2=PATH";
+    if (pair.size() < 3 || pair[0] < '0' || pair[0] > '9' || pair[1] != '=')
+        return "\"" + pair + "\" is not N=DUMP, with a partition's number from 0 to 9";
+    if (!dumps.emplace(pair[0] - '0', pair.substr(2)).second)
+        return std::string("partition ") + pair[0] + " is given twice";
+    return {};
+}
+
+/// "1=PATH" taken apart into `receivers`. Empty, or what is wrong with it.
+std::string add_receiver(std::map<int, std::filesystem::path> &receivers, const std::string &pair)
+{
+    if (pair.size() < 3 || (pair[0] != '1' && pair[0] != '2') || pair[1] != '=')
+        return "\"" + pair + "\" is not 1=PATH or 2=PATH";
+    receivers[pair[0] - '0'] = pair.substr(2);
+    return {};
 }
 
 void add_folder(const command &sub, command_options &options)
@@ -142,12 +155,7 @@ void describe_run(const command &run, command_options &options)
     add_playing_options(run, options);
     run.add_each(
         "--receiver",
-        [&options](const std::string &pair) {
-            std::string fault = check_receiver(pair);
-            if (fault.empty())
-                options.run.receivers[pair[0] - '0'] = pair.substr(2);
-            return fault;
-        },
+        [&options](const std::string &pair) { return add_receiver(options.run.receivers, pair); },
         "N=PATH: status receiver N (1 .upgrd_info, 2 .syscfg-server) is who listens on PATH");
     run.add("--log", options.log_file, "Write each operation as a line of JSON");
     run.add("--stdout", options.run.stdout_file,

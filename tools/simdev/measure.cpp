@@ -10,20 +10,12 @@ namespace simdev {
 namespace {
 
 constexpr const char *script_phase = "script";
-constexpr const char *checks_phase = "checks";
-constexpr const char *writing_phase = "writing";
 constexpr const char *verifying_phase = "verifying";
-constexpr const char *end_phase = "end";
 
 void keep_longer(unfed_time &longest, const unfed_time &candidate)
 {
     if (candidate.sum() > longest.sum())
         longest = candidate;
-}
-
-bool feeds(const sim_operation &operation)
-{
-    return operation.op == op_kick && operation.error == 0 && operation.line >= 0;
 }
 
 } // namespace
@@ -50,13 +42,13 @@ void measure::enter_phase(const sim_operation &operation)
     if (operation.op == op_script)
         next = script_phase;
     else if (now == script_phase)
-        next = checks_phase;
+        next = "checks";
     if (operation.text_view() == std::string(status_stage) + "WRITING")
-        next = writing_phase;
+        next = "writing";
     else if (operation.text_view() == std::string(status_stage) + "VERIFYING")
         next = verifying_phase;
     else if (now == verifying_phase && operation.op == op_sleep)
-        next = end_phase; // the rest before "DONE": reading back does not sleep
+        next = "end"; // the rest before "DONE": reading back does not sleep
     if (next == now)
         return;
     const auto found = std::ranges::find(record_.phases, next, &phase_record::name);
@@ -83,7 +75,7 @@ void measure::take_kick(const sim_operation &operation)
         record_.kicks_refused++;
     else if (operation.line < 0)
         record_.kicks_without_line++;
-    if (!feeds(operation))
+    if (operation.error != 0 || operation.line < 0)
         return;
     close_longest(record_);
     record_.kicks++;

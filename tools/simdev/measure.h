@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// What came of a run, collected from its operations.
+// What came of a run, collected from its operations, and what `simdev run` says of it.
 #pragma once
 
 #include <array>
@@ -10,7 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/simdev/core/operation.h"
+#include "tools/simdev/launch.h"
+#include "tools/simdev/report.h"
 
 namespace simdev {
 
@@ -89,5 +90,9 @@ private:
     sim_operation mark_ = {}; // the same or the phase's beginning
     sim_operation last_ = {};
 };
+
+/// Judges the partitions that were written to, in the folder as the run left it, and reads what the
+/// program said. Throws failure.
+report report_run(const run_record &record, const run_options &options, const run_outcome &outcome);
 
 } // namespace simdev

@@ -16,30 +16,18 @@ namespace {
 
 constexpr const char *loopback = "127.0.0.1";
 
-template<typename type, void (*release)(type *)> struct releaser {
-    void operator()(type *object) const
-    {
-        release(object);
-    }
-};
-using key_pointer = std::unique_ptr<EVP_PKEY, releaser<EVP_PKEY, EVP_PKEY_free>>;
-using certificate_pointer = std::unique_ptr<X509, releaser<X509, X509_free>>;
-using extension_pointer =
-    std::unique_ptr<X509_EXTENSION, releaser<X509_EXTENSION, X509_EXTENSION_free>>;
-using bio_pointer = std::unique_ptr<BIO, releaser<BIO, BIO_free_all>>;
-
 /// A certificate that is its own authority, for `key` and a day.
-certificate_pointer make_certificate(EVP_PKEY *key)
+std::shared_ptr<X509> make_certificate(EVP_PKEY *key)
 {
     constexpr long day_seconds = 24L * 60 * 60;
-    certificate_pointer made(X509_new());
+    const std::shared_ptr<X509> made(X509_new(), X509_free);
     X509 *certificate = made.get();
-    const extension_pointer authority(
-        X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE"));
-    if (key == nullptr || certificate == nullptr || authority == nullptr)
-        throw failure("no certificate can be made for --https");
-    X509_NAME *name = X509_get_subject_name(certificate);
-    const bool good = X509_set_version(certificate, X509_VERSION_3) == 1 &&
+    const std::shared_ptr<X509_EXTENSION> authority(
+        X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE"),
+        X509_EXTENSION_free);
+    X509_NAME *name = made ? X509_get_subject_name(certificate) : nullptr;
+    const bool good = key != nullptr && name != nullptr && authority != nullptr &&
+                      X509_set_version(certificate, X509_VERSION_3) == 1 &&
                       ASN1_INTEGER_set(X509_get_serialNumber(certificate), 1) == 1 &&
                       X509_gmtime_adj(X509_getm_notBefore(certificate), -day_seconds) != nullptr &&
                       X509_gmtime_adj(X509_getm_notAfter(certificate), day_seconds) != nullptr &&
@@ -57,7 +45,7 @@ certificate_pointer make_certificate(EVP_PKEY *key)
 
 std::string certificate_text(X509 *certificate)
 {
-    const bio_pointer memory(BIO_new(BIO_s_mem()));
+    const std::shared_ptr<BIO> memory(BIO_new(BIO_s_mem()), BIO_free_all);
     if (memory == nullptr || PEM_write_bio_X509(memory.get(), certificate) != 1)
         throw failure("no certificate can be made for --https");
     char *text = nullptr;
@@ -67,25 +55,23 @@ std::string certificate_text(X509 *certificate)
 
 } // namespace
 
-struct package_server::state {
+struct package_server::running {
     std::unique_ptr<httplib::Server> server;
-    std::string authority;
-    int port = 0;
     std::thread thread;
 };
 
 package_server::package_server(const served_files &files, bool https, int connections)
-    : state_(std::make_unique<state>())
+    : running_(std::make_unique<running>())
 {
     if (https) {
-        const key_pointer key(EVP_EC_gen("P-256"));
-        const certificate_pointer certificate = make_certificate(key.get());
-        state_->authority = certificate_text(certificate.get());
-        state_->server = std::make_unique<httplib::SSLServer>(certificate.get(), key.get());
+        const std::shared_ptr<EVP_PKEY> key(EVP_EC_gen("P-256"), EVP_PKEY_free);
+        const std::shared_ptr<X509> certificate = make_certificate(key.get());
+        authority = certificate_text(certificate.get());
+        running_->server = std::make_unique<httplib::SSLServer>(certificate.get(), key.get());
     } else {
-        state_->server = std::make_unique<httplib::Server>();
+        running_->server = std::make_unique<httplib::Server>();
     }
-    httplib::Server &server = *state_->server;
+    httplib::Server &server = *running_->server;
     server.new_task_queue = [connections] {
         return new httplib::ThreadPool(static_cast<size_t>(connections));
     };
@@ -96,28 +82,18 @@ package_server::package_server(const served_files &files, bool https, int connec
             response.set_content(reinterpret_cast<const char *>(bytes.data()), bytes.size(),
                                  "application/octet-stream");
         });
-    state_->port = server.bind_to_any_port(loopback);
-    if (state_->port <= 0)
+    port = server.bind_to_any_port(loopback);
+    if (port <= 0)
         throw failure("no server can be started on " + std::string(loopback));
-    state_->thread = std::thread([&server] { server.listen_after_bind(); });
+    running_->thread = std::thread([&server] { server.listen_after_bind(); });
     while (!server.is_running()) // stop() does nothing before
         std::this_thread::yield();
 }
 
 package_server::~package_server()
 {
-    state_->server->stop();
-    state_->thread.join();
-}
-
-int package_server::port() const
-{
-    return state_->port;
-}
-
-const std::string &package_server::authority() const
-{
-    return state_->authority;
+    running_->server->stop();
+    running_->thread.join();
 }
 
 } // namespace simdev

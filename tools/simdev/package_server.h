@@ -23,15 +23,12 @@ public:
     package_server(const package_server &) = delete;
     package_server &operator=(const package_server &) = delete;
 
-    /// Of the loopback.
-    [[nodiscard]] int port() const;
-
-    /// The certificate, in the form of a device's CA file; empty without https.
-    [[nodiscard]] const std::string &authority() const;
+    int port = 0;          ///< of the loopback
+    std::string authority; ///< the certificate, in the form of a CA file; empty without https
 
 private:
-    struct state;
-    std::unique_ptr<state> state_;
+    struct running;
+    std::unique_ptr<running> running_;
 };
 
 } // namespace simdev

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/progress.h"
 
-#include <chrono>
 #include <cstdio>
 #include <string_view>
 #include <unistd.h>
 
 #include "platform/device.h"
+#include "tools/simdev/work.h"
 
 namespace simdev {
 
@@ -15,16 +15,14 @@ namespace {
 constexpr int plain_step_percent = 25;
 constexpr int64_t draw_interval_us = 250'000;
 
-int64_t now_us()
+/// Shows what `append` appends for a terminal of the width of now.
+template<typename Append> void draw(follow::terminal &screen, Append append)
 {
-    return std::chrono::duration_cast<std::chrono::microseconds>(
-               std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
-
-void print(const follow::text_buffer &buffer)
-{
-    fwrite(buffer.data, 1, buffer.size, stderr);
+    char data[follow::frame_limit];
+    follow::text_buffer frame = {data, sizeof data, 0, false};
+    follow::terminal_measure(&screen, STDERR_FILENO);
+    append(&frame);
+    fwrite(frame.data, 1, frame.size, stderr);
     fflush(stderr);
 }
 
@@ -43,7 +41,7 @@ void stage_progress::take(const sim_operation &operation)
     const bool word =
         operation.op == op_datagram && operation.target == std::string_view(status_receivers[0]);
     if (word)
-        follow::tracker_take(&state_, operation.text_view(), now_us() / 1000);
+        follow::tracker_take(&state_, operation.text_view(), steady_us() / 1000);
     if (word || screen_.redraws || operation.op == op_start)
         show(state_.now != shown_ || !screen_.redraws);
 }
@@ -56,16 +54,14 @@ void stage_progress::finish()
 
 void stage_progress::show(bool at_once)
 {
-    const int64_t time_us = now_us();
+    const int64_t time_us = steady_us();
     if (!at_once && time_us - shown_us_ < draw_interval_us)
         return;
     shown_us_ = time_us;
     shown_ = state_.now;
-    follow::terminal_measure(&screen_, STDERR_FILENO);
-    char data[follow::frame_limit];
-    follow::text_buffer frame = {data, sizeof data, 0, false};
-    follow::append_frame(&frame, &screen_, &state_, time_us / 1000);
-    print(frame);
+    draw(screen_, [&](follow::text_buffer *frame) {
+        follow::append_frame(frame, &screen_, &state_, time_us / 1000);
+    });
 }
 
 progress::progress(bool quiet) : quiet_(quiet)
@@ -88,11 +84,9 @@ void progress::show(const std::string &what, int percent)
     percent_ = percent;
     if (!screen_.redraws && !step)
         return;
-    follow::terminal_measure(&screen_, STDERR_FILENO);
-    char data[follow::frame_limit];
-    follow::text_buffer line = {data, sizeof data, 0, false};
-    follow::append_bar_line(&line, &screen_, what.c_str(), percent);
-    print(line);
+    draw(screen_, [&](follow::text_buffer *line) {
+        follow::append_bar_line(line, &screen_, what.c_str(), percent);
+    });
     drawn_ = screen_.redraws;
 }
 

@@ -52,7 +52,7 @@ receiver_links::receiver_links(const fs::path &folder, const std::map<int, fs::p
         const auto other = wanted.find(static_cast<int>(index) + 1);
         const bool linked = other != wanted.end();
         if (!linked && !fs::is_symlink(place) && socket_address(place).has_listener()) {
-            foreign_ += static_cast<char>('1' + index);
+            foreign += static_cast<char>('1' + index);
             continue;
         }
         const fs::path target = linked ? fs::absolute(other->second) : "";
@@ -67,7 +67,7 @@ receiver_links::receiver_links(const fs::path &folder, const std::map<int, fs::p
         if (error)
             throw failure(place.string() + ": " + error.message());
         links_.push_back(place);
-        foreign_ += static_cast<char>('1' + index);
+        foreign += static_cast<char>('1' + index);
     }
 }
 

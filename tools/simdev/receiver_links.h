@@ -22,14 +22,10 @@ public:
     ~receiver_links();
 
     /// "1", "2", "12" or "": those that somebody else is.
-    [[nodiscard]] const std::string &foreign() const
-    {
-        return foreign_;
-    }
+    std::string foreign;
 
 private:
     std::vector<std::filesystem::path> links_;
-    std::string foreign_;
 };
 
 } // namespace simdev

@@ -20,7 +20,6 @@
 namespace simdev {
 
 struct rehearse_options {
-    run_options run; ///< program, fast, grace, faults; the rest is rehearse's own affair
     std::filesystem::path package;
     std::filesystem::path older;                ///< that the devices hold; empty: they are erased
     std::filesystem::path key_file;             ///< for devices that describe no key; empty: none
@@ -28,7 +27,6 @@ struct rehearse_options {
     std::string expect; ///< empty, a result for all devices, or the file of a result for each
     bool sweep = false;
     bool https = false;
-    int jobs = 0; ///< devices at a time; 0: as many as the machine bears
 };
 
 /// Why a device is not as expected.
@@ -64,14 +62,15 @@ struct rehearse_result {
     [[nodiscard]] bool good() const;
 };
 
-/// Rehearses on several devices at a time; `done` is told how many percent are, from any thread but
-/// one at a time. Throws failure for what no device can be tried with: a file that cannot be read
-/// or has a mistake, or no device.
-rehearse_result rehearse(const rehearse_options &options, const std::function<void(int)> &done);
+/// Rehearses with `jobs` runs at a time (0: as many as the machine bears). Of `run` count program,
+/// fast, grace and faults; the rest is rehearse's own affair. `done` is told how many percent are,
+/// from any thread but one at a time. Throws failure for what no device can be tried with: a file
+/// that cannot be read or has a mistake, or no device.
+rehearse_result rehearse(const rehearse_options &options, const run_options &run, int jobs,
+                         const std::function<void(int)> &done);
 
-/// A table, and below it what is wrong; the same as JSON (docs/json.md).
-std::string rehearsal_text(const rehearse_result &result);
-json rehearsal_json(const rehearse_result &result);
+/// A table of the devices, what is to be known of each, and how many are in trouble.
+report report_rehearsal(const rehearse_result &result);
 
 /// For continuous integration: one test case a device, in the XML of JUnit.
 std::string rehearsal_junit(const rehearse_result &result);

@@ -2,18 +2,16 @@
 #include "tools/simdev/rehearse_check.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
-#include <sstream>
 
 #include "flash/crc32.h"
 #include "flash/trailer.h"
 #include "platform/device.h"
-#include "tools/common/files.h"
+#include "tools/common/toml_text.h"
 #include "tools/fwpkg/sums.h"
-#include "tools/image/trailer.h"
-#include "tools/simdev/folder.h"
-#include "tools/simdev/interrupt.h"
 #include "tools/simdev/report.h"
+#include "tools/simdev/work.h"
 
 namespace simdev {
 
@@ -56,22 +54,6 @@ struct observer {
     }
 };
 
-std::string last_line(const std::string &text)
-{
-    std::istringstream said(text);
-    std::string last;
-    for (std::string line; std::getline(said, line);)
-        if (!line.empty())
-            last = line;
-    return last;
-}
-
-image::trailer_state trailer_of(const std::string &content)
-{
-    const auto *bytes = reinterpret_cast<const uint8_t *>(content.data());
-    return judge_trailer(image::memory_reader({bytes, content.size()})).state;
-}
-
 /// The partition's name and where it begins to differ.
 std::string content_difference(int number, const std::string &planned, const std::string &found)
 {
@@ -89,7 +71,8 @@ std::string content_difference(int number, const std::string &planned, const std
     }
     return device + " differs from the plan in " + std::to_string(blocks) +
            " blocks, the first is block " + std::to_string(first / block_size) +
-           "; trailer: " + name(trailer_of(found)) + ", planned: " + name(trailer_of(planned));
+           "; trailer: " + name(judge_content(found)) +
+           ", planned: " + name(judge_content(planned));
 }
 
 /// Blocks of the plan, those of a write that would be tried for ever included.
@@ -104,28 +87,21 @@ int64_t planned_blocks(const fwpkg::device_plan &plan)
 
 } // namespace
 
-partition_contents read_contents(const std::filesystem::path &folder)
-{
-    partition_contents contents;
-    for (const auto &[number, file] : partition_files(folder))
-        contents[number] = read_text(file);
-    return contents;
-}
-
 observed_run observe_run(const run_options &options)
 {
-    observer observer;
+    observer seen;
     try {
         const run_outcome outcome =
-            run_program(options, [&](const sim_operation &each) { observer.take(each); });
-        observer.run.exit_status = outcome.exit_status;
+            run_program(options, [&](const sim_operation &each) { seen.take(each); });
+        seen.run.exit_status = outcome.exit_status;
     } catch (const endless_write &) {
-        observer.run.exit_status.reset(); // the program is ended already
+        seen.run.exit_status.reset(); // the program is ended already
     }
     if (is_interrupted())
         throw failure("interrupted", exit_interrupted);
-    observer.run.last_line = last_line(read_text(stderr_path(options)));
-    return observer.run;
+    if (const std::vector<std::string> lines = stderr_lines(options); !lines.empty())
+        seen.run.last_line = lines.back();
+    return seen.run;
 }
 
 void write_as_planned(partition_contents &contents, const fwpkg::device_plan &plan,
@@ -179,20 +155,48 @@ std::vector<std::string> compare_with_plan(const fwpkg::device_plan &plan, const
     return faults;
 }
 
+std::vector<std::string> read_expectations(const std::string &expect,
+                                           const std::vector<std::filesystem::path> &devices)
+{
+    constexpr std::array results = {"upgraded", "refused", "failed", "endless"};
+    if (expect.empty() || expect == results[0] || expect == results[1])
+        return std::vector<std::string>(devices.size(), expect);
+    const auto name = [](const std::filesystem::path &device) {
+        return device.filename().string();
+    };
+    std::vector<std::string> expected(devices.size());
+    toml::table table;
+    try {
+        table = parse_toml(read_text(expect));
+    } catch (const toml::parse_error &error) {
+        throw failure(expect + ":" + std::to_string(error.source().begin.line) + ": " +
+                      std::string(error.description()));
+    }
+    for (auto &&[key, node] : table) {
+        const std::string place = expect + ":" + std::to_string(key.source().begin.line) + ": ";
+        const std::string result = node.value_or<std::string>("");
+        if (std::ranges::find(results, result) == results.end())
+            throw failure(place + "\"" + std::string(key.str()) +
+                          "\" must be upgraded, refused, failed or endless, in quotes");
+        if (std::ranges::find(devices, std::string(key.str()), name) == devices.end())
+            throw failure(place + "no device is called \"" + std::string(key.str()) + "\"");
+        for (size_t index = 0; index < devices.size(); index++)
+            if (name(devices[index]) == key.str())
+                expected[index] = result;
+    }
+    for (size_t index = 0; index < devices.size(); index++)
+        if (expected[index].empty())
+            throw failure(expect + ": has nothing for \"" + name(devices[index]) + "\"");
+    return expected;
+}
+
 std::string result_text(const observed_run &run)
 {
+    constexpr std::array results = {"upgraded", "refused", "failed"};
     if (!run.exit_status)
         return "endless";
-    switch (*run.exit_status) {
-    case 0:
-        return "upgraded";
-    case 1:
-        return "refused";
-    case 2:
-        return "failed";
-    default:
-        return "exit status " + std::to_string(*run.exit_status);
-    }
+    const auto status = static_cast<size_t>(*run.exit_status);
+    return status < results.size() ? results.at(status) : "exit status " + std::to_string(status);
 }
 
 } // namespace simdev

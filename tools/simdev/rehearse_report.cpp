@@ -10,7 +10,26 @@ namespace simdev {
 
 namespace {
 
-using table = std::vector<std::vector<std::string>>;
+/// What there is to say of a device: cells of its line in the table, lines below the table, and
+/// with each of them the fields that say the same.
+struct device_rows {
+    std::vector<std::string> headings;
+    std::vector<std::string> cells;
+    std::string below;
+    json fields = {{"parts", json::array()}, {"troubles", json::array()}};
+
+    void cell(const std::string &heading, const std::string &text, const json &same)
+    {
+        headings.push_back(heading);
+        cells.push_back(text.empty() ? "-" : text);
+        fields.merge(same);
+    }
+    void line(const std::string &text, const json &same)
+    {
+        below += text.empty() ? "" : "\n" + cells.front() + ": " + text;
+        fields.merge(same);
+    }
+};
 
 std::string verdict(const rehearsed_device &device)
 {
@@ -23,34 +42,72 @@ std::string verdict(const rehearsed_device &device)
     return text.empty() ? "good" : text;
 }
 
-std::vector<std::string> heading(const rehearse_result &result)
+/// A column for each of the `parts` that the table has; the device may have fewer.
+void add_parts(device_rows &rows, const std::vector<fwpkg::planned_part> &planned,
+               const std::vector<std::string> &parts)
 {
-    std::vector<std::string> row = {"device"};
-    for (const rehearsed_device &device : result.devices)
-        for (size_t index = row.size() - 1; index < device.plan.parts.size(); index++)
-            row.push_back(std::to_string(index) + " " + device.plan.parts[index].type_name);
-    row.insert(row.end(), {"result", "time"});
-    if (std::ranges::any_of(result.devices, [](const auto &device) { return !!device.swept; }))
-        row.emplace_back("power cuts");
-    row.emplace_back("verdict");
-    return row;
+    json list = json::array();
+    for (size_t index = 0; index < parts.size(); index++) {
+        const bool there = index < planned.size();
+        const char *outcome = there ? fwpkg::outcome_name(planned[index].outcome) : "";
+        if (there)
+            list.push_back({{"place", planned[index].place}, {"outcome", outcome}});
+        rows.cell(parts[index], outcome, {{"parts", list}});
+    }
 }
 
-std::vector<std::string> device_row(const rehearsed_device &device, size_t columns, size_t parts)
+void add_run(device_rows &rows, const std::optional<observed_run> &run)
 {
-    std::vector<std::string> row = {printable(device.plan.name)};
-    for (size_t index = 0; index < parts; index++)
-        row.emplace_back(index < device.plan.parts.size()
-                             ? fwpkg::outcome_name(device.plan.parts[index].outcome)
-                             : "-");
-    row.push_back(device.run ? result_text(*device.run) : "-");
-    row.push_back(device.run ? seconds_text(device.run->virtual_us) : "-");
-    if (row.size() + 1 < columns)
-        row.push_back(device.swept ? std::to_string(count_points(*device.swept).recovered) +
-                                         " of " + std::to_string(device.swept->writes) + " mended"
-                                   : "-");
-    row.push_back(verdict(device));
-    return row;
+    const bool ended = run && run->exit_status;
+    rows.cell("result", run ? result_text(*run) : "",
+              {{"result", run ? json(result_text(*run)) : json()}});
+    rows.cell("exit", ended ? std::to_string(*run->exit_status) : "",
+              {{"exit_status", ended ? json(*run->exit_status) : json()}});
+    rows.cell("blocks", run ? std::to_string(run->blocks) : "",
+              {{"blocks", run ? json(run->blocks) : json()}});
+    rows.cell("time", run ? seconds_text(run->virtual_us) : "",
+              {{"milliseconds", run ? json(run->virtual_us / 1000) : json()}});
+}
+
+void add_sweep(device_rows &rows, const std::optional<sweep_result> &swept)
+{
+    const sweep_counts counts = swept ? count_points(*swept) : sweep_counts();
+    std::string text;
+    json fields;
+    if (swept) {
+        text =
+            std::to_string(counts.recovered) + " of " + std::to_string(swept->writes) + " mended";
+        if (counts.undetected > 0)
+            text += ", " + std::to_string(counts.undetected) + " mixed but valid";
+        fields = {{"writes", swept->writes},
+                  {"recovered", counts.recovered},
+                  {"mixed_but_valid", counts.undetected}};
+    }
+    rows.cell("power cuts", text, {{"sweep", fields}});
+}
+
+device_rows describe(const rehearsed_device &device, const std::vector<std::string> &parts)
+{
+    const std::string reason = printable(device.plan.reason);
+    const std::string planned = fwpkg::result_name(device.plan);
+    device_rows rows;
+    rows.cell("device", printable(device.plan.name), {{"device", printable(device.plan.name)}});
+    add_parts(rows, device.plan.parts, parts);
+    rows.cell("planned", planned, {{"planned", planned}});
+    rows.cell("expected", device.expected,
+              {{"expected", device.expected.empty() ? json() : json(device.expected)}});
+    add_run(rows, device.run);
+    add_sweep(rows, device.swept);
+    rows.cell("verdict", verdict(device), {{"verdict", verdict(device)}});
+    rows.line(reason.empty() ? "" : planned + ": " + reason, {{"reason", reason}});
+    rows.line(printable(device.note), {{"note", printable(device.note)}});
+    json troubles = json::array();
+    for (const trouble &each : device.troubles) {
+        const std::string text = printable(each.text);
+        troubles.push_back({{"kind", name(each.kind)}, {"text", text}});
+        rows.line(std::string(name(each.kind)) + ": " + text, {{"troubles", troubles}});
+    }
+    return rows;
 }
 
 std::string xml_text(const std::string &text)
@@ -79,35 +136,6 @@ size_t count_bad(const rehearse_result &result, bool tried)
         }));
 }
 
-json device_json(const rehearsed_device &device)
-{
-    json parts = json::array();
-    for (const fwpkg::planned_part &part : device.plan.parts)
-        parts.push_back({{"place", part.place}, {"outcome", fwpkg::outcome_name(part.outcome)}});
-    json troubles = json::array();
-    for (const trouble &each : device.troubles)
-        troubles.push_back({{"kind", name(each.kind)}, {"text", printable(each.text)}});
-    const auto &run = device.run;
-    json swept;
-    if (device.swept)
-        swept = {{"writes", device.swept->writes},
-                 {"recovered", count_points(*device.swept).recovered},
-                 {"mixed_but_valid", count_points(*device.swept).undetected}};
-    return {{"device", printable(device.plan.name)},
-            {"verdict", verdict(device)},
-            {"planned", fwpkg::result_name(device.plan)},
-            {"reason", printable(device.plan.reason)},
-            {"expected", device.expected.empty() ? json() : json(device.expected)},
-            {"result", run ? json(result_text(*run)) : json()},
-            {"exit_status", run && run->exit_status ? json(*run->exit_status) : json()},
-            {"blocks", run ? json(run->blocks) : json()},
-            {"milliseconds", run ? json(run->virtual_us / 1000) : json()},
-            {"note", printable(device.note)},
-            {"parts", parts},
-            {"sweep", swept},
-            {"troubles", troubles}};
-}
-
 } // namespace
 
 const char *name(trouble_kind kind)
@@ -117,40 +145,36 @@ const char *name(trouble_kind kind)
     return names[static_cast<size_t>(kind)];
 }
 
-std::string rehearsal_text(const rehearse_result &result)
+report report_rehearsal(const rehearse_result &result)
 {
-    table rows = {heading(result)};
-    size_t parts = 0;
+    std::vector<std::string> parts;
     for (const rehearsed_device &device : result.devices)
-        parts = std::max(parts, device.plan.parts.size());
-    for (const rehearsed_device &device : result.devices)
-        rows.push_back(device_row(device, rows.front().size(), parts));
-    std::string text = fwpkg::table_text(rows);
-    for (const rehearsed_device &device : result.devices) {
-        const std::string device_name = printable(device.plan.name) + ": ";
-        if (!device.note.empty())
-            text += device_name + printable(device.note) + "\n";
-        for (const trouble &each : device.troubles)
-            text += device_name + name(each.kind) + ": " + printable(each.text) + "\n";
-    }
-    const size_t bad = count_bad(result, true) + count_bad(result, false);
-    text += std::to_string(result.devices.size()) + " devices, " + std::to_string(bad) +
-            " with trouble; real " + seconds_text(result.real_us);
-    return text + (result.interrupted ? ", interrupted\n" : "\n");
-}
-
-json rehearsal_json(const rehearse_result &result)
-{
+        for (size_t index = parts.size(); index < device.plan.parts.size(); index++)
+            parts.push_back(std::to_string(index) + " " + device.plan.parts[index].type_name);
+    std::vector<std::vector<std::string>> table = {{}};
+    std::string below;
     json devices = json::array();
-    for (const rehearsed_device &device : result.devices)
-        devices.push_back(device_json(device));
-    return {{"format", 1},
-            {"file", printable(result.package)},
-            {"sha256", result.sha256},
-            {"good", result.good()},
-            {"interrupted", result.interrupted},
-            {"real_milliseconds", result.real_us / 1000},
-            {"devices", devices}};
+    for (const rehearsed_device &device : result.devices) {
+        const device_rows rows = describe(device, parts);
+        table.front() = rows.headings;
+        table.push_back(rows.cells);
+        below += rows.below;
+        devices.push_back(rows.fields);
+    }
+    std::string text = fwpkg::table_text(table);
+    text.pop_back(); // the newline
+    const size_t bad = count_bad(result, true) + count_bad(result, false);
+    report said;
+    said.add("package", printable(result.package), {{"file", printable(result.package)}});
+    said.add("sha256", result.sha256, {{"sha256", result.sha256}});
+    said.add("rehearsed", text + below, {{"devices", devices}});
+    said.add("devices",
+             std::to_string(result.devices.size()) + ", " + std::to_string(bad) + " with trouble" +
+                 (result.interrupted ? ", interrupted" : ""),
+             {{"good", result.good()}, {"interrupted", result.interrupted}});
+    said.add("duration", "real " + seconds_text(result.real_us),
+             {{"real_milliseconds", result.real_us / 1000}});
+    return said;
 }
 
 std::string rehearsal_junit(const rehearse_result &result)

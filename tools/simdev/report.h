@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/common/json.h"
+#include "tools/simdev/core/operation.h"
 
 namespace simdev {
 
@@ -35,6 +36,10 @@ private:
     std::string text_;
     json document_ = {{"format", 1}}; // docs/json.md
 };
+
+/// The operation as one JSON object without a line break, a line of `--log`
+/// (docs/simulated-device.md has the fields). `faults` are the texts of the run's faults.
+std::string operation_json(const sim_operation &operation, const std::vector<std::string> &faults);
 
 /// "12.345 s".
 std::string seconds_text(int64_t microseconds);

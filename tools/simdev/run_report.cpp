@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/simdev/run_report.h"
+#include "tools/simdev/measure.h"
 
 #include <cstdio>
 #include <cstring>
-#include <sstream>
 
 #include "platform/device.h"
-#include "tools/common/files.h"
 #include "tools/common/printable.h"
 #include "tools/fwpkg/text.h"
 #include "tools/image/trailer.h"
@@ -16,7 +14,7 @@ namespace simdev {
 
 namespace {
 
-void add_result(report &report, const run_record &record, const run_outcome &outcome)
+void add_result(report &said, const run_record &record, const run_outcome &outcome)
 {
     std::string text = "exit status " + std::to_string(outcome.exit_status);
     const bool touched = record.operations > 1;
@@ -31,15 +29,15 @@ void add_result(report &report, const run_record &record, const run_outcome &out
         text += ", interrupted";
     if (!touched)
         text += "; the program never touched the device: is it an upgrade?";
-    report.add("result", text,
-               {{"exit_status", outcome.exit_status},
-                {"signal", outcome.signal ? json(*outcome.signal) : json()},
-                {"ended_by", record.end ? json(sim_op_names[record.end->op]) : json()},
-                {"interrupted", outcome.interrupted},
-                {"touched_the_device", touched}});
+    said.add("result", text,
+             {{"exit_status", outcome.exit_status},
+              {"signal", outcome.signal ? json(*outcome.signal) : json()},
+              {"ended_by", record.end ? json(sim_op_names[record.end->op]) : json()},
+              {"interrupted", outcome.interrupted},
+              {"touched_the_device", touched}});
 }
 
-void add_stages(report &report, const run_record &record)
+void add_stages(report &said, const run_record &record)
 {
     std::string text;
     json stages = json::array();
@@ -51,10 +49,10 @@ void add_stages(report &report, const run_record &record)
         stages.push_back({{stage.is_error ? "error" : "stage", json_text(stage.name)},
                           {"virtual_us", stage.virtual_us}});
     }
-    report.add("stages", text.empty() ? "none" : text, {{"stages", stages}});
+    said.add("stages", text.empty() ? "none" : text, {{"stages", stages}});
 }
 
-void add_partition(report &report, const run_options &options, int number,
+void add_partition(report &said, const run_options &options, int number,
                    const partition_record &partition)
 {
     const std::string device = partition_device(number).text;
@@ -69,26 +67,23 @@ void add_partition(report &report, const run_options &options, int number,
         text += "crc " + fwpkg::hex_word(trailer.crc) + " over " + std::to_string(trailer.length) +
                 " bytes: ";
     text += name(trailer.state);
-    report.add(device, text,
-               {{"partitions",
-                 {{std::to_string(number),
-                   {{"writes", partition.writes},
-                    {"bytes", partition.bytes},
-                    {"failed", partition.failed},
-                    {"crc", fwpkg::hex_word(trailer.crc)},
-                    {"length", trailer.length},
-                    {"trailer", name(trailer.state)}}}}}});
+    said.add(device, text,
+             {{"partitions",
+               {{std::to_string(number),
+                 {{"writes", partition.writes},
+                  {"bytes", partition.bytes},
+                  {"failed", partition.failed},
+                  {"crc", fwpkg::hex_word(trailer.crc)},
+                  {"length", trailer.length},
+                  {"trailer", name(trailer.state)}}}}}});
 }
 
 /// What the program's reading back found, which changes no exit status.
-void add_differences(report &report, const run_options &options)
+void add_differences(report &said, const run_options &options)
 {
-    if (!is_stderr_kept(options))
-        return;
-    std::istringstream said(read_text(stderr_path(options)));
     json lines = json::array();
     std::string text;
-    for (std::string line; std::getline(said, line);) {
+    for (const std::string &line : stderr_lines(options)) {
         const bool block = line.starts_with("block #") || line.starts_with("last block #");
         if (!block || !line.ends_with(" differ"))
             continue;
@@ -96,10 +91,10 @@ void add_differences(report &report, const run_options &options)
         text += (text.empty() ? "" : "\n") + printable(line);
     }
     if (!text.empty())
-        report.add("read back", text, {{"differences", lines}});
+        said.add("read back", text, {{"differences", lines}});
 }
 
-void add_watchdog(report &report, const run_record &record)
+void add_watchdog(report &said, const run_record &record)
 {
     std::string text = std::to_string(record.kicks) + " kicks";
     if (record.kicks_refused > 0)
@@ -124,18 +119,18 @@ void add_watchdog(report &report, const run_record &record)
                           {"kicks", phase.kicks},
                           {"longest", times(phase.longest)}});
     }
-    report.add("watchdog", text,
-               {{"watchdog",
-                 {{"kicks", record.kicks},
-                  {"refused", record.kicks_refused},
-                  {"without_line", record.kicks_without_line},
-                  {"first_virtual_us", record.first_kick_us ? json(*record.first_kick_us) : json()},
-                  {"longest", times(record.longest)},
-                  {"longest_phases", json_text(record.longest_phases)},
-                  {"phases", phases}}}});
+    said.add("watchdog", text,
+             {{"watchdog",
+               {{"kicks", record.kicks},
+                {"refused", record.kicks_refused},
+                {"without_line", record.kicks_without_line},
+                {"first_virtual_us", record.first_kick_us ? json(*record.first_kick_us) : json()},
+                {"longest", times(record.longest)},
+                {"longest_phases", json_text(record.longest_phases)},
+                {"phases", phases}}}});
 }
 
-void add_script(report &report, const std::optional<sim_operation> &script)
+void add_script(report &said, const std::optional<sim_operation> &script)
 {
     std::string text = "not run";
     json status;
@@ -147,27 +142,27 @@ void add_script(report &report, const std::optional<sim_operation> &script)
         text = "run, exit status " + std::to_string(script->result);
         status = script->result;
     }
-    report.add("script", text, {{"script", status}});
+    said.add("script", text, {{"script", status}});
 }
 
 /// Those that never came to pass as well: the run was shorter than the fault supposes.
-void add_faults(report &report, const run_record &record, const run_options &options)
+void add_faults(report &said, const run_record &record, const run_options &options)
 {
-    report.begin("faults");
+    said.begin("faults");
     for (size_t index = 0; index < options.faults.size(); index++) {
         const std::string &fault = options.faults[index];
         if (fault.starts_with("closed:"))
             continue; // from the start on, in no operation
         const auto found = record.faults.find(static_cast<int>(index));
         const int64_t count = found == record.faults.end() ? 0 : found->second;
-        report.add("fault",
-                   fault + (count == 0 ? " never came to pass"
-                                       : " in " + std::to_string(count) + " operations"),
-                   {{"faults", {{fault, count}}}});
+        said.add("fault",
+                 fault + (count == 0 ? " never came to pass"
+                                     : " in " + std::to_string(count) + " operations"),
+                 {{"faults", {{fault, count}}}});
     }
 }
 
-void add_datagrams(report &report, const run_record &record)
+void add_datagrams(report &said, const run_record &record)
 {
     std::string text;
     json all;
@@ -181,10 +176,10 @@ void add_datagrams(report &report, const run_record &record)
                             {"virtual_us", datagram.virtual_us},
                             {"real_us", datagram.real_us}});
     }
-    report.add("datagrams", text, {{"datagrams", all}});
+    said.add("datagrams", text, {{"datagrams", all}});
 }
 
-void add_duration(report &report, const run_record &record, const run_options &options,
+void add_duration(report &said, const run_record &record, const run_options &options,
                   const run_outcome &outcome)
 {
     std::string text =
@@ -200,19 +195,15 @@ void add_duration(report &report, const run_record &record, const run_options &o
         text += beyond;
         fields["overhead_percent"] = percent;
     }
-    report.add("duration", text + ", " + std::to_string(record.operations) + " operations", fields);
+    said.add("duration", text + ", " + std::to_string(record.operations) + " operations", fields);
 }
 
-void add_last_words(report &report, const run_options &options, const run_outcome &outcome)
+void add_last_words(report &said, const run_options &options, const run_outcome &outcome)
 {
     constexpr size_t most = 5;
     if (!is_stderr_kept(options) || outcome.exit_status == 0)
         return;
-    std::vector<std::string> lines;
-    std::istringstream said(read_text(stderr_path(options)));
-    for (std::string line; std::getline(said, line);)
-        if (!line.empty())
-            lines.push_back(line);
+    std::vector<std::string> lines = stderr_lines(options);
     if (lines.size() > most)
         lines.erase(lines.begin(), lines.end() - most);
     std::string text = "at last (all of it is in " + stderr_path(options).string() + "):";
@@ -221,27 +212,27 @@ void add_last_words(report &report, const run_options &options, const run_outcom
         text += "\n| " + printable(line);
         list.push_back(json_text(line));
     }
-    report.add("said", text, {{"last_lines", list}});
+    said.add("said", text, {{"last_lines", list}});
 }
 
 } // namespace
 
 report report_run(const run_record &record, const run_options &options, const run_outcome &outcome)
 {
-    report report;
-    add_result(report, record, outcome);
-    add_stages(report, record);
-    report.begin("partitions");
+    report said;
+    add_result(said, record, outcome);
+    add_stages(said, record);
+    said.begin("partitions");
     for (const auto &[number, partition] : record.partitions)
-        add_partition(report, options, number, partition);
-    add_differences(report, options);
-    add_watchdog(report, record);
-    add_script(report, record.script);
-    add_faults(report, record, options);
-    add_datagrams(report, record);
-    add_duration(report, record, options, outcome);
-    add_last_words(report, options, outcome);
-    return report;
+        add_partition(said, options, number, partition);
+    add_differences(said, options);
+    add_watchdog(said, record);
+    add_script(said, record.script);
+    add_faults(said, record, options);
+    add_datagrams(said, record);
+    add_duration(said, record, options, outcome);
+    add_last_words(said, options, outcome);
+    return said;
 }
 
 } // namespace simdev

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -45,17 +46,17 @@ struct cut_point {
 struct sweep_result {
     std::vector<cut_point> points; ///< by write, those that were tried
     int64_t writes = 0;            ///< of the undisturbed run
-    std::vector<int> partitions;   ///< those that it writes to
+    std::set<int> partitions;      ///< those that it writes to
     int64_t real_us = 0;
     bool interrupted = false;
 };
 
 /// Sweeps with `jobs` runs at a time, in copies of the device folder: the folder itself is left
 /// alone. `torn` below 0 cuts behind each write, else inside it, behind that many bytes. `done` is
-/// told the points tried so far and their number. Throws failure when the undisturbed run is no
+/// told how many percent of the points are tried. Throws failure when the undisturbed run is no
 /// success.
 sweep_result sweep(const run_options &options, int jobs, int64_t torn,
-                   const std::function<void(int64_t, int64_t)> &done);
+                   const std::function<void(int)> &done);
 
 /// The numbers that the sweep is made for.
 struct sweep_counts {

@@ -98,25 +98,24 @@ sweep_counts count_points(const sweep_result &result)
 report report_sweep(const sweep_result &result)
 {
     const sweep_counts counts = count_points(result);
-    report report;
-    report.add("power cut", point_rows(result), {{"points", points_json(result)}});
-    report.add("swept",
-               std::to_string(result.points.size()) + " of " + std::to_string(result.writes) +
-                   " flash writes" +
-                   (result.interrupted ? "; interrupted: no more were tried" : ""),
-               {{"swept", result.points.size()},
-                {"writes", result.writes},
-                {"interrupted", result.interrupted}});
-    report.add("recovered", std::to_string(counts.recovered) + " by the next run, byte for byte",
-               {{"recovered", counts.recovered}});
-    report.add("deceptive",
-               std::to_string(counts.deceptive) +
-                   " with a mixed partition under a trailer with a right check word; at " +
-                   std::to_string(counts.undetected) + " of these its CRC is right, too",
-               {{"mixed_under_right_check_word", counts.deceptive},
-                {"mixed_but_valid", counts.undetected}});
-    report.add("duration", "real " + seconds_text(result.real_us), {{"real_us", result.real_us}});
-    return report;
+    report said;
+    said.add("power cut", point_rows(result), {{"points", points_json(result)}});
+    said.add("swept",
+             std::to_string(result.points.size()) + " of " + std::to_string(result.writes) +
+                 " flash writes" + (result.interrupted ? "; interrupted: no more were tried" : ""),
+             {{"swept", result.points.size()},
+              {"writes", result.writes},
+              {"interrupted", result.interrupted}});
+    said.add("recovered", std::to_string(counts.recovered) + " by the next run, byte for byte",
+             {{"recovered", counts.recovered}});
+    said.add("deceptive",
+             std::to_string(counts.deceptive) +
+                 " with a mixed partition under a trailer with a right check word; at " +
+                 std::to_string(counts.undetected) + " of these its CRC is right, too",
+             {{"mixed_under_right_check_word", counts.deceptive},
+              {"mixed_but_valid", counts.undetected}});
+    said.add("duration", "real " + seconds_text(result.real_us), {{"real_us", result.real_us}});
+    return said;
 }
 
 } // namespace simdev

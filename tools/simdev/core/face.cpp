@@ -23,15 +23,14 @@
 
 #include "tools/simdev/core/clock.h"
 #include "tools/simdev/core/files.h"
-#include "tools/simdev/core/gpio.h"
 #include "tools/simdev/core/network.h"
 #include "tools/simdev/core/partitions.h"
 #include "tools/simdev/core/real.h"
 #include "tools/simdev/core/script.h"
-#include "tools/simdev/core/settings.h"
-#include "tools/simdev/core/sleeps.h"
+#include "tools/simdev/core/sim.h"
 #include "tools/simdev/core/sockets.h"
 #include "tools/simdev/core/waits.h"
+#include "tools/simdev/core/watchdog.h"
 
 #ifdef SIMDEV_WRAP
 #define FACE(name) __wrap_##name

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 namespace {
 
@@ -30,11 +31,10 @@ bool take_number(const char **text, int64_t minimum, int64_t maximum, int64_t *n
     return true;
 }
 
-const fault_key *find_key(const fault_row *row, const char *name, size_t length)
+const fault_key *find_key(const fault_row *row, std::string_view name)
 {
     for (const fault_key &key : row->keys)
-        if (key.name != nullptr && strlen(key.name) == length &&
-            memcmp(key.name, name, length) == 0)
+        if (key.name != nullptr && key.name == name)
             return &key;
     return nullptr;
 }
@@ -44,7 +44,7 @@ const char *parse_pairs(const char *at, const fault_row *row, sim_fault *fault, 
 {
     for (;;) { // ends with the text
         const size_t length = strcspn(at, "=,");
-        const fault_key *key = at[length] == '=' ? find_key(row, at, length) : nullptr;
+        const fault_key *key = at[length] == '=' ? find_key(row, {at, length}) : nullptr;
         if (key == nullptr)
             return "unknown key";
         *needed_seen = *needed_seen || key->needed;

@@ -18,15 +18,14 @@
 
 namespace {
 
-constexpr size_t path_capacity = 512;
 constexpr size_t prefix_length = sizeof partition_prefix - 1;
 
-char device_folder[path_capacity - 64]; // so that every path below it fits
+char device_folder[real_path_capacity - 64]; // so that every path below it fits
 
 struct place {
     slot_kind kind; // slot_none: not the device's
     int partition;
-    char path[path_capacity]; // the real one
+    real_path path;
 };
 
 constexpr struct {
@@ -61,16 +60,8 @@ place find_place(const char *path)
         }
     }
     if (found.kind != slot_none)
-        snprintf(found.path, sizeof found.path, "%s%s", device_folder, file);
+        put_into_folder(file, found.path);
     return found;
-}
-
-void log_open(const char *path, int flags, int result, int error)
-{
-    sim_operation operation = make_open(path, flags);
-    operation.result = result;
-    operation.error = error;
-    log_operation(&operation);
 }
 
 } // namespace
@@ -85,34 +76,38 @@ int files_start(const char *folder, char *error, size_t error_size)
     return 0;
 }
 
+void put_into_folder(const char *path, real_path &into)
+{
+    snprintf(into, sizeof into, "%s%s", device_folder, path);
+}
+
 int sim_open(const char *path, int flags, mode_t mode)
 {
-    const place place = find_place(path);
-    if (place.kind == slot_none) {
+    const place found = find_place(path);
+    if (found.kind == slot_none) {
         const int fd = real.open64(path, flags, mode);
         follow(fd, slot_none);
         return fd;
     }
-    if (place.kind == slot_partition)
-        return open_partition(path, place.path, place.partition, flags);
-    const int fd = real.open64(place.path, flags & ~(O_CREAT | O_TRUNC | O_EXCL), 0);
-    const int error = errno;
-    if (slot *opened = follow(fd, place.kind))
+    if (found.kind == slot_partition)
+        return open_partition(path, found.path, found.partition, flags);
+    const int fd = real.open64(found.path, flags & ~(O_CREAT | O_TRUNC | O_EXCL), 0);
+    sim_operation operation = make_open(path, flags);
+    log_result(&operation, fd < 0 ? -1 : 0);
+    if (slot *opened = follow(fd, found.kind))
         snprintf(opened->target, sizeof opened->target, "%s", path);
-    log_open(path, flags, fd < 0 ? -1 : 0, error);
-    errno = error;
     return fd;
 }
 
 FILE *sim_fopen(const char *path, const char *mode)
 {
-    const place place = find_place(path);
-    if (place.kind != slot_file)
+    const place found = find_place(path);
+    if (found.kind != slot_file)
+        // cppcheck-suppress CastIntegerToAddressAtReturn; it is a pointer
         return real.fopen64(path, mode);
-    FILE *file = real.fopen64(place.path, mode);
-    const int error = errno;
-    log_open(path, O_RDONLY, file == nullptr ? -1 : 0, error);
-    errno = error;
+    FILE *file = real.fopen64(found.path, mode);
+    sim_operation operation = make_open(path, O_RDONLY);
+    log_result(&operation, file == nullptr ? -1 : 0);
     return file;
 }
 

@@ -12,6 +12,11 @@
 /// 0, or -1 with a line in `error` for a folder whose path is too long.
 int files_start(const char *folder, char *error, size_t error_size);
 
+/// Where the device's file `path`, which is shorter than 64 characters, really lies.
+constexpr size_t real_path_capacity = 512;
+using real_path = char[real_path_capacity];
+void put_into_folder(const char *path, real_path &into);
+
 int sim_open(const char *path, int flags, mode_t mode);
 FILE *sim_fopen(const char *path, const char *mode);
 ssize_t sim_read(int fd, void *buffer, size_t size);

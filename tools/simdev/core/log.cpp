@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "tools/simdev/core/log.h"
 
+#include <array>
 #include <cerrno>
 
 #include "tools/simdev/core/clock.h"
@@ -11,7 +12,8 @@ struct {
     sim_sink sink;
     void *argument;
     uint64_t count;
-    int busy_fd = -1; // whose traffic is pending
+    std::array<int64_t, op_count> counts; // by kind
+    int busy_fd = -1;                     // whose traffic is pending
     sim_operation traffic;
 } state;
 
@@ -30,7 +32,7 @@ void hand_out(sim_operation *operation)
 
 void log_start(sim_sink sink, void *argument)
 {
-    state = {sink, argument, 0, -1, {}};
+    state = {sink, argument, 0, {}, -1, {}};
 }
 
 void log_pending()
@@ -41,12 +43,28 @@ void log_pending()
     hand_out(&state.traffic);
 }
 
+sim_operation count_operation(sim_op op, const char *target)
+{
+    sim_operation operation = make_operation(op, target);
+    operation.number = ++state.counts[op];
+    return operation;
+}
+
 void log_operation(sim_operation *operation)
 {
     log_pending();
     if (operation->result == sim_absent || operation->result >= 0)
         operation->error = 0;
     hand_out(operation);
+}
+
+int64_t log_result(sim_operation *operation, int64_t result, const sim_fault *fault)
+{
+    operation->result = result;
+    operation->error = errno;
+    operation->fault = fault_index(fault);
+    log_operation(operation);
+    return result;
 }
 
 void log_traffic(int fd, const char *target, int64_t received, int64_t sent, int fault)

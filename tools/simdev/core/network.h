@@ -9,9 +9,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-/// `ports` is a list as "udp:69=4069,tcp:21=2121": the device's port = the real one; `hosts` one as
-/// "name=127.0.0.1,10.0.0.7=127.0.0.1": what the name or address is looked up as, which then can be
-/// reached. 0, or -1 with a line in `error`.
+/// `ports` is a list as "udp:69=4069,tcp:21=2121,": the device's port = the real one; `hosts` one
+/// as "name=127.0.0.1,10.0.0.7=127.0.0.1,": what the name or address is looked up as, which then
+/// can be reached. Both are as simdev's command line has checked them. 0, or -1 with a line in
+/// `error` for more pairs than there is room for.
 int network_start(const char *ports, const char *hosts, bool real_network, char *error,
                   size_t error_size);
 

@@ -66,14 +66,14 @@ void note_drip(slot *connection)
         connection->drips_at_us = clock_virtual_us() + fault->seconds * 1'000'000;
 }
 
-bool outlast(const slot *connection, const peer *peer, int64_t timeout_us)
+bool outlast(const slot *connection, const peer *seen, int64_t timeout_us)
 {
-    if (peer->silence_us == 0)
+    if (seen->silence_us == 0)
         return true;
-    if (timeout_us == 0 && peer->silence_us == never_us)
-        hang(fault_index(peer->fault));
-    const bool enough = timeout_us == 0 || peer->silence_us <= timeout_us;
-    wait_in_vain(connection, enough ? peer->silence_us : timeout_us, true, peer->fault);
+    if (timeout_us == 0 && seen->silence_us == never_us)
+        hang(fault_index(seen->fault));
+    const bool enough = timeout_us == 0 || seen->silence_us <= timeout_us;
+    wait_in_vain(connection, enough ? seen->silence_us : timeout_us, true, seen->fault);
     return enough;
 }
 

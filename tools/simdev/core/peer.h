@@ -30,7 +30,7 @@ void wait_in_vain(const slot *connection, int64_t microseconds, bool really,
 
 /// Sits out the peer's silence in a call that waits `timeout_us` (0: for ever). False when that is
 /// not enough; the time is counted then.
-bool outlast(const slot *connection, const peer *peer, int64_t timeout_us);
+bool outlast(const slot *connection, const peer *seen, int64_t timeout_us);
 
 /// Of the descriptors that a wait is for, the one that is silent the shortest time.
 struct waited_for {

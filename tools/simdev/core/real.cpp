@@ -10,32 +10,8 @@
 
 #include <cstdlib>
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/ioctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 sim_real real;
-
-// REAL(name) once for each call, waitpid last.
-#define REAL_CALLS                                                                                 \
-    REAL(open64)                                                                                   \
-    REAL(fopen64)                                                                                  \
-    REAL(read)                                                                                     \
-    REAL(write)                                                                                    \
-    REAL(lseek64)                                                                                  \
-    REAL(close)                                                                                    \
-    REAL(ioctl)                                                                                    \
-    REAL(clock_nanosleep)                                                                          \
-    REAL(select)                                                                                   \
-    REAL(poll)                                                                                     \
-    REAL(socket)                                                                                   \
-    REAL(connect)                                                                                  \
-    REAL(sendto)                                                                                   \
-    REAL(recvfrom)                                                                                 \
-    REAL(setsockopt)                                                                               \
-    REAL(gethostbyname)                                                                            \
-    REAL(waitpid)
 
 #ifdef SIMDEV_WRAP
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
@@ -44,7 +20,7 @@ sim_real real;
 #define REAL_NAME(name) REAL_NAME_AS_IT_IS(name)
 #define REAL(name) extern decltype(name) REAL_NAME(name);
 extern "C" {
-REAL_CALLS
+REAL_CALLS(REAL)
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 #undef REAL
@@ -70,6 +46,6 @@ bool real_find()
 {
     if (real.waitpid != nullptr)
         return false;
-    REAL_CALLS
+    REAL_CALLS(REAL)
     return true;
 }

@@ -15,6 +15,7 @@
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/types.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 template<typename Request> Request request_of(int (*)(int, Request, ...));
@@ -34,27 +35,37 @@ decltype(select) __select_time64;
 #define select __select_time64
 #endif
 
+/// Stands for DO(name) for each of the calls, waitpid last.
+#define REAL_CALLS(DO)                                                                             \
+    DO(open64)                                                                                     \
+    DO(fopen64)                                                                                    \
+    DO(read)                                                                                       \
+    DO(write)                                                                                      \
+    DO(lseek64)                                                                                    \
+    DO(close)                                                                                      \
+    DO(ioctl)                                                                                      \
+    DO(clock_nanosleep)                                                                            \
+    DO(select)                                                                                     \
+    DO(poll)                                                                                       \
+    DO(socket)                                                                                     \
+    DO(connect)                                                                                    \
+    DO(sendto)                                                                                     \
+    DO(recvfrom)                                                                                   \
+    DO(setsockopt)                                                                                 \
+    DO(gethostbyname)                                                                              \
+    DO(waitpid)
+
+// Pointers as the headers declare the calls, but for what promises not to throw.
+template<typename Result, typename... Rest>
+auto pointer_to(Result (*)(Rest...)) -> Result (*)(Rest...);
+template<typename Result, typename... Rest>
+auto pointer_to(Result (*)(Rest..., ...)) -> Result (*)(Rest..., ...);
+
+#define REAL_MEMBER(name) decltype(pointer_to(&::name)) name;
 struct sim_real {
-    int (*open64)(const char *path, int flags, ...);
-    FILE *(*fopen64)(const char *path, const char *mode);
-    ssize_t (*read)(int fd, void *buffer, size_t size);
-    ssize_t (*write)(int fd, const void *buffer, size_t size);
-    off64_t (*lseek64)(int fd, off64_t offset, int whence);
-    int (*close)(int fd);
-    int (*ioctl)(int fd, ioctl_request request, ...);
-    int (*clock_nanosleep)(clockid_t clock, int flags, const timespec *time, timespec *rest);
-    int (*select)(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout);
-    int (*poll)(pollfd *fds, nfds_t count, int timeout_ms);
-    int (*socket)(int domain, int type, int protocol);
-    int (*connect)(int fd, const sockaddr *address, socklen_t size);
-    ssize_t (*sendto)(int fd, const void *data, size_t size, int flags, const sockaddr *address,
-                      socklen_t address_size);
-    ssize_t (*recvfrom)(int fd, void *buffer, size_t size, int flags, sockaddr *address,
-                        socklen_t *address_size);
-    int (*setsockopt)(int fd, int level, int name, const void *value, socklen_t size);
-    hostent *(*gethostbyname)(const char *name);
-    pid_t (*waitpid)(pid_t pid, int *status, int options);
+    REAL_CALLS(REAL_MEMBER)
 };
+#undef REAL_MEMBER
 
 /// A fuzzer puts its own functions in their place: without sim_start all that the face takes over
 /// goes straight here.

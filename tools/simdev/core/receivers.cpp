@@ -90,19 +90,15 @@ ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data
     memcpy(operation.text, data, operation.text_size);
     const sim_fault *missing = find_fault(fault_receiver_missing, 1, receiver + 1);
     const sim_fault *stuck = find_fault(fault_receiver_stuck, 1, receiver + 1);
-    operation.fault = fault_index(missing != nullptr ? missing : stuck);
-    operation.result = -1;
+    ssize_t result = -1;
     errno = ENOENT;
     if (missing == nullptr)
-        operation.result = stuck != nullptr
-                               ? queue_up(fd, sender, receiver, size, flags, operation.fault)
-                               : send_really(fd, receiver, data, size, flags);
-    operation.error = errno;
-    if (operation.result < 0 && errno == EAGAIN && !does_not_block(fd, flags)) {
+        result = stuck != nullptr ? queue_up(fd, sender, receiver, size, flags, fault_index(stuck))
+                                  : send_really(fd, receiver, data, size, flags);
+    if (result < 0 && errno == EAGAIN && !does_not_block(fd, flags)) {
         (stuck != nullptr ? spend : advance)(sender->send_timeout_us);
         operation.duration_us = sender->send_timeout_us;
+        errno = EAGAIN; // a wait may have changed it
     }
-    log_operation(&operation);
-    errno = operation.error;
-    return static_cast<ssize_t>(operation.result);
+    return log_result(&operation, result, missing != nullptr ? missing : stuck);
 }

@@ -11,7 +11,7 @@
 
 #include "platform/device.h"
 #include "tools/simdev/core/clock.h"
-#include "tools/simdev/core/faults.h"
+#include "tools/simdev/core/files.h"
 #include "tools/simdev/core/log.h"
 #include "tools/simdev/core/real.h"
 #include "tools/simdev/core/watchdog.h"
@@ -19,7 +19,7 @@
 namespace {
 
 struct {
-    char path[512]; // the real one
+    real_path path;
     int64_t duration_us;
     char *const *environment;
 } state;
@@ -56,16 +56,11 @@ pid_t wait_for(pid_t pid, int *status, int options)
 
 } // namespace
 
-int script_start(const char *folder, int64_t duration_us, char *error, size_t error_size)
+void script_start(int64_t duration_us)
 {
-    const int size = snprintf(state.path, sizeof state.path, "%s%s", folder, network_stop_script);
-    if (size >= static_cast<int>(sizeof state.path)) {
-        snprintf(error, error_size, "too long a path: \"%s\"", folder);
-        return -1;
-    }
+    put_into_folder(network_stop_script, state.path);
     state.duration_us = duration_us;
     state.environment = clean_environment();
-    return 0;
 }
 
 pid_t sim_waitpid(pid_t pid, int *status, int options)

@@ -2,20 +2,21 @@
 #include "tools/simdev/core/sim.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "tools/simdev/core/clock.h"
 #include "tools/simdev/core/descriptors.h"
-#include "tools/simdev/core/faults.h"
 #include "tools/simdev/core/files.h"
-#include "tools/simdev/core/gpio.h"
 #include "tools/simdev/core/network.h"
 #include "tools/simdev/core/partitions.h"
 #include "tools/simdev/core/peer.h"
 #include "tools/simdev/core/real.h"
 #include "tools/simdev/core/receivers.h"
 #include "tools/simdev/core/script.h"
-#include "tools/simdev/core/sockets.h"
 #include "tools/simdev/core/watchdog.h"
 
 namespace {
@@ -34,31 +35,67 @@ int open_folder(const char *folder)
     return high;
 }
 
+void write_record(void *argument, const sim_operation *operation)
+{
+    // A lost record is noticed by the one who reads them: the numbers have a gap.
+    (void)!real.write(*static_cast<const int *>(argument), operation, sizeof *operation);
+}
+
 } // namespace
 
-int sim_start(const sim_config *config, char *error, size_t error_size)
+int sim_start(const sim_settings &settings, sim_sink sink, void *argument, char *error,
+              size_t error_size)
 {
+    const char *folder = settings[setting_folder];
+    const auto number = [&settings](setting_index setting) {
+        return strtoull(settings[setting], nullptr, 10);
+    };
     sim_stop();
-    if (files_start(config->folder, error, error_size) < 0 ||
-        script_start(config->folder, config->script_us, error, error_size) < 0 ||
-        network_start(config->ports, config->hosts, config->real_network, error, error_size) < 0 ||
-        faults_start(config->faults, error, error_size) < 0)
+    if (files_start(folder, error, error_size) < 0 ||
+        network_start(settings[setting_ports], settings[setting_hosts],
+                      number(setting_real_network) != 0, error, error_size) < 0 ||
+        faults_start(settings[setting_faults], error, error_size) < 0)
         return -1;
-    folder_fd = open_folder(config->folder);
+    folder_fd = open_folder(folder);
     if (folder_fd < 0) {
-        snprintf(error, error_size, "no such device folder: \"%s\"", config->folder);
+        snprintf(error, error_size, "no such device folder: \"%s\"", folder);
         return -1;
     }
+    script_start(static_cast<int64_t>(number(setting_script_us)));
     descriptors_start();
-    partitions_start(config->seed);
-    gpio_start();
-    sockets_start();
-    receivers_start(folder_fd, config->receivers);
-    peer_start(config->grace_ms * INT64_C(1000));
-    log_start(config->sink, config->sink_argument);
+    partitions_start(number(setting_seed));
+    receivers_start(folder_fd, settings[setting_receivers]);
+    peer_start(static_cast<int64_t>(number(setting_grace_ms)) * 1000);
+    log_start(sink, argument);
     watchdog_start();
-    clock_start(config->fast);
+    clock_start(number(setting_fast) != 0);
     return 0;
+}
+
+void sim_start_from_environment()
+{
+    constexpr int exit_unusable = 125;
+    static int log_fd = -1;
+    if (getenv(setting_names[setting_folder]) == nullptr)
+        return;
+    sim_settings settings;
+    for (size_t index = 0; index < settings.size(); index++) {
+        const char *value = getenv(setting_names[index]);
+        settings[index] = value == nullptr ? "" : value;
+    }
+    log_fd = atoi(settings[setting_log_fd]);
+    fcntl(log_fd, F_SETFD, FD_CLOEXEC); // not for the script
+    char error[512];
+    if (sim_start(settings, write_record, &log_fd, error, sizeof error) == 0) {
+        sim_operation operation = make_operation(op_start, nullptr);
+        log_operation(&operation);
+        if (atoi(settings[setting_quiet]) != 0)
+            log_start(nullptr, nullptr);
+        return;
+    }
+    (void)!real.write(STDERR_FILENO, error, strlen(error));
+    (void)!real.write(STDERR_FILENO, "\n", 1);
+    syscall(SYS_exit_group, exit_unusable);
 }
 
 void sim_stop()

@@ -19,28 +19,19 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 
 #include "tools/simdev/core/log.h"
+#include "tools/simdev/core/settings.h"
 
-struct sim_config {
-    const char *folder = nullptr; ///< the device folder
-    bool fast = false;            ///< count sleeps and unanswered waits instead of waiting
-    int grace_ms = 1000;          ///< in fast mode: how long a peer may really take to answer
-    const char *ports = "";       ///< as network_start has it
-    const char *hosts = "";       ///< the same
-    bool real_network = false;    ///< the same
-    const char *faults = "";      ///< texts of faults, separated by ";" (faults.h)
-    const char *receivers = "";   ///< "1", "2" or "12": those that somebody else is
-    uint64_t seed = 0;            ///< for what a fault leaves open
-    int64_t script_us = 0;        ///< virtual duration of the network-stop script
-    sim_sink sink = nullptr;      ///< told every operation
-    void *sink_argument = nullptr;
-};
+/// Starts the simulation: clocks and all counters at 0; `argument` is handed to `sink`. 0, or -1
+/// with a line in `error` (at least 256 bytes) for a setting that cannot be used. Texts are copied.
+int sim_start(const sim_settings &settings, sim_sink sink, void *argument, char *error,
+              size_t error_size);
 
-/// Starts the simulation: clocks and all counters at 0. 0, or -1 with a line in `error` (at least
-/// 256 bytes) for a setting that cannot be used. Texts are copied.
-int sim_start(const sim_config *config, char *error, size_t error_size);
+/// The same as the environment says, with a sink that writes each operation as it stands in memory
+/// (operation.h) to the pipe. Does nothing without a folder in it; ends the program with 125 when
+/// it is not usable.
+void sim_start_from_environment();
 
 /// Ends it: from now on every call goes to the real system again.
 void sim_stop();

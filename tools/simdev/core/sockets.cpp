@@ -21,8 +21,6 @@ namespace {
 
 constexpr int ethernet_segment_size = 1460;
 
-int64_t sockets_made;
-
 slot_kind kind_of(int domain, int type)
 {
     const int plain = type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -50,9 +48,7 @@ bool real_address(slot *connection, const sockaddr *address, sockaddr_in *mapped
 void log_connect(const slot *connection, int result)
 {
     sim_operation operation = make_operation(op_connect, connection->target);
-    operation.result = result;
-    operation.error = errno;
-    log_operation(&operation);
+    log_result(&operation, result);
 }
 
 void count_traffic(int fd, slot *connection, int64_t received, int64_t sent, int fault)
@@ -63,38 +59,38 @@ void count_traffic(int fd, slot *connection, int64_t received, int64_t sent, int
 
 // What the server's faults make of a receiving call: true when the real one is to follow, with
 // `*size` bytes at the most; else `*result` and errno are the call's.
-bool peer_lets(int fd, slot *connection, int flags, const peer *peer, size_t *size, ssize_t *result)
+bool peer_lets(int fd, slot *connection, int flags, const peer *seen, size_t *size, ssize_t *result)
 {
     *result = -1;
-    if (peer->fault == nullptr)
+    if (seen->fault == nullptr)
         return true;
-    if (peer->ended) {
-        count_traffic(fd, connection, 0, 0, fault_index(peer->fault));
+    if (seen->ended) {
+        count_traffic(fd, connection, 0, 0, fault_index(seen->fault));
         *result = 0;
         return false;
     }
-    if ((peer->silence_us > 0 && does_not_block(fd, flags)) ||
-        !outlast(connection, peer, connection->receive_timeout_us)) {
+    if ((seen->silence_us > 0 && does_not_block(fd, flags)) ||
+        !outlast(connection, seen, connection->receive_timeout_us)) {
         errno = EAGAIN;
         return false;
     }
     if (connection->kind == slot_tcp)
-        *size = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(*size), peer->bytes));
+        *size = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(*size), seen->bytes));
     return true;
 }
 
 // One receiving call, `call(size)` being the real one.
 template<typename Call> ssize_t receive(int fd, slot *connection, size_t size, int flags, Call call)
 {
-    const peer peer = look_at_peer(connection);
+    const peer seen = look_at_peer(connection);
     ssize_t result = -1;
-    if (!peer_lets(fd, connection, flags, &peer, &size, &result))
+    if (!peer_lets(fd, connection, flags, &seen, &size, &result))
         return result;
     result = call(size);
     advance(0);
     if (result >= 0) {
-        const bool limited = result >= peer.bytes; // the fault begins to show
-        count_traffic(fd, connection, result, 0, limited ? fault_index(peer.fault) : -1);
+        const bool limited = result >= seen.bytes; // the fault begins to show
+        count_traffic(fd, connection, result, 0, limited ? fault_index(seen.fault) : -1);
         note_drip(connection);
     } else if (errno == EAGAIN && connection->receive_timeout_us > 0 &&
                !does_not_block(fd, flags)) {
@@ -115,32 +111,19 @@ template<typename Call> ssize_t transmit(int fd, slot *connection, int flags, Ca
 
 } // namespace
 
-void sockets_start()
-{
-    sockets_made = 0;
-}
-
 int sim_socket(int domain, int type, int protocol)
 {
     const slot_kind kind = clock_runs() ? kind_of(domain, type) : slot_none;
-    if (kind == slot_none || kind == slot_unix) {
-        const int fd = real.socket(domain, type, protocol);
-        follow(fd, kind);
-        return fd;
+    if (kind == slot_tcp || kind == slot_udp) {
+        sim_operation operation = count_operation(op_socket, nullptr);
+        if (const sim_fault *fault = find_fault(fault_socket_error, operation.number)) {
+            errno = EMFILE;
+            return static_cast<int>(log_result(&operation, -1, fault));
+        }
     }
-    const sim_fault *fault = find_fault(fault_socket_error, ++sockets_made);
-    if (fault == nullptr) {
-        const int fd = real.socket(domain, type, protocol);
-        follow(fd, kind);
-        return fd;
-    }
-    sim_operation operation = make_operation(op_socket, nullptr);
-    operation.number = sockets_made;
-    operation.fault = fault_index(fault);
-    operation.result = -1;
-    operation.error = errno = EMFILE;
-    log_operation(&operation);
-    return -1;
+    const int fd = real.socket(domain, type, protocol);
+    follow(fd, kind);
+    return fd;
 }
 
 int sim_connect(int fd, const sockaddr *address, socklen_t size)

@@ -9,8 +9,6 @@
 
 #include "tools/simdev/core/descriptors.h"
 
-void sockets_start();
-
 int sim_socket(int domain, int type, int protocol);
 int sim_connect(int fd, const sockaddr *address, socklen_t size);
 ssize_t sim_sendto(int fd, const void *data, size_t size, int flags, const sockaddr *address,

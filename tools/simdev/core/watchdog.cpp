@@ -2,13 +2,17 @@
 #include "tools/simdev/core/watchdog.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "platform/device.h"
 #include "tools/simdev/core/clock.h"
-#include "tools/simdev/core/faults.h"
+#include "tools/simdev/core/descriptors.h"
 #include "tools/simdev/core/log.h"
+#include "tools/simdev/core/real.h"
 
 namespace {
 
@@ -42,10 +46,21 @@ void watchdog_start()
     state = {find_fault(fault_watchdog), 0, 0};
 }
 
-void watchdog_feed()
+int sim_ioctl(int fd, unsigned long request, void *argument)
 {
-    state.fed_virtual_us = clock_virtual_us();
-    state.fed_real_us = clock_real_us();
+    const slot *device = followed(fd);
+    if (device == nullptr || device->kind != slot_gpio || request != gpio_request_watchdog)
+        return real.ioctl(fd, static_cast<ioctl_request>(request), argument);
+    watchdog_record record;
+    memcpy(&record, argument, sizeof record);
+    sim_operation operation = count_operation(op_kick, device->target);
+    operation.line = record.line;
+    operation.level = record.level;
+    const sim_fault *fault = find_fault(fault_gpio_refuse, operation.number);
+    if (fault == nullptr && record.line >= 0)
+        state = {state.fault, clock_virtual_us(), clock_real_us()};
+    errno = fault == nullptr ? 0 : EIO;
+    return static_cast<int>(log_result(&operation, fault == nullptr ? 0 : -1, fault));
 }
 
 int64_t watchdog_left_us()

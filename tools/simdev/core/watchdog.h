@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The hardware watchdog, and the other ends that a device comes to without its program.
+// The hardware watchdog, the GPIO device that takes its kicks, and the other ends that a device
+// comes to without its program.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +15,10 @@ enum sim_end : int {
 
 /// Not fed since the clock's start. Times out as the "watchdog" fault says; without one, never.
 void watchdog_start();
-void watchdog_feed();
+
+/// Contract of ioctl. A kick for a line that is none (below 0) is answered as any other and feeds
+/// nothing.
+int sim_ioctl(int fd, unsigned long request, void *argument);
 
 /// Moves virtual time on; ends the program when that starves the watchdog or lasts a day. Without
 /// fast mode real time starves it as well: that of the script and of transfers, too. 0 looks only.
