@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tools/follow/texts.h"
+#include "tools/follow/report.h"
 
 namespace {
 

@@ -19,7 +19,7 @@ struct follower {
     tracker state;
     terminal screen;
     output out;
-    recording record;
+    recording kept;
     web_server *web;
     phase shown; ///< the phase that the outputs have, and of which run
     unsigned shown_run;
@@ -29,22 +29,20 @@ struct follower {
     int64_t state_ms;     ///< when file and page were last renewed
     int64_t frame_ms;     ///< when the terminal was last drawn
     pid_t command;        ///< that runs, or 0
-    bool in_outcome;      ///< the present outcome was acted on
-    unsigned outcome_run; ///< whose outcome was acted on last
+    unsigned outcome_run; ///< whose present outcome was acted on; 0: none is there
     int first_status;     ///< exit status of the first outcome; -1: none yet
 };
 
 /// Opens what the options ask for. What cannot be opened, but for the recording to write, is
 /// reported, and following goes on without it. False when there is no use in going on.
-bool follower_start(follower *self, const follow_options *options, int64_t now_ms,
-                    int64_t clock_ms);
+bool follower_start(follower *self, const follow_options *options, moment now);
 
 /// A datagram of `size` bytes, of which `data` holds the first datagram_room.
-void follower_take(follower *self, const char *data, size_t size, int64_t now_ms, int64_t clock_ms);
+void follower_take(follower *self, const char *data, size_t size, moment now);
 
 /// Brings the outputs up to date. Call it when the datagrams that have come are taken. With `wait`
 /// it waits for whoever reads standard output.
-void follower_update(follower *self, int64_t now_ms, int64_t clock_ms, bool wait);
+void follower_update(follower *self, moment now, bool wait);
 
 /// When follower_update is due again at the latest; may be never_ms.
 int64_t follower_next_ms(const follower *self);
@@ -57,6 +55,6 @@ bool follower_has_outcome(const follower *self);
 void follower_reap(follower *self);
 
 /// Ends the outputs. `stopped`: by a signal.
-void follower_stop(follower *self, bool stopped, int64_t now_ms, int64_t clock_ms);
+void follower_stop(follower *self, bool stopped, moment now);
 
 } // namespace follow

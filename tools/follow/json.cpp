@@ -18,47 +18,42 @@ constexpr uint32_t first_low_surrogate = 0xDC00;
 constexpr uint32_t last_surrogate = 0xDFFF;
 constexpr uint32_t first_supplementary = 0x10000;
 
-unsigned char byte_of(char character)
+void skip_blanks(char **at)
 {
-    return static_cast<unsigned char>(character);
+    *at += strspn(*at, " \t\r\n");
 }
 
-// The text that is read, and where its strings are rewritten: never behind the reading.
-struct reader {
-    char *at;
-    char *end;
-};
-
-void skip_blanks(reader *in)
+bool take(char **at, char expected)
 {
-    while (in->at < in->end &&
-           (*in->at == ' ' || *in->at == '\t' || *in->at == '\r' || *in->at == '\n'))
-        in->at++;
-}
-
-bool take(reader *in, char expected)
-{
-    skip_blanks(in);
-    if (in->at == in->end || *in->at != expected)
+    skip_blanks(at);
+    if (**at != expected)
         return false;
-    in->at++;
+    ++*at;
     return true;
 }
 
-bool read_hex(reader *in, uint32_t *value)
+bool read_four_digits(char **at, uint32_t *value)
 {
-    *value = 0;
-    for (int digit = 0; digit < 4; digit++, in->at++) {
-        if (in->at == in->end)
-            return false;
-        const char c = *in->at;
-        if (c >= '0' && c <= '9')
-            *value = *value << 4 | static_cast<uint32_t>(c - '0');
-        else if ((c | 0x20) >= 'a' && (c | 0x20) <= 'f')
-            *value = *value << 4 | static_cast<uint32_t>((c | 0x20) - 'a' + 10);
-        else
-            return false;
-    }
+    const std::string_view digits = {*at, 4}; // where the line ends before, its NUL is none
+    *at += digits.size();
+    return read_hex(digits, value);
+}
+
+// Behind a "\u": the code point, of two escapes where it takes a pair.
+bool read_unicode(char **at, uint32_t *point)
+{
+    if (!read_four_digits(at, point) || *point == 0)
+        return false;
+    if (*point < first_high_surrogate || *point > last_surrogate)
+        return true;
+    if (*point >= first_low_surrogate || (*at)[0] != '\\' || (*at)[1] != 'u')
+        return false;
+    *at += 2;
+    uint32_t low = 0;
+    if (!read_four_digits(at, &low) || low < first_low_surrogate || low > last_surrogate)
+        return false;
+    *point =
+        first_supplementary + ((*point - first_high_surrogate) << 10) + (low - first_low_surrogate);
     return true;
 }
 
@@ -72,143 +67,114 @@ char *put_utf8(char *out, uint32_t point)
     return out;
 }
 
-// Behind a "\u": the code point, of two escapes where it takes a pair.
-bool read_unicode(reader *in, uint32_t *point)
+// Rewritten where it stands: that is never behind the reading.
+bool read_string(char **at, std::string_view *text)
 {
-    if (!read_hex(in, point) || *point == 0)
+    if (!take(at, '"'))
         return false;
-    if (*point < first_high_surrogate || *point > last_surrogate)
-        return true;
-    uint32_t low = 0;
-    if (*point >= first_low_surrogate || in->end - in->at < 2 || in->at[0] != '\\' ||
-        in->at[1] != 'u')
-        return false;
-    in->at += 2;
-    if (!read_hex(in, &low) || low < first_low_surrogate || low > last_surrogate)
-        return false;
-    *point =
-        first_supplementary + ((*point - first_high_surrogate) << 10) + (low - first_low_surrogate);
-    return true;
-}
-
-bool read_string(reader *in, std::string_view *text)
-{
-    if (!take(in, '"'))
-        return false;
-    char *const begin = in->at;
+    char *const begin = *at;
     char *out = begin;
-    while (in->at < in->end && *in->at != '"') {
-        if (byte_of(*in->at) < 0x20)
+    while (**at != '"') { // ends at the quote or a control character, the NUL among them
+        const char next = *(*at)++;
+        if (static_cast<unsigned char>(next) < 0x20)
             return false;
-        if (*in->at != '\\') {
-            *out++ = *in->at++;
+        if (next != '\\') {
+            *out++ = next;
             continue;
         }
-        if (++in->at == in->end)
-            return false;
-        const char escape = *in->at++;
+        const char escape = *(*at)++;
         constexpr std::string_view from = "\"\\/bfnrt";
         constexpr std::string_view to = "\"\\/\b\f\n\r\t";
         uint32_t point = 0;
         if (const size_t index = from.find(escape); index != std::string_view::npos)
             *out++ = to[index];
-        else if (escape == 'u' && read_unicode(in, &point))
+        else if (escape == 'u' && read_unicode(at, &point))
             out = put_utf8(out, point);
         else
             return false;
     }
     *text = {begin, static_cast<size_t>(out - begin)};
-    return take(in, '"');
+    return take(at, '"');
 }
 
 // A number or a word; recordings hold numbers alone where it matters, and read_seconds judges them.
-bool read_word(reader *in, std::string_view *text)
+bool read_word(char **at, std::string_view *text)
 {
-    char *const begin = in->at;
-    while (in->at < in->end && strchr("+-.0123456789Eaeflnrstu", *in->at) != nullptr &&
-           *in->at != '\0')
-        in->at++;
-    *text = {begin, static_cast<size_t>(in->at - begin)};
+    *text = {*at, strspn(*at, "+-.0123456789Eaeflnrstu")};
+    *at += text->size();
     return !text->empty();
 }
 
-bool read_member(reader *in, json_member *member)
+bool read_member(char **at, json_member *into)
 {
-    if (!read_string(in, &member->name) || !take(in, ':'))
+    if (!read_string(at, &into->name) || !take(at, ':'))
         return false;
-    skip_blanks(in);
-    member->is_string = in->at < in->end && *in->at == '"';
-    return member->is_string ? read_string(in, &member->text) : read_word(in, &member->text);
+    skip_blanks(at);
+    into->is_string = **at == '"';
+    return into->is_string ? read_string(at, &into->text) : read_word(at, &into->text);
 }
 
 } // namespace
 
-void append(text_buffer *buffer, std::string_view text)
+void append(text_buffer *to, std::string_view text)
 {
-    if (text.size() > buffer->capacity - buffer->size) {
-        buffer->full = true;
-        return;
-    }
-    if (!text.empty())
-        memcpy(buffer->data + buffer->size, text.data(), text.size());
-    buffer->size += text.size();
+    const size_t size = std::min(text.size(), to->data.size() - to->size);
+    std::copy_n(text.begin(), size, to->data.begin() + to->size);
+    to->size += size;
 }
 
-void append_format(text_buffer *buffer, const char *format, ...)
+void append_format(text_buffer *to, const char *format, ...)
 {
-    char text[256];
+    const size_t room = to->data.size() - to->size;
     va_list arguments;
     va_start(arguments, format);
-    const int size = vsnprintf(text, sizeof text, format, arguments);
+    const int size = vsnprintf(to->data.data() + to->size, room, format, arguments);
     va_end(arguments);
-    if (size < 0 || static_cast<size_t>(size) >= sizeof text)
-        buffer->full = true;
-    else
-        append(buffer, {text, static_cast<size_t>(size)});
+    if (size > 0 && room > 0)
+        to->size += std::min(static_cast<size_t>(size), room - 1); // its NUL is no text
 }
 
-void append_string(text_buffer *buffer, std::string_view text)
+void append_string(text_buffer *to, std::string_view text)
 {
-    append(buffer, "\"");
+    append(to, "\"");
     while (!text.empty()) {
         uint32_t point = take_code_point(&text);
         if (point == no_code_point)
             point = replacement;
-        if (point == '"' || point == '\\') {
-            const std::array<char, 2> escape = {'\\', static_cast<char>(point)};
-            append(buffer, {escape.data(), escape.size()});
-        } else if (point >= 0x20 && point < 0x7F) {
-            const char plain = static_cast<char>(point);
-            append(buffer, {&plain, 1});
-        } else if (point < first_supplementary) {
-            append_format(buffer, "\\u%04x", point);
-        } else {
+        if (point >= first_supplementary) {
             const uint32_t rest = point - first_supplementary;
-            append_format(buffer, "\\u%04x\\u%04x", first_high_surrogate + (rest >> 10),
+            append_format(to, "\\u%04x\\u%04x", first_high_surrogate + (rest >> 10),
                           first_low_surrogate + (rest & 0x3FF));
+        } else if (point < 0x20 || point >= 0x7F) {
+            append_format(to, "\\u%04x", point);
+        } else {
+            if (point == '"' || point == '\\')
+                append(to, "\\");
+            const char plain = static_cast<char>(point);
+            append(to, {&plain, 1});
         }
     }
-    append(buffer, "\"");
+    append(to, "\"");
 }
 
-bool read_object(char *line, size_t size, json_object *object)
+bool read_object(char *line, json_object *object)
 {
-    reader in = {line, line + size};
+    char *at = line;
     object->count = 0;
-    if (!take(&in, '{'))
+    if (!take(&at, '{'))
         return false;
-    if (!take(&in, '}')) {
+    if (!take(&at, '}')) {
         do {
             if (object->count == object->members.size() ||
-                !read_member(&in, &object->members[object->count]))
+                !read_member(&at, &object->members[object->count]))
                 return false;
             object->count++;
-        } while (take(&in, ','));
-        if (!take(&in, '}'))
+        } while (take(&at, ','));
+        if (!take(&at, '}'))
             return false;
     }
-    skip_blanks(&in);
-    return in.at == in.end;
+    skip_blanks(&at);
+    return *at == '\0';
 }
 
 const json_member *find_member(const json_object *object, std::string_view name)
@@ -219,31 +185,40 @@ const json_member *find_member(const json_object *object, std::string_view name)
     return nullptr;
 }
 
+bool read_hex(std::string_view digits, uint32_t *value)
+{
+    constexpr std::string_view known = "0123456789abcdefABCDEF";
+    *value = 0;
+    for (const char digit : digits) {
+        const size_t place = known.find(digit);
+        if (place == std::string_view::npos)
+            return false;
+        *value = *value << 4 | static_cast<uint32_t>(place < 16 ? place : place - 6);
+    }
+    return !digits.empty();
+}
+
 bool read_seconds(std::string_view text, int64_t *milliseconds)
 {
     constexpr int64_t limit = 100'000'000'000;
-    int64_t whole = 0;
-    size_t digits = 0;
-    while (!text.empty() && text.front() >= '0' && text.front() <= '9') {
-        whole = std::min(limit + 1, whole * 10 + (text.front() - '0'));
-        text.remove_prefix(1);
-        digits++;
-    }
-    if (digits == 0 || whole > limit)
+    const size_t point = std::min(text.find('.'), text.size());
+    if (point == 0 || point + 1 == text.size())
         return false;
+    int64_t whole = 0;
     int64_t part = 0;
-    if (!text.empty() && text.front() == '.') {
-        text.remove_prefix(1);
-        if (text.empty())
+    int64_t weight = 1000;
+    for (size_t index = 0; index < text.size(); index++) {
+        if (index == point)
+            continue;
+        if (text[index] < '0' || text[index] > '9')
             return false;
-        for (int64_t weight = 100; !text.empty(); weight /= 10, text.remove_prefix(1)) {
-            if (text.front() < '0' || text.front() > '9')
-                return false;
-            part += weight * (text.front() - '0');
-        }
+        if (index < point)
+            whole = std::min(limit + 1, whole * 10 + (text[index] - '0'));
+        else
+            part += (weight /= 10) * (text[index] - '0');
     }
     *milliseconds = whole * 1000 + part;
-    return text.empty();
+    return whole <= limit;
 }
 
 } // namespace follow

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// As much JSON as a line of a recording or a report needs (RFC 8259): written into a buffer of the
-// caller's, read from flat objects. A JSON library takes several times the room of the whole
+// As much JSON as a line of a recording or a report needs (RFC 8259): written into a text of
+// bounded length, read from flat objects. A JSON library takes several times the room of the whole
 // program.
 #pragma once
 
@@ -12,19 +12,22 @@
 
 namespace follow {
 
-/// Text that grows in a caller's buffer. What does not fit is left out, and `full` says so.
+/// Text that grows, of what is longest a frame of the terminal. What does not fit is left out.
 struct text_buffer {
-    char *data;
-    size_t capacity;
-    size_t size;
-    bool full;
+    std::array<char, 8192> data;
+    size_t size = 0;
+
+    [[nodiscard]] std::string_view view() const
+    {
+        return {data.data(), size};
+    }
 };
 
-void append(text_buffer *buffer, std::string_view text);
-[[gnu::format(printf, 2, 3)]] void append_format(text_buffer *buffer, const char *format, ...);
+void append(text_buffer *to, std::string_view text);
+[[gnu::format(printf, 2, 3)]] void append_format(text_buffer *to, const char *format, ...);
 
 /// Appends `text` as a JSON string in its quotes, ASCII alone. What is not UTF-8 becomes U+FFFD.
-void append_string(text_buffer *buffer, std::string_view text);
+void append_string(text_buffer *to, std::string_view text);
 
 /// One member of an object that was read. Strings are without their escapes; `text` points into
 /// the line, which was rewritten for that.
@@ -40,12 +43,15 @@ struct json_object {
 };
 
 /// Reads one object whose values are strings, numbers, true, false or null, with nothing but blanks
-/// around it. `line` is rewritten. False for anything else, too many members included; U+0000 is
-/// refused within strings.
-bool read_object(char *line, size_t size, json_object *object);
+/// around it. `line` ends with a NUL and is rewritten. False for anything else, too many members
+/// included; U+0000 is refused within strings.
+bool read_object(char *line, json_object *object);
 
 /// The member called `name`, or null.
 const json_member *find_member(const json_object *object, std::string_view name);
+
+/// The number that hexadecimal digits, and nothing else, make. False for anything else.
+bool read_hex(std::string_view digits, uint32_t *value);
 
 /// A decimal number of seconds ("1.25") in milliseconds. False for anything else, negative ones and
 /// those beyond 10^11 included.

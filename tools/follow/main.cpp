@@ -36,32 +36,31 @@ int64_t milliseconds(clockid_t clock)
     return static_cast<int64_t>(time.tv_sec) * 1000 + time.tv_nsec / 1'000'000;
 }
 
-int64_t now()
+moment now()
 {
-    return milliseconds(CLOCK_MONOTONIC);
+    return {milliseconds(CLOCK_MONOTONIC), milliseconds(CLOCK_REALTIME)};
 }
 
-int64_t time_of_day()
+int trouble(const text_buffer &why)
 {
-    return milliseconds(CLOCK_REALTIME);
+    fprintf(stderr, "upgrade-follow: %.*s\n", static_cast<int>(why.size), why.data.data());
+    return exit_own_trouble;
 }
 
 // Blocked but while the program sleeps, and for all threads that it starts.
 void catch_signals()
 {
     struct sigaction action = {};
-    action.sa_handler = [](int number) { stop_signal = number; };
+    action.sa_handler = [](int number) {
+        if (number != SIGCHLD && number != SIGWINCH) // which only wake the program
+            stop_signal = number;
+    };
     sigset_t caught;
     sigemptyset(&caught);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD, SIGWINCH}) {
         sigaction(number, &action, nullptr);
         sigaddset(&caught, number);
     }
-    action.sa_handler = [](int) {}; // wakes the program
-    sigaction(SIGCHLD, &action, nullptr);
-    sigaction(SIGWINCH, &action, nullptr);
-    sigaddset(&caught, SIGCHLD);
-    sigaddset(&caught, SIGWINCH);
     signal(SIGPIPE, SIG_IGN);
     sigprocmask(SIG_BLOCK, &caught, &usual_signals);
 }
@@ -78,24 +77,16 @@ void sleep_until(int fd, int64_t sleep_ms)
     follower_reap(&self);
 }
 
-// True when the program may end: an outcome was seen, its command has ended, and the page had time
-// to show it.
-bool is_over(int64_t now_ms)
+// When the program may end: when nothing began in time, or an outcome was seen, its command has
+// ended, and the page had time to show it.
+int64_t end_ms(int64_t start_ms)
 {
-    if (self.options->stay || self.first_status < 0 || self.command > 0)
-        return false;
-    const bool linger = self.web != nullptr && self.in_outcome;
-    return !linger || now_ms - self.state.end_ms >= self.options->linger_ms;
-}
-
-int64_t next_ms(int64_t start_ms)
-{
-    int64_t next = follower_next_ms(&self);
     if (self.options->wait_ms >= 0 && self.state.run == 0)
-        next = std::min(next, start_ms + self.options->wait_ms);
-    if (self.in_outcome && !self.options->stay && self.command <= 0)
-        next = std::min(next, self.state.end_ms + self.options->linger_ms);
-    return next;
+        return start_ms + self.options->wait_ms;
+    if (self.options->stay || self.first_status < 0 || self.command > 0)
+        return never_ms;
+    const bool linger = self.web != nullptr && self.outcome_run != 0;
+    return linger ? self.state.end_ms + self.options->linger_ms : 0;
 }
 
 // Takes what has come; false when more may be there.
@@ -106,9 +97,9 @@ bool take_datagrams(const receiver *socket)
         const ssize_t size = receiver_take(socket, data);
         if (size < 0)
             return true;
-        follower_take(&self, data, static_cast<size_t>(size), now(), time_of_day());
+        follower_take(&self, data, static_cast<size_t>(size), now());
         if (follower_has_outcome(&self))
-            follower_update(&self, now(), time_of_day(), false); // what follows may begin a new run
+            follower_update(&self, now(), false); // what follows may begin a new run
     }
     return false;
 }
@@ -116,104 +107,95 @@ bool take_datagrams(const receiver *socket)
 int follow_socket(const follow_options *options)
 {
     receiver socket;
-    char error[512];
-    if (!receiver_open(&socket, options->socket_path, options->mode, error, sizeof error)) {
-        fprintf(stderr, "upgrade-follow: %s\n", error);
-        return exit_own_trouble;
-    }
-    const int64_t start_ms = now();
+    text_buffer error;
+    if (!receiver_open(&socket, options->socket_path, options->mode, &error))
+        return trouble(error);
+    const int64_t start_ms = now().ms;
     int status = exit_own_trouble;
-    if (follower_start(&self, options, start_ms, time_of_day())) {
-        bool waited_long = false;
-        while (stop_signal == 0 && !is_over(now()) && !waited_long) {
-            const int64_t now_ms = now();
-            sleep_until(socket.fd, next_ms(start_ms) - now_ms);
+    if (follower_start(&self, options, now())) {
+        do { // ends by a signal or in its time, unless it is to stay
+            const int64_t now_ms = now().ms;
+            sleep_until(socket.fd, std::min(follower_next_ms(&self), end_ms(start_ms)) - now_ms);
             while (!take_datagrams(&socket))
-                if (now() - now_ms > 100)
+                if (now().ms - now_ms > 100)
                     break; // a flood: the outputs are due, too
-            follower_update(&self, now(), time_of_day(), false);
-            waited_long = options->wait_ms >= 0 && self.state.run == 0 &&
-                          now() - start_ms >= options->wait_ms;
-        }
-        status = waited_long ? exit_none_began : self.first_status;
-        follower_stop(&self, stop_signal != 0, now(), time_of_day());
+            follower_update(&self, now(), false);
+        } while (stop_signal == 0 && now().ms < end_ms(start_ms));
+        status = self.first_status < 0 ? exit_none_began : self.first_status;
+        follower_stop(&self, stop_signal != 0, now());
     }
     receiver_close(&socket);
     return status;
 }
 
-// The replay's own clock: begins at 0 and runs `speed` times as fast.
-struct replay_clock {
-    int64_t start_ms;
+// A recording and its own clock, which begins at 0 and runs `speed` times as fast.
+struct replay {
+    playback recording;
     double speed;
+    int64_t start_ms;
     int64_t now_ms; ///< of the replay
 };
 
+moment replayed(const replay *show)
+{
+    return {show->now_ms, show->recording.clock_ms + show->now_ms};
+}
+
 // Sleeps until the replay's time is `when`, with the outputs kept up to date. False when a signal
 // came.
-bool replay_until(replay_clock *clock, int64_t when, int64_t recorded_ms)
+bool replay_until(replay *show, int64_t when)
 {
-    while (stop_signal == 0 && clock->now_ms < when) { // ends at `when`
+    while (stop_signal == 0 && show->now_ms < when) { // ends at `when`
         const int64_t next = std::min(follower_next_ms(&self), when);
-        if (clock->speed > 0) {
-            const int64_t real_ms =
-                clock->start_ms + std::llround(std::ceil(static_cast<double>(next) / clock->speed));
-            sleep_until(-1, real_ms - now());
-            const auto played = static_cast<double>(now() - clock->start_ms) * clock->speed;
-            clock->now_ms = std::clamp<int64_t>(std::llround(played), clock->now_ms, when);
+        if (show->speed > 0) {
+            const double rest_ms = std::ceil(static_cast<double>(next) / show->speed);
+            sleep_until(-1, show->start_ms + std::llround(rest_ms) - now().ms);
+            const auto played = static_cast<double>(now().ms - show->start_ms) * show->speed;
+            show->now_ms = std::clamp<int64_t>(std::llround(played), show->now_ms, when);
         } else {
-            clock->now_ms = std::max(clock->now_ms + 1, next);
+            show->now_ms = std::max(show->now_ms + 1, next);
         }
-        if (clock->now_ms < when)
-            follower_update(&self, clock->now_ms, recorded_ms + clock->now_ms, true);
+        if (show->now_ms < when)
+            follower_update(&self, replayed(show), true);
     }
     return stop_signal == 0;
 }
 
 // Plays all datagrams, then the silence behind them. False: the recording is at fault.
-bool play(playback *recording, replay_clock *clock, char *error, size_t error_size)
+bool play(replay *show, text_buffer *error)
 {
+    playback *source = &show->recording;
     playback_result result = playback_datagram;
-    while (stop_signal == 0 &&
-           (result = playback_next(recording, error, error_size)) == playback_datagram) {
-        if (!replay_until(clock, recording->at_ms, recording->clock_ms))
+    while (stop_signal == 0 && (result = playback_next(source, error)) == playback_datagram) {
+        if (!replay_until(show, source->at_ms))
             return true;
-        follower_take(&self, recording->data.data(), recording->size, clock->now_ms,
-                      recording->clock_ms + clock->now_ms);
-        follower_update(&self, clock->now_ms, recording->clock_ms + clock->now_ms, true);
+        follower_take(&self, source->datagram.data(), source->datagram.size(), replayed(show));
+        follower_update(&self, replayed(show), true);
     }
     while (result == playback_end && stop_signal == 0 && tracker_active(&self.state)) {
-        replay_until(clock, tracker_next_ms(&self.state), recording->clock_ms);
-        follower_update(&self, clock->now_ms, recording->clock_ms + clock->now_ms, true);
+        replay_until(show, tracker_next_ms(&self.state));
+        follower_update(&self, replayed(show), true);
     }
     return result != playback_error;
 }
 
 int follow_recording(const follow_options *options)
 {
-    playback recording;
-    char error[512];
-    if (!playback_open(&recording, options->replay_file, error, sizeof error)) {
-        fprintf(stderr, "upgrade-follow: %s\n", error);
+    replay show = {.recording = {}, .speed = options->speed, .start_ms = 0, .now_ms = 0};
+    text_buffer error;
+    if (!playback_open(&show.recording, options->replay_file, &error))
+        return trouble(error);
+    if (!follower_start(&self, options, replayed(&show)))
         return exit_own_trouble;
-    }
-    if (!follower_start(&self, options, 0, recording.clock_ms))
-        return exit_own_trouble;
-    replay_clock clock = {now(), options->speed, 0};
-    const bool good = play(&recording, &clock, error, sizeof error);
-    const int64_t end_ms = now();
-    const bool linger = good && self.web != nullptr;
-    while (stop_signal == 0) { // ends with the command and the lingering
-        const int64_t rest_ms = linger ? end_ms + options->linger_ms - now() : 0;
-        if (rest_ms <= 0 && self.command <= 0)
-            break;
+    show.start_ms = now().ms;
+    const bool good = play(&show, &error);
+    const int64_t linger_end_ms = good && self.web != nullptr ? now().ms + options->linger_ms : 0;
+    int64_t rest_ms = 0;
+    while (stop_signal == 0 && ((rest_ms = linger_end_ms - now().ms) > 0 || self.command > 0))
         sleep_until(-1, rest_ms > 0 ? rest_ms : longest_sleep_ms);
-    }
-    follower_stop(&self, stop_signal != 0, clock.now_ms, recording.clock_ms + clock.now_ms);
-    fclose(recording.file);
-    if (!good)
-        fprintf(stderr, "upgrade-follow: %s\n", error);
-    return !good ? exit_own_trouble : tracker_exit_status(&self.state);
+    follower_stop(&self, stop_signal != 0, replayed(&show));
+    fclose(show.recording.file);
+    return good ? tracker_exit_status(&self.state) : trouble(error);
 }
 
 } // namespace

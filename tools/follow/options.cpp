@@ -9,18 +9,14 @@
 #include <getopt.h>
 #include <iterator>
 
-#include "platform/device.h"
-
 namespace follow {
 
 namespace {
 
-constexpr mode_t default_mode = 0600;
 constexpr mode_t mode_limit = 0777;
 constexpr double seconds_limit = 1e9;
 constexpr double speed_limit = 1e6;
 constexpr long port_limit = 65535;
-constexpr int64_t default_linger_ms = 30'000;
 
 constexpr char usage[] =
     R"(usage: upgrade-follow [OPTION...]
@@ -155,14 +151,6 @@ options_result print(const char *text)
 
 options_result read_options(follow_options *options, int argc, char **argv)
 {
-    *options = {};
-    options->socket_path = status_receivers[0];
-    options->mode = default_mode;
-    options->speed = 1;
-    options->wait_ms = -1;
-    options->linger_ms = default_linger_ms;
-    options->web_port = -1;
-    strcpy(options->web_address.data(), "127.0.0.1");
     option long_options[std::size(rows) + 3] = {{"help", no_argument, nullptr, 'h'},
                                                 {"version", no_argument, nullptr, 'V'}};
     for (size_t row = 0; row < std::size(rows); row++)

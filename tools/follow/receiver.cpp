@@ -2,7 +2,6 @@
 #include "tools/follow/receiver.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -37,18 +36,17 @@ const char *clear_path(const sockaddr_un *address)
 
 } // namespace
 
-bool receiver_open(receiver *socket, const char *path, mode_t mode, char *error, size_t error_size)
+bool receiver_open(receiver *socket, const char *path, mode_t mode, text_buffer *error)
 {
     *socket = {};
     socket->fd = -1;
     socket->address.sun_family = AF_UNIX;
-    if (strlen(path) >= sizeof socket->address.sun_path || path[0] == '\0') {
-        snprintf(error, error_size, "%.200s: a socket's path has 1 to %zu bytes", path,
-                 sizeof socket->address.sun_path - 1);
-        return false;
+    static_assert(sizeof socket->address.sun_path == 108);
+    const char *refusal = "a socket's path has 1 to 107 bytes";
+    if (path[0] != '\0' && strlen(path) < sizeof socket->address.sun_path) {
+        memcpy(socket->address.sun_path, path, strlen(path));
+        refusal = clear_path(&socket->address);
     }
-    memcpy(socket->address.sun_path, path, strlen(path));
-    const char *refusal = clear_path(&socket->address);
     if (refusal == nullptr) {
         socket->fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
         // Made closed to all others, so that nobody sends before the mode is set.
@@ -64,10 +62,9 @@ bool receiver_open(receiver *socket, const char *path, mode_t mode, char *error,
     }
     if (refusal == nullptr)
         return true;
-    snprintf(error, error_size, "%s: %s", path, refusal);
+    append_format(error, "%.200s: %s", path, refusal);
     if (socket->fd >= 0)
         close(socket->fd);
-    socket->fd = -1;
     return false;
 }
 
@@ -76,16 +73,13 @@ ssize_t receiver_take(const receiver *socket, char *data)
     return recv(socket->fd, data, datagram_room, MSG_DONTWAIT | MSG_TRUNC);
 }
 
-void receiver_close(receiver *socket)
+void receiver_close(const receiver *socket)
 {
-    if (socket->fd < 0)
-        return;
     struct stat status = {};
     if (lstat(socket->address.sun_path, &status) == 0 && status.st_dev == socket->device &&
         status.st_ino == socket->inode)
         unlink(socket->address.sun_path);
     close(socket->fd);
-    socket->fd = -1;
 }
 
 } // namespace follow

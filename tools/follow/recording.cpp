@@ -6,9 +6,6 @@
 #include <cinttypes>
 #include <cstring>
 #include <fcntl.h>
-#include <unistd.h>
-
-#include "tools/follow/json.h"
 
 namespace follow {
 
@@ -16,7 +13,6 @@ namespace {
 
 constexpr char format_name[] = "upgrade datagrams";
 constexpr int format_version = 1;
-constexpr size_t line_limit = 2048; // a datagram in escapes of six characters, and the rest
 
 bool is_plain(std::string_view text)
 {
@@ -25,208 +21,180 @@ bool is_plain(std::string_view text)
 
 void append_time(text_buffer *line, const char *name, int64_t milliseconds)
 {
-    append_format(line, "{\"%s\":%" PRId64 ".%03d", name, milliseconds / 1000,
+    append_format(line, "\"%s\":%" PRId64 ".%03d", name, milliseconds / 1000,
                   static_cast<int>(milliseconds % 1000));
 }
 
-bool add_line(recording *file, const text_buffer *line)
+// After a failure nothing more is taken.
+bool give_up(recording *into)
 {
-    if (file->data.size() - file->size < line->size && !recording_flush(file))
-        return false;
-    memcpy(file->data.data() + file->size, line->data, line->size);
-    file->size += line->size;
-    return true;
+    const int reason = errno;
+    fclose(into->file);
+    into->file = nullptr;
+    errno = reason;
+    return false;
 }
 
-bool begin(recording *file, int64_t now_ms, int64_t clock_ms)
+// Adds a line, behind the first one where that is due. `line` is what stands behind the time.
+bool add_line(recording *into, std::string_view content, moment now)
 {
-    file->begun = true;
-    file->start_ms = now_ms;
-    char text[line_limit];
-    text_buffer line = {text, sizeof text, 0, false};
-    append_format(&line, "{\"format\":\"%s\",\"version\":%d,\"clock\":%" PRId64 ".%03d}\n",
-                  format_name, format_version, clock_ms / 1000, static_cast<int>(clock_ms % 1000));
-    return add_line(file, &line);
-}
-
-// Reads a line of JSON. 1, 0 at the end of the file, or -1 with `fault` set.
-int read_line(playback *play, char *text, json_object *object, const char **fault)
-{
-    errno = 0;
-    if (fgets(text, line_limit, play->file) == nullptr) {
-        *fault = errno != 0 ? strerror(errno) : "empty";
-        return ferror(play->file) != 0 ? -1 : 0;
+    text_buffer line;
+    if (!into->begun) {
+        into->begun = true;
+        into->start_ms = now.ms;
+        append_format(&line, "{\"format\":\"%s\",\"version\":%d,", format_name, format_version);
+        append_time(&line, "clock", now.clock_ms);
+        append(&line, "}\n");
     }
-    play->line++;
-    const size_t size = strlen(text);
-    if (size == 0 || text[size - 1] != '\n')
-        *fault = size + 1 == line_limit ? "too long a line" : "ends within a line";
-    else if (!read_object(text, size, object))
+    append(&line, "{");
+    append_time(&line, "at", now.ms - into->start_ms);
+    append(&line, content);
+    append(&line, "}\n");
+    return fwrite(line.data.data(), line.size, 1, into->file) == 1 || give_up(into);
+}
+
+// Reads a line of JSON: playback_datagram, playback_end behind the last, or an error with `fault`.
+playback_result read_line(playback *play, json_object *found, const char **fault)
+{
+    char *const line = play->line.data();
+    errno = 0;
+    if (fgets(line, static_cast<int>(play->line.size()), play->file) == nullptr) {
+        *fault = errno != 0 ? strerror(errno) : "empty";
+        return ferror(play->file) != 0 ? playback_error : playback_end;
+    }
+    play->line_number++;
+    const size_t size = strlen(line);
+    if (size == 0 || line[size - 1] != '\n')
+        *fault = size + 1 == play->line.size() ? "too long a line" : "ends within a line";
+    else if (!read_object(line, found))
         *fault = "no line of a recording";
     else
-        return 1;
-    return -1;
+        return playback_datagram;
+    return playback_error;
 }
 
-int hex_digit(char c)
+bool read_datagram(playback *play, const json_object *found)
 {
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
-}
-
-bool read_hex(playback *play, std::string_view hex)
-{
-    if (hex.size() % 2 != 0 || hex.size() / 2 > play->data.size())
+    const json_member *text = find_member(found, "text");
+    if (text != nullptr && text->is_string) {
+        play->datagram = text->text;
+        return play->datagram.size() <= datagram_room;
+    }
+    const json_member *hex = find_member(found, "hex");
+    if (hex == nullptr || !hex->is_string || hex->text.size() % 2 != 0)
         return false;
-    for (size_t index = 0; index < hex.size() / 2; index++) {
-        const int high = hex_digit(hex[2 * index]);
-        const int low = hex_digit(hex[2 * index + 1]);
-        if (high < 0 || low < 0)
+    const size_t size = hex->text.size() / 2;
+    for (size_t index = 0; index < size; index++) { // to the front of the line, which was read
+        uint32_t byte = 0;
+        if (!read_hex({hex->text.data() + 2 * index, 2}, &byte))
             return false;
-        play->data[index] = static_cast<char>(high << 4 | low);
+        play->line[index] = static_cast<char>(byte);
     }
-    play->size = hex.size() / 2;
-    return true;
+    play->datagram = {play->line.data(), size};
+    return size <= datagram_room;
 }
 
-bool read_datagram(playback *play, const json_object *object)
+playback_result take_record(playback *play, const json_object *found, const char **fault)
 {
-    const json_member *text = find_member(object, "text");
-    if (text == nullptr || !text->is_string) {
-        const json_member *hex = find_member(object, "hex");
-        return hex != nullptr && hex->is_string && read_hex(play, hex->text);
+    const json_member *at = find_member(found, "at");
+    int64_t at_ms = 0;
+    if (at == nullptr || !read_seconds(at->text, &at_ms)) {
+        *fault = "no time";
+    } else if (at_ms < play->at_ms) {
+        *fault = "the time runs backwards";
+    } else {
+        play->at_ms = at_ms;
+        if (find_member(found, "end") != nullptr)
+            return playback_end;
+        if (read_datagram(play, found))
+            return playback_datagram;
+        *fault = "no datagram";
     }
-    if (text->text.size() > play->data.size())
-        return false;
-    memcpy(play->data.data(), text->text.data(), text->text.size());
-    play->size = text->text.size();
-    return true;
+    return playback_error;
 }
 
 } // namespace
 
-bool recording_create(recording *file, const char *path)
+bool recording_create(recording *into, const char *path)
 {
-    file->fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    return file->fd >= 0;
+    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    into->file = fd < 0 ? nullptr : fdopen(fd, "w");
+    return into->file != nullptr;
 }
 
-bool recording_add(recording *file, const char *data, size_t size, int64_t now_ms, int64_t clock_ms)
+bool recording_add(recording *into, const char *data, size_t size, moment now)
 {
-    if (file->fd < 0)
+    if (into->file == nullptr)
         return true;
-    if (!file->begun && !begin(file, now_ms, clock_ms))
-        return false;
     const std::string_view kept = {data, std::min(size, datagram_room)};
-    char text[line_limit];
-    text_buffer line = {text, sizeof text, 0, false};
-    append_time(&line, "at", now_ms - file->start_ms);
+    text_buffer content;
     if (is_plain(kept)) {
-        append(&line, ",\"text\":");
-        append_string(&line, kept);
+        append(&content, ",\"text\":");
+        append_string(&content, kept);
     } else {
-        append(&line, ",\"hex\":\"");
+        append(&content, ",\"hex\":\"");
         for (const char byte : kept)
-            append_format(&line, "%02x", static_cast<unsigned char>(byte));
-        append(&line, "\"");
+            append_format(&content, "%02x", static_cast<unsigned char>(byte));
+        append(&content, "\"");
     }
     if (size > datagram_room)
-        append_format(&line, ",\"size\":%zu", size);
-    append(&line, "}\n");
-    return add_line(file, &line);
+        append_format(&content, ",\"size\":%zu", size);
+    return add_line(into, content.view(), now);
 }
 
-bool recording_flush(recording *file)
+bool recording_flush(recording *into)
 {
-    size_t sent = 0;
-    while (file->fd >= 0 && sent < file->size) { // ends with the data or an error
-        const ssize_t result = write(file->fd, file->data.data() + sent, file->size - sent);
-        if (result > 0) {
-            sent += static_cast<size_t>(result);
-        } else if (errno != EINTR) {
-            const int reason = errno;
-            close(file->fd);
-            file->fd = -1;
-            errno = reason;
-            return false;
-        }
-    }
-    file->size = 0;
-    return true;
+    return into->file == nullptr || fflush(into->file) == 0 || give_up(into);
 }
 
-bool recording_close(recording *file, const char *end, int64_t now_ms, int64_t clock_ms)
+bool recording_close(recording *into, const char *end, moment now)
 {
-    if (file->fd < 0)
+    if (into->file == nullptr)
         return true;
-    if (!file->begun && !begin(file, now_ms, clock_ms))
+    text_buffer content;
+    append_format(&content, ",\"end\":\"%s\"", end);
+    if (!add_line(into, content.view(), now))
         return false;
-    char text[line_limit];
-    text_buffer line = {text, sizeof text, 0, false};
-    append_time(&line, "at", now_ms - file->start_ms);
-    append_format(&line, ",\"end\":\"%s\"}\n", end);
-    if (!add_line(file, &line) || !recording_flush(file))
-        return false;
-    const int result = close(file->fd);
-    file->fd = -1;
-    return result == 0;
+    FILE *const file = into->file;
+    into->file = nullptr;
+    return fclose(file) == 0;
 }
 
-bool playback_open(playback *play, const char *path, char *error, size_t error_size)
+bool playback_open(playback *play, const char *path, text_buffer *error)
 {
     *play = {};
     play->path = path;
     play->file = fopen(path, "re");
-    if (play->file == nullptr) {
-        snprintf(error, error_size, "%s: %s", path, strerror(errno));
-        return false;
-    }
-    char text[line_limit];
-    json_object object;
+    json_object found;
     const char *fault = nullptr;
-    if (read_line(play, text, &object, &fault) <= 0) {
-        snprintf(error, error_size, "%s: %s", path, fault);
-        return false;
+    if (play->file == nullptr) {
+        fault = strerror(errno);
+    } else if (read_line(play, &found, &fault) == playback_datagram) {
+        const json_member *format = find_member(&found, "format");
+        const json_member *version = find_member(&found, "version");
+        const json_member *clock = find_member(&found, "clock");
+        if (format == nullptr || format->text != format_name || version == nullptr)
+            fault = "no recording of datagrams";
+        else if (version->text != "1")
+            fault = "a recording of another version than 1, which this program knows";
+        else if (clock != nullptr && !read_seconds(clock->text, &play->clock_ms))
+            fault = "a recording with a wrong clock";
     }
-    const json_member *format = find_member(&object, "format");
-    const json_member *version = find_member(&object, "version");
-    const json_member *clock = find_member(&object, "clock");
-    if (format == nullptr || format->text != format_name || version == nullptr)
-        fault = "no recording of datagrams";
-    else if (version->text != "1")
-        fault = "a recording of another version than 1, which this program knows";
-    else if (clock != nullptr && !read_seconds(clock->text, &play->clock_ms))
-        fault = "a recording with a wrong clock";
     if (fault != nullptr)
-        snprintf(error, error_size, "%s: %s", path, fault);
+        append_format(error, "%s: %s", path, fault);
     return fault == nullptr;
 }
 
-playback_result playback_next(playback *play, char *error, size_t error_size)
+playback_result playback_next(playback *play, text_buffer *error)
 {
-    char text[line_limit];
-    json_object object;
+    json_object found;
     const char *fault = nullptr;
-    const int result = read_line(play, text, &object, &fault);
-    if (result == 0)
-        return playback_end;
-    const json_member *at = result < 0 ? nullptr : find_member(&object, "at");
-    int64_t at_ms = 0;
-    if (result > 0 && (at == nullptr || !read_seconds(at->text, &at_ms)))
-        fault = "no time";
-    else if (result > 0 && at_ms < play->at_ms)
-        fault = "the time runs backwards";
-    if (fault == nullptr) {
-        play->at_ms = at_ms;
-        if (find_member(&object, "end") != nullptr)
-            return playback_end;
-        if (read_datagram(play, &object))
-            return playback_datagram;
-        fault = "no datagram";
-    }
-    snprintf(error, error_size, "%s:%u: %s", play->path, play->line, fault);
-    return playback_error;
+    playback_result result = read_line(play, &found, &fault);
+    if (result == playback_datagram)
+        result = take_record(play, &found, &fault);
+    if (result == playback_error)
+        append_format(error, "%s:%u: %s", play->path, play->line_number, fault);
+    return result;
 }
 
 } // namespace follow

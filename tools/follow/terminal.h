@@ -2,15 +2,13 @@
 //
 // An upgrade on a terminal: a line for each stage with bar, percentage, times and what the person
 // should know below it, drawn over itself; the lines of stages that are over, and the outcome,
-// stay. Where there is no terminal: plain lines, without escapes. Writes into the caller's buffer.
+// stay. Where there is no terminal: plain lines, without escapes. Writes into the caller's text.
 #pragma once
 
 #include "tools/follow/json.h"
 #include "tools/follow/tracker.h"
 
 namespace follow {
-
-constexpr size_t frame_limit = 8192; ///< more than the longest frame
 
 struct terminal {
     bool redraws; ///< may move the cursor
@@ -34,9 +32,9 @@ void terminal_measure(terminal *screen, int fd);
 
 /// Appends what has to be written so that the state is shown. Appends nothing where plain lines
 /// have nothing new. A frame is written whole or not at all, before the next one is made.
-void append_frame(text_buffer *buffer, terminal *screen, const tracker *state, int64_t now_ms);
+void append_frame(text_buffer *to, terminal *screen, const tracker *state, int64_t now_ms);
 
 /// Appends one line with a bar, as for a stage; for other work that has a percentage.
-void append_bar_line(text_buffer *buffer, const terminal *screen, const char *title, int percent);
+void append_bar_line(text_buffer *to, const terminal *screen, const char *title, int percent);
 
 } // namespace follow

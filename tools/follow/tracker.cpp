@@ -18,11 +18,7 @@ constexpr int64_t estimate_from_ms = 1000;
 
 // Where each step begins and ends in the whole, by the time it takes: a block is 40 ms of writing
 // and next to nothing of reading, and two seconds of rest come last.
-struct span_of_whole {
-    int begin;
-    int end;
-};
-constexpr std::array<span_of_whole, step_count> whole = {{{0, 10}, {10, 90}, {90, 92}}};
+constexpr std::array<int, step_count + 1> whole = {0, 10, 90, 92};
 
 bool cut_prefix(std::string_view *text, std::string_view prefix)
 {
@@ -36,14 +32,11 @@ bool cut_prefix(std::string_view *text, std::string_view prefix)
 int read_percent(std::string_view text)
 {
     const bool negative = cut_prefix(&text, "-");
-    if (text.empty())
+    if (text.empty() || text.find_first_not_of("0123456789") != std::string_view::npos)
         return -1;
     int value = 0;
-    for (const char digit : text) {
-        if (digit < '0' || digit > '9')
-            return -1;
+    for (const char digit : text)
         value = std::min(100, value * 10 + (digit - '0'));
-    }
     return negative ? 0 : value;
 }
 
@@ -54,9 +47,9 @@ bool ended(const tracker *state)
 
 void end_step(tracker *state, int64_t now_ms)
 {
-    for (step_record &record : state->steps)
-        if (record.seen && record.end_ms == 0)
-            record.end_ms = now_ms;
+    for (step_record &each : state->steps)
+        if (each.seen && each.end_ms == 0)
+            each.end_ms = now_ms;
 }
 
 void begin_run(tracker *state, int64_t now_ms)
@@ -69,9 +62,8 @@ void begin_run(tracker *state, int64_t now_ms)
 
 void grow_overall(tracker *state, step which)
 {
-    const auto [begin, end] = whole[which];
-    const int percent = state->steps[which].percent;
-    state->overall = std::max(state->overall, begin + (end - begin) * percent / 100);
+    const int share = (whole[which + 1] - whole[which]) * state->steps[which].percent / 100;
+    state->overall = std::max(state->overall, whole[which] + share);
 }
 
 void begin_step(tracker *state, step which, int64_t now_ms)
@@ -114,10 +106,10 @@ bool take_stage(tracker *state, std::string_view stage, int64_t now_ms)
             begin_run(state, now_ms);
         state->attempt = std::max(state->attempt, 1);
         // A second one is another upgrade's word: what was shown does not fall back.
-        const step_record &record = state->steps[step_verify];
-        if (!record.seen)
+        const step_record &present = state->steps[step_verify];
+        if (!present.seen)
             begin_step(state, step_verify, now_ms);
-        state->now = record.percent == 100 ? phase_verified : phase_verifying;
+        state->now = present.percent == 100 ? phase_verified : phase_verifying;
     } else if (stage == "DONE") {
         if (is_fresh(state) && state->now != phase_done)
             begin_run(state, now_ms);
@@ -156,9 +148,9 @@ bool take_percent(tracker *state, int percent, int64_t now_ms)
     const step which = tracker_step(state);
     if (which == step_count || percent <= state->steps[which].percent)
         return false;
-    step_record &record = state->steps[which];
-    record.percent = percent;
-    record.grown_ms = now_ms;
+    step_record &present = state->steps[which];
+    present.percent = percent;
+    present.grown_ms = now_ms;
     grow_overall(state, which);
     if (percent == 100 && state->now == phase_downloading)
         state->now = phase_downloaded;
@@ -171,8 +163,7 @@ bool take_percent(tracker *state, int percent, int64_t now_ms)
 
 void tracker_start(tracker *state)
 {
-    *state = {};
-    state->now = phase_waiting;
+    *state = {}; // phase_waiting, too
 }
 
 bool tracker_take(tracker *state, std::string_view datagram, int64_t now_ms)
@@ -231,22 +222,15 @@ bool tracker_active(const tracker *state)
 
 outcome tracker_outcome(const tracker *state)
 {
-    switch (state->now) {
-    case phase_done:
-        return outcome_done;
-    case phase_invalid_url:
-    case phase_download_failed:
-    case phase_invalid_package:
-        return outcome_refused;
-    case phase_upgrade_failed:
-        return outcome_failed;
-    case phase_other_error:
-        return state->attempt > 0 ? outcome_failed : outcome_refused;
-    case phase_lost:
-        return outcome_lost;
-    default:
+    if (state->now < phase_done)
         return outcome_none;
-    }
+    if (state->now == phase_done)
+        return outcome_done;
+    if (state->now == phase_lost)
+        return outcome_lost;
+    const bool failed = state->now == phase_upgrade_failed ||
+                        (state->now == phase_other_error && state->attempt > 0);
+    return failed ? outcome_failed : outcome_refused;
 }
 
 int tracker_exit_status(const tracker *state)
@@ -269,15 +253,15 @@ int64_t tracker_rest_ms(const tracker *state, int64_t now_ms)
     if (!tracker_active(state) || state->silent || which == step_count ||
         state->now == phase_downloaded)
         return -1;
-    const step_record &record = state->steps[which];
-    const int64_t taken = record.grown_ms - record.start_ms;
+    const step_record &present = state->steps[which];
+    const int64_t taken = present.grown_ms - present.start_ms;
     const int64_t after = which == step_download ? 0 : rest_after_verifying_ms;
     if (state->now == phase_verified)
-        return std::max<int64_t>(0, record.grown_ms + after - now_ms);
-    if (record.percent < estimate_from_percent ||
+        return std::max<int64_t>(0, present.grown_ms + after - now_ms);
+    if (present.percent < estimate_from_percent ||
         (taken < estimate_from_ms && which != step_verify))
         return -1;
-    const int64_t end_ms = record.grown_ms + taken * (100 - record.percent) / record.percent;
+    const int64_t end_ms = present.grown_ms + taken * (100 - present.percent) / present.percent;
     return end_ms < now_ms ? -1 : end_ms - now_ms + after; // past its end it was wrong
 }
 
@@ -295,11 +279,12 @@ int64_t tracker_run_ms(const tracker *state, int64_t now_ms)
 
 int64_t tracker_step_ms(const tracker *state, step which, int64_t now_ms)
 {
-    const step_record &record = state->steps[which];
-    if (!record.seen)
+    const step_record &present = state->steps[which];
+    if (!present.seen)
         return 0;
     const int64_t last_ms = ended(state) ? state->end_ms : now_ms;
-    return std::max<int64_t>(0, (record.end_ms != 0 ? record.end_ms : last_ms) - record.start_ms);
+    return std::max<int64_t>(0,
+                             (present.end_ms != 0 ? present.end_ms : last_ms) - present.start_ms);
 }
 
 } // namespace follow

@@ -14,7 +14,13 @@
 
 namespace follow {
 
-/// Where an upgrade stands. Indexes the table of texts (texts.h).
+/// A time by two clocks.
+struct moment {
+    int64_t ms;       ///< of the one that does not run backwards
+    int64_t clock_ms; ///< the time of day: since 1970
+};
+
+/// Where an upgrade stands. Indexes the table of texts (report.h).
 enum phase {
     phase_waiting,     ///< nothing was heard yet
     phase_joined,      ///< a percentage came first: its stage is not known

@@ -18,11 +18,10 @@ constexpr int64_t draw_interval_us = 250'000;
 /// Shows what `append` appends for a terminal of the width of now.
 template<typename Append> void draw(follow::terminal &screen, Append append)
 {
-    char data[follow::frame_limit];
-    follow::text_buffer frame = {data, sizeof data, 0, false};
+    follow::text_buffer frame;
     follow::terminal_measure(&screen, STDERR_FILENO);
     append(&frame);
-    fwrite(frame.data, 1, frame.size, stderr);
+    fwrite(frame.data.data(), 1, frame.size, stderr);
     fflush(stderr);
 }
 
