@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <random>
+#include <numeric>
 #include <string>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -42,6 +42,8 @@ TEST(FollowJson, WritesStringsThatNobodyCanMisread)
     }
 }
 
+using datagrams = std::vector<std::pair<int64_t, std::string>>;
+
 /// A folder of the test's own.
 class FollowFiles : public testing::Test {
 protected:
@@ -61,8 +63,7 @@ protected:
         return {error_.data.data(), std::exchange(error_.size, 0)};
     }
     /// What is wrong with a recording of this content; its datagrams, each with its time in ms.
-    std::string play(const std::string &content,
-                     std::vector<std::pair<int64_t, std::string>> *played)
+    std::string play(const std::string &content, datagrams *played)
     {
         if (!content.empty())
             std::ofstream(path_) << content;
@@ -79,19 +80,16 @@ protected:
 
 TEST_F(FollowFiles, GiveBackEveryByteAndTimeOfARecording)
 {
-    std::mt19937 random(3);
     std::ofstream(path_) << std::string(1'000'000, 'x'); // an older one
-    std::vector<std::string> texts = {"UPGRD_STAGE=WRITING", "", "\"quotes\" and \\", "x\x7f",
-                                      std::string(65'536, 'x')};
-    while (texts.size() < 200) {
-        texts.emplace_back(random() % (datagram_room + 1), '\0');
-        for (char &byte : texts.back())
-            byte = static_cast<char>(random());
-    }
+    std::string bytes(256, '\0');
+    std::iota(bytes.begin(), bytes.end(), '\0');
+    std::vector<std::string> texts = {
+        "UPGRD_STAGE=WRITING", "", "\"quotes\" and \\", "x\x7f", bytes, std::string(65'536, 'x')};
+    texts.resize(300, std::string(datagram_room, 'y')); // more than a buffer holds
     recording made = {};
     ASSERT_TRUE(recording_create(&made, path_.c_str()));
-    std::vector<std::pair<int64_t, std::string>> wanted;
-    std::vector<std::pair<int64_t, std::string>> played;
+    datagrams wanted;
+    datagrams played;
     for (const std::string &text : texts) {
         const auto at_ms = static_cast<int64_t>(wanted.size()) * 7;
         ASSERT_TRUE(recording_add(&made, text.data(), text.size(), {5000 + at_ms, 1'000'123}));
@@ -108,14 +106,14 @@ TEST_F(FollowFiles, GiveBackEveryByteAndTimeOfARecording)
                           "{\"at\":0.007,\"text\":\"\"}\n"
                           "{\"at\":0.014,\"text\":\"\\\"quotes\\\" and \\\\\"}\n"
                           "{\"at\":0.021,\"hex\":\"787f\"}\n"));
-    EXPECT_TRUE(whole.ends_with("\n{\"at\":4.000,\"end\":\"done\"}\n"));
     EXPECT_NE(whole.find("x\",\"size\":65536}\n"), std::string::npos);
+    EXPECT_TRUE(whole.ends_with("\n{\"at\":4.000,\"end\":\"done\"}\n"));
 }
 
 TEST_F(FollowFiles, MayBeRecordingsThatOthersWrote)
 {
-    std::vector<std::pair<int64_t, std::string>> played;
-    const std::vector<std::pair<int64_t, std::string>> wanted = {
+    datagrams played;
+    const datagrams wanted = {
         {1250, "a\"\\/\b\f\n\r\t\xc3\xa4\xf0\x9f\x98\x80"}, {12'345, "\xab"}, {12'345, "end"}};
     EXPECT_EQ(play("\t{ \"version\" : 1, \"format\":\"upgrade datagrams\"} \r\n"
                    R"( {"at" : 1.25 ,"text":"a\"\\\/\b\f\n\r\t\u00E4\ud83d\ude00","x":null} )"
@@ -157,7 +155,7 @@ TEST_F(FollowFiles, AreNamedWithWhatIsWrongInARecording)
     for (const char *time : {"\"\"", ".5", "1.", "-1", "1e3", "\"1 \"", "999999999999", "true"})
         faults.emplace_back(head + "{\"at\":" + time + ",\"text\":\"\"}\n", ":2: no time");
     std::ofstream(path_).close();
-    std::vector<std::pair<int64_t, std::string>> played;
+    datagrams played;
     EXPECT_EQ(play("", &played), path_ + ": empty");
     for (const auto &[content, fault] : faults)
         EXPECT_EQ(play(content, &played), path_ + fault) << content;

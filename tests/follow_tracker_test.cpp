@@ -2,7 +2,6 @@
 #include "tools/follow/tracker.h"
 
 #include <cmath>
-#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -143,54 +142,23 @@ TEST(FollowTracker, SaysWhenSilenceBeginsAndWhenItIsOver)
 
 TEST(FollowTracker, EstimatesFromTheStepsOwnPace)
 {
-    tracker state = play("WRITING, +0.999, 2%");
-    EXPECT_EQ(tracker_rest_ms(&state, 999), -1); // too early
-    state = play("WRITING, +1.5, 1%");
-    EXPECT_EQ(tracker_rest_ms(&state, 1500), -1); // too little
-    tracker_take(&state, "UPGRD_PERCENTAGE=25", 10'000);
-    EXPECT_EQ(tracker_rest_ms(&state, 10'000), 32'000); // 75 more at 400 ms, and 2 s of rest
-    EXPECT_EQ(tracker_rest_ms(&state, 15'000), 27'000);
-    EXPECT_EQ(tracker_rest_ms(&state, 40'001), -1); // it was wrong, so nothing is said
-    tracker_take(&state, "UPGRD_STAGE=VERIFYING", 91'000);
-    tracker_take(&state, "UPGRD_PERCENTAGE=50", 91'005);
-    EXPECT_EQ(tracker_rest_ms(&state, 91'005), 2005);
-    tracker_take(&state, "UPGRD_PERCENTAGE=100", 91'010);
-    EXPECT_EQ(tracker_rest_ms(&state, 91'510), 1500);
-    tracker_take(&state, "UPGRD_STAGE=DONE", 93'010);
-    EXPECT_EQ(tracker_rest_ms(&state, 93'010), -1);
-    EXPECT_EQ(tracker_run_ms(&state, 99'999), 93'010);
-    EXPECT_EQ(tracker_step_ms(&state, step_write, 99'999), 91'000);
-    // A download's estimate is of the download alone, and ends with it.
-    state = play("DOWNLOADING, +4, 40%");
-    EXPECT_EQ(tracker_rest_ms(&state, 4000), 6000);
-    tracker_take(&state, "UPGRD_PERCENTAGE=100", 10'000);
-    EXPECT_EQ(tracker_rest_ms(&state, 10'000), -1);
-}
-
-TEST(FollowTracker, StaysSaneWhateverComesInWhateverOrder)
-{
-    const std::vector<std::string> words = {
-        "DOWNLOADING", "WRITING", "VERIFYING", "DONE", "ERROR=INVALID PACKAGE", "ERROR=\x1b[2J",
-        "3%",          "77%",     "100%",      "=",    std::string(200, '=')};
-    std::mt19937 random(7);
-    tracker state;
-    tracker_start(&state);
-    int64_t now_ms = 0;
-    for (int turn = 0; turn < 200'000; turn++) {
-        const tracker before = state;
-        now_ms += random() % 100 == 0 ? 331'000 : random() % 50;
-        if (random() % 4 == 0)
-            tracker_tick(&state, now_ms);
-        else
-            tracker_take(&state, datagram(words.at(random() % words.size())), now_ms);
-        ASSERT_TRUE(state.overall >= 0 && state.overall <= 100);
-        ASSERT_EQ(state.overall == 100, state.now == phase_done);
-        ASSERT_TRUE(state.attempt >= 0 && state.attempt <= 3);
-        ASSERT_GE(tracker_run_ms(&state, now_ms), 0);
-        ASSERT_GE(tracker_rest_ms(&state, now_ms), -1);
-        if (before.run == state.run && before.attempt == state.attempt) {
-            ASSERT_GE(state.overall, before.overall) << before.now << " to " << state.now;
-        }
+    const std::string verifying = "WRITING, +10, 25%, +81, VERIFYING, +0.005, 50%";
+    const std::tuple<std::string, int64_t, int64_t> estimates[] = {
+        {"WRITING, +0.999, 2%", 999, -1},      // too early
+        {"WRITING, +1.5, 1%", 1500, -1},       // too little
+        {"WRITING, +10, 25%", 10'000, 32'000}, // 75 more at 400 ms, and 2 s of rest
+        {"WRITING, +10, 25%", 15'000, 27'000},
+        {"WRITING, +10, 25%", 40'001, -1}, // it was wrong, so nothing is said
+        {verifying, 91'005, 2005},
+        {verifying + ", +0.005, 100%", 91'510, 1500},
+        {verifying + ", +0.005, 100%, +2, DONE", 93'010, -1},
+        // A download's estimate is of the download alone, and ends with it.
+        {"DOWNLOADING, +4, 40%", 4000, 6000},
+        {"DOWNLOADING, +4, 40%, +6, 100%", 10'000, -1},
+    };
+    for (const auto &[story, now_ms, rest_ms] : estimates) {
+        const tracker state = play(story);
+        EXPECT_EQ(tracker_rest_ms(&state, now_ms), rest_ms) << story;
     }
 }
 
