@@ -113,7 +113,7 @@ def test_a_stalled_server_is_given_up_after_25_seconds(make_device, udp_peer, fa
 def test_the_default_server_is_unreachable_unless_it_is_mapped(make_device, tcp_peer):
     run = make_device().run()
     assert {(o["target"], o["error"]) for o in run.of("connect")} == {("192.168.1.1:80", "ENETUNREACH")}
-    run = make_device().run(ports=[(80, tcp_peer(serve_http))])
+    run = make_device().run(ports=[(80, tcp_peer(serve_http)), (65535, 65535)])
     assert (run.status, [o["target"] for o in run.of("connect")]) == (0, ["192.168.1.1:80"])
     run = make_device().run("http://firmware.example/", **{"map-host": "firmware.example=127.0.0.1"},
                             ports=[(80, tcp_peer(serve_http))])

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <csignal>
 #include <cstring>
@@ -192,9 +193,11 @@ std::array<bool, 3> closed_streams(const std::vector<std::string> &faults)
 /// Hands the program's operations on until the pipe ends, which is when it has ended. Their number.
 uint64_t follow(pid_t pid, int pipe, kept_output &said, const run_listener &listener)
 {
-    std::vector<char> bytes;
     uint64_t count = 0;
-    std::array<char, 128 * sizeof(sim_operation)> buffer;
+    // Each is written at once, and a pipe tears nothing that is so short: as many as there are
+    // come.
+    static_assert(sizeof(sim_operation) <= PIPE_BUF);
+    std::array<sim_operation, 128> operations;
     pollfd waited = {pipe, POLLIN, 0};
     for (bool told = false;;) { // ends with the pipe
         if (is_interrupted() && !told) {
@@ -203,50 +206,28 @@ uint64_t follow(pid_t pid, int pipe, kept_output &said, const run_listener &list
         }
         if (poll(&waited, 1, -1) < 0)
             continue; // a signal: looked at above
-        const ssize_t size = read(pipe, buffer.data(), buffer.size());
+        const ssize_t size = read(pipe, operations.data(), sizeof operations);
         if (size <= 0)
             return count;
-        bytes.insert(bytes.end(), buffer.begin(), buffer.begin() + size);
-        size_t taken = 0;
-        for (; bytes.size() - taken >= sizeof(sim_operation); taken += sizeof(sim_operation)) {
-            sim_operation operation;
-            memcpy(&operation, bytes.data() + taken, sizeof operation);
-            if (operation.n != ++count)
+        for (size_t at = 0; at < static_cast<size_t>(size) / sizeof(sim_operation); at++) {
+            if (operations.at(at).n != ++count)
                 throw failure("operation " + std::to_string(count) + " is missing");
             if (listener)
-                listener(operation);
+                listener(operations.at(at));
         }
-        bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(taken));
         said.free_middle();
     }
 }
 
-/// The child, ended and waited for whatever happens on the way.
-class child {
-public:
-    explicit child(pid_t pid) : pid_(pid) {}
-    child(const child &) = delete;
-    child &operator=(const child &) = delete;
-    ~child()
-    {
-        if (pid_ > 0) {
-            kill(pid_, SIGKILL);
-            wait();
-        }
+/// Waits for the program's end; its status.
+int wait_for(pid_t pid)
+{
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+        // asked again
     }
-    int wait()
-    {
-        int status = 0;
-        while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
-            // asked again
-        }
-        pid_ = -1;
-        return status;
-    }
-
-private:
-    pid_t pid_;
-};
+    return status;
+}
 
 [[noreturn]] void fail_without_log(const run_options &options, const fs::path &program,
                                    int exit_status)
@@ -315,12 +296,18 @@ run_outcome run_program(const run_options &options, const run_listener &listener
         fail_with_errno("no process");
     if (pid == 0)
         prepared.become(log_input.get());
-    child running(pid);
     log_input.close();
     // Of a file that somebody names he wants all.
     kept_output said(stderr_path(options), options.stderr_file.empty() ? prepared.error.get() : -1);
-    const uint64_t count = follow(pid, log.get(), said, listener);
-    const int status = running.wait();
+    uint64_t count = 0;
+    try {
+        count = follow(pid, log.get(), said, listener);
+    } catch (...) {
+        kill(pid, SIGKILL);
+        wait_for(pid);
+        throw;
+    }
+    const int status = wait_for(pid);
     said.finish();
     run_outcome outcome;
     outcome.real_us = steady_us() - started_us;
