@@ -43,21 +43,10 @@ public:
     /// Descriptors, and allocations, that the program holds now.
     static size_t open_descriptors();
     static size_t allocations();
-
-    /// Whether the program holds what was allocated at this address.
-    static bool keeps(void *memory);
 };
 
-// For the calls that are caught beside the face's (memory.cpp, tls.cpp):
-
-/// Whether calls of this thread are caught.
-bool caught();
-
-/// Counts a caught call that may fail. True when it is the one to fail; errno is then set.
+/// Counts a caught call that may fail, as those of tls.cpp do. True when it is the one to fail;
+/// errno is then set.
 bool fails_now();
-
-/// Memory that is released at the end of the run, unless it is null; returns it.
-void *keep(void *memory);
-void forget(void *memory);
 
 } // namespace fuzz
