@@ -7,9 +7,9 @@
 
 #include "tests/fwpkg_support.h"
 #include "tools/fwpkg/difference.h"
+#include "tools/fwpkg/part_data.h"
 #include "tools/fwpkg/plan_report.h"
 #include "tools/fwpkg/show_report.h"
-#include "tools/fwpkg/sums.h"
 
 using namespace fwpkg;
 using namespace std::string_literals;
@@ -248,8 +248,8 @@ TEST(Planner, SaysWhyAPartIsNotWritten)
     };
     for (const auto &row : rows) {
         testing::internal::CaptureStderr();
-        const device_plan plan =
-            plan_upgrade(folder.make(row.manifest), {"d", parse_device(row.device, "d")});
+        const bytes made = folder.make(row.manifest);
+        const device_plan plan = plan_maker(made).plan({"d", parse_device(row.device, "d")});
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
         std::string line = plan.endless ? "endless" : std::to_string(plan.exit_status);
         line += " " + std::to_string(plan.milliseconds);

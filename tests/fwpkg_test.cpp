@@ -9,11 +9,9 @@
 
 #include "tests/fwpkg_support.h"
 #include "tools/common/files.h"
-#include "tools/fwpkg/check_devices.h"
-#include "tools/fwpkg/check_form.h"
-#include "tools/fwpkg/check_use.h"
-#include "tools/fwpkg/extractor.h"
+#include "tools/fwpkg/checks.h"
 #include "tools/fwpkg/maker.h"
+#include "tools/fwpkg/part_data.h"
 #include "tools/fwpkg/show_report.h"
 
 using namespace fwpkg;
@@ -94,7 +92,7 @@ TEST(Maker, PlacesDataOnBlocksAndNothingBehindTheLast)
     const auto extracted = extract_parts(file);
     ASSERT_EQ(extracted.size(), 2U);
     EXPECT_EQ(extracted[0].name, "0-base.bin");
-    EXPECT_EQ(extracted[0].data, bytes(4097, 'x'));
+    EXPECT_TRUE(std::ranges::equal(extracted[0].data, bytes(4097, 'x')));
 }
 
 TEST(Maker, SaysWhereAndHowMany)

@@ -24,10 +24,9 @@ std::string shown_name(const std::filesystem::path &path, const char *stream)
 
 /// Appends the bytes of `fd` to `content` up to the end of the file, or to the first behind
 /// `limit`.
-template<typename container>
-void read_all(int fd, const std::string &name, size_t limit, container &content)
+void read_all(int fd, const std::string &name, size_t limit, std::vector<uint8_t> &content)
 {
-    std::array<typename container::value_type, 65536> piece;
+    std::array<uint8_t, 65536> piece;
     while (content.size() <= limit) {
         const ssize_t size = read(fd, piece.data(), piece.size());
         if (size < 0 && errno != EINTR)
@@ -37,31 +36,6 @@ void read_all(int fd, const std::string &name, size_t limit, container &content)
         if (size > 0)
             content.insert(content.end(), piece.begin(), piece.begin() + size);
     }
-}
-
-template<typename container>
-container read_content(const std::filesystem::path &path, size_t limit, int too_large)
-{
-    const std::string name = shown_name(path, "standard input");
-    const descriptor opened(is_standard_stream(path) ? -1
-                                                     : open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    const int fd = is_standard_stream(path) ? STDIN_FILENO : opened.get();
-    if (fd < 0)
-        fail(name, "cannot be read", errno);
-    container content;
-    const std::string limit_text = std::to_string(limit) + " bytes that can be used";
-    struct stat status;
-    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
-        if (static_cast<uint64_t>(status.st_size) > limit)
-            throw failure(name + ": " + std::to_string(status.st_size) + " bytes, more than the " +
-                              limit_text,
-                          too_large);
-        content.reserve(static_cast<size_t>(status.st_size));
-    }
-    read_all(fd, name, limit, content);
-    if (content.size() > limit)
-        throw failure(name + ": more than the " + limit_text, too_large);
-    return content;
 }
 
 /// Removes the temporary file unless it was renamed.
@@ -146,12 +120,32 @@ bool is_standard_stream(const std::filesystem::path &path)
 
 std::vector<uint8_t> read_bytes(const std::filesystem::path &path, size_t limit, int too_large)
 {
-    return read_content<std::vector<uint8_t>>(path, limit, too_large);
+    const std::string name = shown_name(path, "standard input");
+    const descriptor opened(is_standard_stream(path) ? -1
+                                                     : open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const int fd = is_standard_stream(path) ? STDIN_FILENO : opened.get();
+    if (fd < 0)
+        fail(name, "cannot be read", errno);
+    std::vector<uint8_t> content;
+    const std::string limit_text = std::to_string(limit) + " bytes that can be used";
+    struct stat status;
+    if (fstat(fd, &status) == 0 && S_ISREG(status.st_mode)) {
+        if (static_cast<uint64_t>(status.st_size) > limit)
+            throw failure(name + ": " + std::to_string(status.st_size) + " bytes, more than the " +
+                              limit_text,
+                          too_large);
+        content.reserve(static_cast<size_t>(status.st_size));
+    }
+    read_all(fd, name, limit, content);
+    if (content.size() > limit)
+        throw failure(name + ": more than the " + limit_text, too_large);
+    return content;
 }
 
 std::string read_text(const std::filesystem::path &path, size_t limit)
 {
-    return read_content<std::string>(path, limit, exit_trouble);
+    const std::vector<uint8_t> content = read_bytes(path, limit);
+    return {content.begin(), content.end()};
 }
 
 void write_file(const std::filesystem::path &path, std::span<const uint8_t> bytes)

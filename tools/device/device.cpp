@@ -8,154 +8,101 @@
 #include "package/package.h"
 #include "tools/common/files.h"
 #include "tools/common/key.h"
-#include "tools/common/printable.h"
-#include "tools/common/toml_text.h"
+#include "tools/common/toml.h"
 
 namespace {
 
 constexpr std::string_view key_file_name = "VENDOR_KEY_FILE";
-constexpr uint64_t partition_maximum = UINT64_C(1) << 32; // beyond any 32-bit size in a package
+constexpr int64_t partition_maximum = INT64_C(1) << 32; // beyond any 32-bit size in a package
 
-/// Reads the tables; knows the file's name for its errors.
-class reader {
-public:
-    reader(const std::string &name, key_files keys) : name_(name), keys_(keys) {}
+std::string text_of(toml_value value)
+{
+    value.subject = "the value of " + value.subject;
+    std::string text = value.text();
+    if (text.find_first_of(std::string_view("\n\0", 2)) != std::string::npos)
+        value.fail(value.subject + " has a line break or a NUL");
+    return text;
+}
 
-    device read(const toml::table &root)
-    {
-        for (auto &&[key, node] : root) {
-            if (key == "partitions")
-                read_partitions(table(key, node));
-            else if (key == "configuration")
-                read_configuration(table(key, node));
-            else if (key == "requirements")
-                read_requirements(table(key, node));
-            else if (key == "script")
-                read_script(table(key, node));
-            else
-                fail(key.source(), "unknown key \"" + std::string(key.str()) + "\"");
-        }
-        return result_;
+void read_partitions(const toml_value &table, device &to)
+{
+    for (toml_value value : table.members()) {
+        const std::string &number = value.key;
+        if (number.size() != 1 || number[0] < '0' || number[0] > '9')
+            value.fail("partition " + value.subject + " is not one of 0 to 9");
+        value.subject = "the size of partition " + number;
+        to.partitions[number[0] - '0'] =
+            static_cast<uint64_t>(value.integer(sizeof(partition_trailer), partition_maximum));
     }
+}
 
-    [[noreturn]] void fail(const toml::source_region &where, const std::string &what) const
-    {
-        throw failure(name_ + ":" + std::to_string(where.begin.line) + ": " + printable(what));
+void read_key(const toml_value &value, key_files keys, device &to)
+{
+    const std::string file = text_of(value);
+    if (to.configuration.contains("VENDOR_KEY")) // which comes first, as keys are in order
+        value.fail("both VENDOR_KEY and VENDOR_KEY_FILE");
+    if (keys == key_files::left)
+        return;
+    const std::string key = read_key_file(std::filesystem::path(value.file).parent_path() / file);
+    if (key.find('\n') != std::string::npos)
+        value.fail("the key in " + file + " has a line break, which no configuration can hold");
+    to.configuration["VENDOR_KEY"] = key;
+}
+
+void read_configuration(const toml_value &table, key_files keys, device &to)
+{
+    for (const toml_value &value : table.members()) {
+        if (value.key.empty() || value.key[0] == '#' ||
+            value.key.find_first_of(std::string_view("=\n\0", 3)) != std::string::npos)
+            value.fail(value.subject + " cannot be a configuration key");
+        if (value.key == key_file_name)
+            read_key(value, keys, to);
+        else
+            to.configuration[value.key] = text_of(value);
     }
+}
 
-private:
-    const toml::table &table(const toml::key &key, const toml::node &node) const
-    {
-        if (!node.is_table())
-            fail(node.source(), "\"" + std::string(key.str()) + "\" must be a table");
-        return *node.as_table();
+void read_requirements(const toml_value &table, device &to)
+{
+    for (const toml_value &value : table.members()) {
+        if (std::ranges::find(part_type_names, value.key) == std::end(part_type_names))
+            value.fail(value.subject + " is not the name of a part type");
+        to.requirements[value.key] = text_of(value);
     }
+}
 
-    std::string text(const toml::key &key, const toml::node &node) const
-    {
-        const auto value = node.value_exact<std::string>();
-        if (!value)
-            fail(node.source(), "the value of \"" + std::string(key.str()) + "\" must be a text");
-        if (value->find_first_of(std::string_view("\n\0", 2)) != std::string::npos)
-            fail(node.source(),
-                 "the value of \"" + std::string(key.str()) + "\" has a line break or a NUL");
-        return *value;
+void read_script(const toml_value &table, device_script &to)
+{
+    for (const toml_value &value : table.members()) {
+        if (value.key == "present")
+            to.present = value.truth();
+        else if (value.key == "status")
+            to.status = static_cast<int>(value.integer(0, 255));
+        else if (value.key == "seconds")
+            to.seconds = value.number(0, 86400);
+        else
+            value.fail_unknown(" in [script]");
     }
-
-    void read_partitions(const toml::table &partitions)
-    {
-        for (auto &&[key, node] : partitions) {
-            const std::string number(key.str());
-            if (number.size() != 1 || number[0] < '0' || number[0] > '9')
-                fail(key.source(), "partition \"" + number + "\" is not one of 0 to 9");
-            const auto size = node.value_exact<int64_t>();
-            if (!size || *size < static_cast<int64_t>(sizeof(partition_trailer)) ||
-                static_cast<uint64_t>(*size) > partition_maximum)
-                fail(node.source(),
-                     "the size of partition " + number + " must be a number from 16 to 4294967296");
-            result_.partitions[number[0] - '0'] = static_cast<uint64_t>(*size);
-        }
-    }
-
-    void read_configuration(const toml::table &configuration)
-    {
-        for (auto &&[key, node] : configuration) {
-            const std::string name(key.str());
-            if (name.empty() || name[0] == '#' ||
-                name.find_first_of(std::string_view("=\n\0", 3)) != std::string::npos)
-                fail(key.source(), "\"" + name + "\" cannot be a configuration key");
-            if (name == key_file_name)
-                read_key(configuration, text(key, node), node.source());
-            else
-                result_.configuration[name] = text(key, node);
-        }
-    }
-
-    void read_key(const toml::table &configuration, const std::string &file,
-                  const toml::source_region &where)
-    {
-        if (configuration.contains("VENDOR_KEY"))
-            fail(where, "both VENDOR_KEY and VENDOR_KEY_FILE");
-        if (keys_ == key_files::left)
-            return;
-        const std::filesystem::path folder = std::filesystem::path(name_).parent_path();
-        const std::string key = read_key_file(folder / file);
-        if (key.find('\n') != std::string::npos)
-            fail(where,
-                 "the key in " + file + " has a line break, which no configuration can hold");
-        result_.configuration["VENDOR_KEY"] = key;
-    }
-
-    void read_requirements(const toml::table &requirements)
-    {
-        for (auto &&[key, node] : requirements) {
-            const std::string name(key.str());
-            if (std::find(std::begin(part_type_names), std::end(part_type_names), name) ==
-                std::end(part_type_names))
-                fail(key.source(), "\"" + name + "\" is not the name of a part type");
-            result_.requirements[name] = text(key, node);
-        }
-    }
-
-    void read_script(const toml::table &script)
-    {
-        for (auto &&[key, node] : script) {
-            if (key == "present") {
-                const auto present = node.value_exact<bool>();
-                if (!present)
-                    fail(node.source(), "\"present\" must be true or false");
-                result_.script.present = *present;
-            } else if (key == "status") {
-                const auto status = node.value_exact<int64_t>();
-                if (!status || *status < 0 || *status > 255)
-                    fail(node.source(), "\"status\" must be a number from 0 to 255");
-                result_.script.status = static_cast<int>(*status);
-            } else if (key == "seconds") {
-                const auto seconds = node.value<double>();
-                if (!node.is_number() || !seconds || !(*seconds >= 0 && *seconds <= 86400))
-                    fail(node.source(), "\"seconds\" must be a number from 0 to 86400");
-                result_.script.seconds = *seconds;
-            } else {
-                fail(key.source(), "unknown key \"" + std::string(key.str()) + "\" in [script]");
-            }
-        }
-    }
-
-    const std::string &name_;
-    const key_files keys_;
-    device result_;
-};
+}
 
 } // namespace
 
 device parse_device(std::string_view text, const std::string &name, key_files keys)
 {
-    reader description(name, keys);
-    try {
-        return description.read(parse_toml(text));
-    } catch (const toml::parse_error &error) {
-        description.fail(error.source(), std::string(error.description()));
+    device made;
+    for (const toml_value &table : parse_toml(text, name).members()) {
+        if (table.key == "partitions")
+            read_partitions(table, made);
+        else if (table.key == "configuration")
+            read_configuration(table, keys, made);
+        else if (table.key == "requirements")
+            read_requirements(table, made);
+        else if (table.key == "script")
+            read_script(table, made.script);
+        else
+            table.fail_unknown("");
     }
+    return made;
 }
 
 std::string read_description(const std::filesystem::path &path)

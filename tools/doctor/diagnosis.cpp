@@ -14,17 +14,17 @@ constexpr uint64_t circle_redirects = 20;
 const finding *heaviest(const run_log &run, int least)
 {
     const finding *best = nullptr;
-    for (const finding &finding : run.findings)
-        if (!finding.settled && finding.row->weight >= least &&
-            (best == nullptr || finding.row->weight > best->row->weight))
-            best = &finding;
+    for (const finding &each : run.findings)
+        if (!each.settled && each.row->weight >= least &&
+            (best == nullptr || each.row->weight > best->row->weight))
+            best = &each;
     return best;
 }
 
-bool spoils_result(const finding &finding)
+bool spoils_result(const finding &said)
 {
-    return finding.row->what == event::difference || finding.row->what == event::unreadable ||
-           finding.row->what == event::no_trailer;
+    return said.row->what == event::difference || said.row->what == event::unreadable ||
+           said.row->what == event::no_trailer;
 }
 
 const finding *first_flaw(const run_log &run)
@@ -33,10 +33,9 @@ const finding *first_flaw(const run_log &run)
     return found == run.findings.end() ? nullptr : &*found;
 }
 
-diagnosis from_finding(const finding &finding)
+diagnosis from_finding(const finding &said)
 {
-    return {meaning_of(finding), split_lines(finding.row->remedies), &finding,
-            network_state::unknown};
+    return {meaning_of(said), split_lines(said.row->remedies), &said, network_state::unknown};
 }
 
 diagnosis from_situation(situation shown)
@@ -125,16 +124,16 @@ network_state judge_network(const run_log &run)
 
 } // namespace
 
-std::string meaning_of(const finding &finding)
+std::string meaning_of(const finding &said)
 {
-    std::string_view meaning = finding.row->meaning;
+    std::string_view meaning = said.row->meaning;
     std::string text;
     while (!meaning.empty()) {
         const size_t index = meaning.size() > 2 && meaning[0] == '{' && meaning[2] == '}'
                                  ? static_cast<size_t>(meaning[1] - '1')
                                  : SIZE_MAX;
-        if (index < finding.arguments.size()) {
-            text += finding.arguments[index];
+        if (index < said.arguments.size()) {
+            text += said.arguments[index];
             meaning.remove_prefix(3);
         } else {
             text += meaning.front();

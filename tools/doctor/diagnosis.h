@@ -21,7 +21,7 @@ struct diagnosis {
 };
 
 /// What the finding's message means, with its arguments where the row says "{1}" to "{9}".
-std::string meaning_of(const finding &finding);
+std::string meaning_of(const finding &said);
 
 /// Judges a run; the result points into it.
 diagnosis diagnose(const run_log &run);

@@ -9,7 +9,7 @@
 #include "package/package.h"
 #include "tools/common/failure.h"
 #include "tools/common/files.h"
-#include "tools/fwpkg/package_file.h"
+#include "tools/fwpkg/part_data.h"
 
 namespace doctor {
 
@@ -31,14 +31,6 @@ std::string package_fault(const fwpkg::package_file &file, bool has_key)
         return has_key ? "has another key than this one, or is damaged: its checksum is wrong"
                        : "is damaged: its checksum is wrong";
     return file.problem;
-}
-
-/// The part's data as the flash writer takes it, or nothing where it is not in the package.
-std::span<const uint8_t> part_data(std::span<const uint8_t> bytes, const package_part &part)
-{
-    const uint64_t begin = part.offset / image::block_size * image::block_size;
-    return begin + part.size > bytes.size() ? std::span<const uint8_t>{}
-                                            : bytes.subspan(begin, part.size);
 }
 
 /// The whole part that explains the partition best.
@@ -106,12 +98,12 @@ std::vector<known_part> read_parts(const std::filesystem::path &path,
     const fwpkg::package_file file = fwpkg::open_package(read_bytes(path, package_capacity), key);
     if (const std::string fault = package_fault(file, key.has_value()); !fault.empty())
         throw failure(path.string() + ": cannot be compared with: " + fault);
-    const std::vector<uint8_t> bytes = fwpkg::store_blocks(file.blocks.get());
+    const std::span<const uint8_t> blocks = fwpkg::whole_blocks(file.blocks.get());
     std::vector<known_part> parts;
     for (const fwpkg::part_entry &entry : file.parts) {
         if (!part_type_is_writable(entry.part.type))
             continue;
-        const std::span<const uint8_t> data = part_data(bytes, entry.part);
+        const std::span<const uint8_t> data = fwpkg::written_data(blocks, entry.part);
         if (data.empty())
             continue;
         parts.push_back({path.string(), entry.index, part_type_names[entry.part.type],
@@ -124,15 +116,15 @@ std::vector<known_part> read_parts(const std::filesystem::path &path,
 partition_verdict judge_partition(const std::filesystem::path &path,
                                   const std::vector<known_part> &parts)
 {
-    const image::reader reader = image::file_reader(path);
+    const image::reader partition = image::file_reader(path);
     std::vector<image::candidate> candidates;
     for (const known_part &part : parts)
         candidates.push_back({part.name(), part.data});
     partition_verdict verdict;
     verdict.path = path.string();
-    verdict.size = reader.size;
-    verdict.trailer = image::judge_trailer(reader);
-    verdict.comparison = image::compare(reader, candidates);
+    verdict.size = partition.size;
+    verdict.trailer = image::judge_trailer(partition);
+    verdict.comparison = image::compare(partition, candidates);
     verdict.content = image::judge_content(verdict.comparison);
     verdict.holds = whole_part(verdict, parts);
     verdict.whole = verdict.trailer.state == image::trailer_state::valid &&

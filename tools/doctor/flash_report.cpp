@@ -6,19 +6,14 @@
 #include "flash/trailer.h"
 #include "tools/common/failure.h"
 #include "tools/common/key.h"
-#include "tools/common/printable.h"
 #include "tools/doctor/flash_judge.h"
+#include "tools/fwpkg/text.h"
 
 namespace doctor {
 
 namespace {
 
-std::string hex(uint32_t word)
-{
-    char text[9];
-    snprintf(text, sizeof text, "%08x", static_cast<unsigned>(word));
-    return text;
-}
+using fwpkg::hex_word;
 
 std::string trailer_text(const partition_verdict &verdict)
 {
@@ -26,13 +21,14 @@ std::string trailer_text(const partition_verdict &verdict)
     std::string text = image::name(trailer.state);
     if (verdict.size < sizeof(partition_trailer))
         return text + ": less than 16 bytes";
-    text += ": crc " + hex(trailer.crc) + ", length " + std::to_string(trailer.length) +
-            ", check " + hex(trailer.check) + (trailer.check_right ? " (right)" : " (wrong)") +
-            ", magic " + hex(trailer.magic) + (trailer.magic_right ? " (right)" : " (wrong)");
+    text += ": crc " + hex_word(trailer.crc) + ", length " + std::to_string(trailer.length) +
+            ", check " + hex_word(trailer.check) + (trailer.check_right ? " (right)" : " (wrong)") +
+            ", magic " + hex_word(trailer.magic) + (trailer.magic_right ? " (right)" : " (wrong)");
     if (trailer.state != image::trailer_state::crc_wrong)
         return text;
-    return text + (trailer.content_crc ? "; the bytes have the CRC " + hex(*trailer.content_crc)
-                                       : "; the length is beyond the end");
+    return text + (trailer.content_crc
+                       ? "; the bytes have the CRC " + hex_word(*trailer.content_crc)
+                       : "; the length is beyond the end");
 }
 
 std::string content_text(const partition_verdict &verdict, const std::vector<known_part> &parts)
@@ -115,24 +111,25 @@ json verdict_json(const partition_verdict &verdict, const std::vector<known_part
                         {"erased", run.erased}});
     }
     const bool valid = trailer.state == image::trailer_state::valid;
-    return {{"path", printable(verdict.path)},
-            {"size", verdict.size},
-            {"trailer",
-             {{"state", image::name(trailer.state)},
-              {"crc", hex(trailer.crc)},
-              {"length", trailer.length},
-              {"check", hex(trailer.check)},
-              {"magic", hex(trailer.magic)},
-              {"check_right", trailer.check_right},
-              {"magic_right", trailer.magic_right},
-              {"content_crc", trailer.content_crc ? json(hex(*trailer.content_crc)) : json()}}},
-            {"content", image::name(verdict.content)},
-            {"holds", verdict.holds ? part_json(*verdict.holds) : json()},
-            {"runs", runs},
-            {"boot_loader",
-             {{"crc", valid}, {"check_word_alone", trailer.state != image::trailer_state::none}}},
-            {"whole", verdict.whole},
-            {"advice", printable(verdict.advice)}};
+    return {
+        {"path", printable(verdict.path)},
+        {"size", verdict.size},
+        {"trailer",
+         {{"state", image::name(trailer.state)},
+          {"crc", hex_word(trailer.crc)},
+          {"length", trailer.length},
+          {"check", hex_word(trailer.check)},
+          {"magic", hex_word(trailer.magic)},
+          {"check_right", trailer.check_right},
+          {"magic_right", trailer.magic_right},
+          {"content_crc", trailer.content_crc ? json(hex_word(*trailer.content_crc)) : json()}}},
+        {"content", image::name(verdict.content)},
+        {"holds", verdict.holds ? part_json(*verdict.holds) : json()},
+        {"runs", runs},
+        {"boot_loader",
+         {{"crc", valid}, {"check_word_alone", trailer.state != image::trailer_state::none}}},
+        {"whole", verdict.whole},
+        {"advice", printable(verdict.advice)}};
 }
 
 int report_partitions(const char *program, const std::vector<std::filesystem::path> &dumps,

@@ -25,11 +25,10 @@ int64_t number(std::string_view text)
     return value;
 }
 
-void add_finding(run_log &run, const message &message, uint64_t line)
+void add_finding(run_log &run, const message &said, uint64_t line)
 {
-    const auto same = std::ranges::find_if(run.findings, [&](const finding &finding) {
-        return finding.row == message.row && !finding.settled;
-    });
+    const auto same = std::ranges::find_if(
+        run.findings, [&](const finding &each) { return each.row == said.row && !each.settled; });
     if (same != run.findings.end()) {
         same->count++;
         same->last_line = line;
@@ -37,8 +36,8 @@ void add_finding(run_log &run, const message &message, uint64_t line)
     }
     if (run.findings.size() == finding_limit)
         return;
-    finding made = {message.row, 1, line, line, keep(message.text), {}, false};
-    for (const std::string_view argument : message.arguments)
+    finding made = {said.row, 1, line, line, keep(said.text), {}, false};
+    for (const std::string_view argument : said.arguments)
         made.arguments.push_back(keep(argument));
     run.findings.push_back(std::move(made));
 }
@@ -60,13 +59,13 @@ void note_block(std::vector<std::string> &blocks, std::string_view block)
 class reader {
 public:
     explicit reader(log_file &into) : file(into) {}
-    void take(const message &message, uint64_t line);
+    void take(const message &said, uint64_t line);
 
 private:
     void begin(bool complete, uint64_t line);
     void take_stage(run_log &run, event what);
-    void take_flash(run_log &run, const message &message);
-    void take_outcome(run_log &run, const message &message);
+    void take_flash(run_log &run, const message &said);
+    static void take_outcome(run_log &run, event what);
 
     log_file &file;
     std::string device; // the partition opened last
@@ -86,8 +85,8 @@ void reader::begin(bool complete, uint64_t line)
 /// What was said before data came explains no later failure.
 void settle(run_log &run)
 {
-    for (finding &finding : run.findings)
-        finding.settled = true;
+    for (finding &each : run.findings)
+        each.settled = true;
 }
 
 /// The package is looked at, so the download is over.
@@ -123,15 +122,15 @@ void reader::take_stage(run_log &run, event what)
     run.percent.reset();
 }
 
-void reader::take_flash(run_log &run, const message &message)
+void reader::take_flash(run_log &run, const message &said)
 {
-    const std::string_view argument = message.arguments.empty() ? "" : message.arguments[0];
-    if (message.row->what == event::no_partition) {
+    const std::string_view argument = said.arguments.empty() ? "" : said.arguments[0];
+    if (said.row->what == event::no_partition) {
         finish_partition(run, device);
         device.clear();
         return;
     }
-    if (message.row->what == event::open_partition) {
+    if (said.row->what == event::open_partition) {
         finish_partition(run, device);
         device = keep(argument);
         if (run.partitions.size() < partition_limit || run.partitions.contains(device))
@@ -143,50 +142,42 @@ void reader::take_flash(run_log &run, const message &message)
     partition_log *partition = open_partition_of(run, device);
     if (partition == nullptr)
         partition = &run.partitions["a partition"];
-    if (message.row->what == event::retry)
+    if (said.row->what == event::retry)
         partition->retries++;
-    else if (message.row->what == event::difference)
+    else if (said.row->what == event::difference)
         note_block(partition->different, argument);
-    else if (message.row->what == event::unreadable)
+    else if (said.row->what == event::unreadable)
         note_block(partition->unreadable, argument);
     else
         partition->trailer_failed = true;
 }
 
-void reader::take_outcome(run_log &run, const message &message)
+void reader::take_outcome(run_log &run, event what)
 {
-    switch (message.row->what) {
-    case event::not_started:
-        run.end = outcome::not_started;
-        break;
-    case event::invalid_url:
-        run.end = outcome::invalid_url;
-        break;
-    case event::download_failed:
-        run.end = outcome::download_failed;
-        // TFTP tells its length all the same.
-        run.reached = run.has_data() ? std::min(run.reached, phase::downloading) : phase::start;
-        break;
-    case event::invalid_package:
-        run.end = outcome::invalid_package;
+    constexpr std::pair<event, outcome> outcomes[] = {
+        {event::not_started, outcome::not_started},
+        {event::invalid_url, outcome::invalid_url},
+        {event::download_failed, outcome::download_failed},
+        {event::invalid_package, outcome::invalid_package},
+        {event::upgrade_failed, outcome::upgrade_failed},
+    };
+    for (const auto &[said, end] : outcomes)
+        if (said == what)
+            run.end = end;
+    if (what == event::invalid_package)
         begin_check(run);
-        break;
-    case event::upgrade_failed:
-        run.end = outcome::upgrade_failed;
-        break;
-    default:
-        break;
-    }
+    else if (what == event::download_failed) // TFTP tells its length all the same
+        run.reached = run.has_data() ? std::min(run.reached, phase::downloading) : phase::start;
 }
 
-void reader::take(const message &message, uint64_t line)
+void reader::take(const message &said, uint64_t line)
 {
-    const event what = message.row->what;
+    const event what = said.row->what;
     if (what == event::start || file.runs.empty())
         begin(what == event::start || what == event::not_started, line);
     run_log &run = file.runs.back();
     run.last_line = line;
-    const auto argument = [&](size_t index) { return message.arguments.at(index); };
+    const auto argument = [&](size_t index) { return said.arguments.at(index); };
     switch (what) {
     case event::url:
         run.url = keep(argument(0));
@@ -213,14 +204,6 @@ void reader::take(const message &message, uint64_t line)
         take_stage(run, what);
         run.end = outcome::done;
         break;
-    case event::open_partition:
-    case event::no_partition:
-    case event::retry:
-    case event::difference:
-    case event::unreadable:
-    case event::no_trailer:
-        take_flash(run, message);
-        break;
     case event::logged_end:
         run.exit_status = number(argument(0));
         run.seconds = number(argument(1));
@@ -229,12 +212,15 @@ void reader::take(const message &message, uint64_t line)
         run.network_started = true;
         break;
     default:
-        take_outcome(run, message);
+        if (what >= event::open_partition && what <= event::no_trailer)
+            take_flash(run, said);
+        else
+            take_outcome(run, what);
     }
-    if (message.row->weight == weight_trace)
+    if (said.row->weight == weight_trace)
         return;
-    run.last = message.row;
-    add_finding(run, message, line);
+    run.last = said.row;
+    add_finding(run, said, line);
 }
 
 } // namespace
@@ -269,14 +255,14 @@ void each_line(std::istream &in, const std::function<void(std::string_view line,
 log_file read_log(std::istream &in)
 {
     log_file file;
-    reader reader(file);
+    reader into_file(file);
     bool cut = false;
     each_line(in, [&](std::string_view line, bool goes_on) {
         if (!cut)
             file.lines++;
         cut = goes_on;
-        for (const message &message : find_messages(line))
-            reader.take(message, file.lines);
+        for (const message &said : find_messages(line))
+            into_file.take(said, file.lines);
     });
     return file;
 }

@@ -105,21 +105,21 @@ std::string partition_text(const std::string &device, const partition_log &parti
 std::vector<const finding *> evidence(const run_log &run, const diagnosis &found)
 {
     std::vector<const finding *> lines;
-    for (const finding &finding : run.findings)
-        if (&finding == found.from || finding.row->weight == weight_notice ||
-            finding.row->weight == weight_outcome)
-            lines.push_back(&finding);
+    for (const finding &each : run.findings)
+        if (&each == found.from || each.row->weight == weight_notice ||
+            each.row->weight == weight_outcome)
+            lines.push_back(&each);
     if (lines.empty() && !run.findings.empty())
         lines.push_back(&run.findings.back());
     return lines;
 }
 
-std::string evidence_text(const finding &finding)
+std::string evidence_text(const finding &said)
 {
-    std::string text = "line " + std::to_string(finding.first_line) + ": " + show(finding.text);
-    if (finding.count > 1)
-        text += " (" + std::to_string(finding.count) + " times, last in line " +
-                std::to_string(finding.last_line) + ")";
+    std::string text = "line " + std::to_string(said.first_line) + ": " + show(said.text);
+    if (said.count > 1)
+        text += " (" + std::to_string(said.count) + " times, last in line " +
+                std::to_string(said.last_line) + ")";
     return text;
 }
 
@@ -155,8 +155,8 @@ std::string run_text(const run_log &run)
                                         : "this part of the log has no partition written");
     add(text, "left", lines);
     lines.clear();
-    for (const finding *finding : evidence(run, found))
-        lines.push_back(evidence_text(*finding));
+    for (const finding *said : evidence(run, found))
+        lines.push_back(evidence_text(*said));
     add(text, "evidence", lines);
     return text;
 }
@@ -173,12 +173,12 @@ json run_json(const run_log &run)
                                     {"unreadable_blocks", partition.unreadable},
                                     {"checksum_failed", partition.trailer_failed}};
     json lines = json::array();
-    for (const finding *finding : evidence(run, found))
-        lines.push_back({{"line", finding->first_line},
-                         {"last_line", finding->last_line},
-                         {"count", finding->count},
-                         {"text", show(finding->text)},
-                         {"meaning", show(meaning_of(*finding))}});
+    for (const finding *said : evidence(run, found))
+        lines.push_back({{"line", said->first_line},
+                         {"last_line", said->last_line},
+                         {"count", said->count},
+                         {"text", show(said->text)},
+                         {"meaning", show(meaning_of(*said))}});
     json status;
     if (run.exit_status)
         status = *run.exit_status;

@@ -42,30 +42,30 @@ std::ifstream open_log(const std::string &path)
     return file;
 }
 
-int log_command(const options &options)
+int log_command(const options &chosen)
 {
-    std::ifstream in = open_log(options.log);
-    if (options.redact) {
+    std::ifstream in = open_log(chosen.log);
+    if (chosen.redact) {
         redact(in, std::cout);
         std::cout.flush();
         return exit_good;
     }
     const log_file file = read_log(in);
     if (in.bad())
-        throw failure(options.log + ": cannot be read: " + strerror(errno));
+        throw failure(chosen.log + ": cannot be read: " + strerror(errno));
     if (file.runs.empty())
-        throw failure(options.log + ": no message of upgrade in its " + std::to_string(file.lines) +
+        throw failure(chosen.log + ": no message of upgrade in its " + std::to_string(file.lines) +
                       " lines");
-    if (options.json)
+    if (chosen.json)
         puts(log_json(file).dump(2).c_str());
     else
         fputs(log_text(file).c_str(), stdout);
     return is_flawless(file.runs.back()) ? exit_good : exit_bad;
 }
 
-int messages_command(const options &options)
+int messages_command(const options &chosen)
 {
-    fputs((options.formats ? formats_text() : page_text()).c_str(), stdout);
+    fputs((chosen.formats ? formats_text() : page_text()).c_str(), stdout);
     return exit_good;
 }
 
@@ -75,29 +75,29 @@ int main(int argc, char **argv)
 {
     command_line line(name, "Says after a failed upgrade what its log means and what is in the "
                             "flash.");
-    options options;
+    options chosen;
     const command log = line.add("log", "Explain what upgrade wrote to standard error",
-                                 [&] { return log_command(options); });
-    log.add("FILE", options.log, "The log; - for standard input").required();
-    const command_option json = log.add_flag("--json", options.json, "Print JSON");
-    log.add_flag("--redact", options.redact, "Print the log itself, without key and password")
+                                 [&] { return log_command(chosen); });
+    log.add("FILE", chosen.log, "The log; - for standard input").required();
+    const command_option json = log.add_flag("--json", chosen.json, "Print JSON");
+    log.add_flag("--redact", chosen.redact, "Print the log itself, without key and password")
         .excludes(json);
     log.footer("Example:\n  fwdoctor log upgrade.log");
 
     const command flash = line.add("flash", "Judge partitions, or dumps of them", [&] {
-        return report_partitions(name, options.dumps, package_choices(flash, options.packages),
-                                 options.json);
+        return report_partitions(name, chosen.dumps, package_choices(flash, chosen.packages),
+                                 chosen.json);
     });
-    flash.add("DUMP", options.dumps, "A dump of a partition, or the device itself").required();
-    add_package_options(flash, options.packages);
-    flash.add_flag("--json", options.json, "Print JSON");
+    flash.add("DUMP", chosen.dumps, "A dump of a partition, or the device itself").required();
+    add_package_options(flash, chosen.packages);
+    flash.add_flag("--json", chosen.json, "Print JSON");
     flash.footer("Example:\n  fwdoctor flash fla2.bin --package old.pkg --package new.pkg "
                  "--key-file vendor.key");
 
     // For scripts/check-messages.
     const command messages = line.add("messages", "Print docs/troubleshooting.md",
-                                      [&] { return messages_command(options); });
+                                      [&] { return messages_command(chosen); });
     messages.hide();
-    messages.add_flag("--formats", options.formats, "The messages alone, as JSON");
+    messages.add_flag("--formats", chosen.formats, "The messages alone, as JSON");
     return line.run(argc, argv, exit_trouble);
 }

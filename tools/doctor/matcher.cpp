@@ -66,14 +66,13 @@ bool is_digit(char byte, char directive)
 
 /// How much of `text` a "%s" stands for when the piece `next` follows, or none. Within a message it
 /// is a name and holds no blank, but for traces.
-std::optional<size_t> text_length(const pattern &pattern, std::string_view text,
-                                  std::string_view next)
+std::optional<size_t> text_length(const pattern &form, std::string_view text, std::string_view next)
 {
     constexpr size_t longest = 4096; // bounds the search in lines of another program
     if (next.empty())
         return text.size();
     text = text.substr(0, longest);
-    if (!pattern.may_break)
+    if (!form.may_break)
         text = text.substr(0, std::min(text.find(' '), text.size()) + next.size());
     const size_t end = text.find(next);
     return end == std::string_view::npos ? std::nullopt : std::optional(end);
@@ -92,24 +91,24 @@ std::optional<size_t> number_length(char directive, std::string_view text)
 }
 
 /// The message that `text` begins with by this pattern.
-std::optional<message> match(const pattern &pattern, std::string_view text)
+std::optional<message> match(const pattern &form, std::string_view text)
 {
-    message found = {pattern.row, {}, {}};
+    message found = {form.row, {}, {}};
     size_t at = 0;
-    for (size_t index = 0; index < pattern.pieces.size(); index++) {
-        const piece &piece = pattern.pieces[index];
+    for (size_t index = 0; index < form.pieces.size(); index++) {
+        const piece &now = form.pieces[index];
         const std::string_view rest = text.substr(at);
-        if (piece.directive == '\0') {
-            if (!rest.starts_with(piece.text))
+        if (now.directive == '\0') {
+            if (!rest.starts_with(now.text))
                 return {};
-            at += piece.text.size();
+            at += now.text.size();
             continue;
         }
-        const bool last = index + 1 == pattern.pieces.size();
-        const std::string_view next = last ? std::string_view() : pattern.pieces[index + 1].text;
-        const auto length = piece.directive == 's' ? text_length(pattern, rest, next)
-                                                   : number_length(piece.directive, rest);
-        if (!length && !pattern.may_break)
+        const bool last = index + 1 == form.pieces.size();
+        const std::string_view next = last ? std::string_view() : form.pieces[index + 1].text;
+        const auto length = now.directive == 's' ? text_length(form, rest, next)
+                                                 : number_length(now.directive, rest);
+        if (!length && !form.may_break)
             return {};
         found.arguments.push_back(rest.substr(0, length.value_or(rest.size())));
         at += found.arguments.back().size();
@@ -124,9 +123,9 @@ std::optional<message> match(const pattern &pattern, std::string_view text)
 /// may do so.
 std::optional<message> match_any(std::string_view text, const pattern **by)
 {
-    for (const pattern &pattern : patterns()[static_cast<uint8_t>(text[0])]) {
-        if (std::optional<message> found = match(pattern, text)) {
-            *by = &pattern;
+    for (const pattern &form : patterns()[static_cast<uint8_t>(text[0])]) {
+        if (std::optional<message> found = match(form, text)) {
+            *by = &form;
             return found;
         }
     }

@@ -23,7 +23,7 @@ enum class event {
     write_stage,
     verify_stage,
     done_stage,
-    open_partition, ///< argument 1 is the device
+    open_partition, ///< argument 1 is the device; from here to no_trailer: of the flash
     no_partition,   ///< a part whose partition is not written; the one before it is complete
     retry,          ///< a write failed; argument 1 is the block
     difference,     ///< argument 1 is the block that reads back different

@@ -5,20 +5,19 @@
 
 namespace doctor {
 
-void add_package_options(const command &command, package_options &options)
+void add_package_options(const command &to, package_options &options)
 {
-    command.add("--package", options.packages, "A package to compare with").repeated();
-    command
-        .add("--key-file", options.keys,
-             "File with the key of the package before it; one newline at its end is not part of it")
+    to.add("--package", options.packages, "A package to compare with").repeated();
+    to.add("--key-file", options.keys,
+           "File with the key of the package before it; one newline at its end is not part of it")
         .repeated();
 }
 
-std::vector<package_choice> package_choices(const command &command, const package_options &options)
+std::vector<package_choice> package_choices(const command &from, const package_options &options)
 {
     std::vector<package_choice> choices;
     size_t keys = 0;
-    for (const std::string &option : command.order()) {
+    for (const std::string &option : from.order()) {
         if (option == "--package") {
             choices.push_back({options.packages.at(choices.size()), {}});
         } else if (option == "--key-file") {

@@ -17,10 +17,10 @@ struct package_options {
 };
 
 /// Adds --package and --key-file, each of which may be repeated. `options` outlives the parsing.
-void add_package_options(const command &command, package_options &options);
+void add_package_options(const command &to, package_options &options);
 
 /// What was parsed: each --key-file is that of the --package before it. Throws failure for one that
 /// is not.
-std::vector<package_choice> package_choices(const command &command, const package_options &options);
+std::vector<package_choice> package_choices(const command &from, const package_options &options);
 
 } // namespace doctor

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/fwpkg/check_devices.h"
+#include "tools/fwpkg/checks.h"
 
 #include "flash/trailer.h"
 #include "package/format.h"
@@ -21,10 +21,9 @@ void check_room(const std::string &place, const planned_part &part, findings &to
     if (part.outcome != part_outcome::written || room_left(part) >= 0)
         return;
     to.error(place,
-             part.place + ": its " + std::to_string(part.bytes) + " bytes and the trailer's " +
+             part.place + ": its {size} bytes and the trailer's " +
                  std::to_string(sizeof(partition_trailer)) + " do not fit " + part.partition +
-                 " of " + std::to_string(*part.partition_size) +
-                 " bytes: the trailer overwrites its end",
+                 " of {partition} bytes: the trailer overwrites its end",
              {{"size", static_cast<uint64_t>(part.bytes)}, {"partition", *part.partition_size}});
 }
 

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
-#include "tools/fwpkg/check_use.h"
-
-#include <cctype>
+#include "tools/fwpkg/checks.h"
 
 #include "tools/device/device.h"
 #include "tools/fwpkg/check_condition.h"
@@ -16,33 +14,31 @@ void check_sizes(const part_entry &entry, findings &to)
 {
     const package_part &part = entry.part;
     if (part.size > 0 && part.actual_size == 0)
-        to.warning(
-            entry.place(),
-            "actual size 0: its " + std::to_string(part.size) +
-                " bytes are written without a look at the partition, and do not count as progress",
-            {{"size", part.size}});
+        to.warning(entry.place(),
+                   "actual size 0: its {size} bytes are written without a look at the partition, "
+                   "and do not count as progress",
+                   {{"size", part.size}});
     else if (part.actual_size < part.size)
         to.warning(entry.place(),
-                   "actual size " + std::to_string(part.actual_size) + " is less than its " +
-                       std::to_string(part.size) +
-                       " bytes: the room is not checked for all of them",
+                   "actual size {actual_size} is less than its {size} bytes: the room is not "
+                   "checked for all of them",
                    {{"actual_size", part.actual_size}, {"size", part.size}});
 }
 
 void check_type(const part_entry &entry, findings &to)
 {
-    const int type = entry.part.type;
-    if (type >= part_type_count)
+    const auto type = static_cast<uint64_t>(entry.part.type);
+    if (entry.part.type >= part_type_count)
         to.warning(entry.place(),
-                   "type " + std::to_string(type) + " is above " +
-                       std::to_string(part_type_count - 1) + ": no device takes it" +
+                   "type {type} is above " + std::to_string(part_type_count - 1) +
+                       ": no device takes it" +
                        (entry.is_optional() ? "" : ", and every device refuses the package"),
-                   {{"type", static_cast<uint64_t>(type)}});
-    else if (!part_type_is_writable(type) && entry.part.size > 0)
+                   {{"type", type}});
+    else if (!part_type_is_writable(entry.part.type) && entry.part.size > 0)
         to.warning(entry.place(),
-                   "the flash writer refuses type " + std::to_string(type) +
-                       ": the upgrade fails on each device that takes the part",
-                   {{"type", static_cast<uint64_t>(type)}});
+                   "the flash writer refuses type {type}: the upgrade fails on each device that "
+                   "takes the part",
+                   {{"type", type}});
 }
 
 void check_texts(const part_entry &entry, findings &to)

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/fwpkg/commands.h"
 #include "tools/fwpkg/finding.h"
-#include "tools/fwpkg/options.h"
 #include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/planner.h"
 

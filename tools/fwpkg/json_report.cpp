@@ -2,8 +2,8 @@
 #include "tools/fwpkg/json_report.h"
 
 #include "tools/common/json.h"
+#include "tools/fwpkg/part_data.h"
 #include "tools/fwpkg/plan_report.h"
-#include "tools/fwpkg/sums.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {

@@ -12,7 +12,6 @@
 
 #include "tools/fwpkg/condition_report.h"
 #include "tools/fwpkg/difference.h"
-#include "tools/fwpkg/extractor.h"
 #include "tools/fwpkg/finding.h"
 #include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/planner.h"

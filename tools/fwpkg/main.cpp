@@ -11,99 +11,31 @@ namespace {
 
 using namespace fwpkg;
 
-/// A command of the grammar: what --help says of it, besides its options.
-struct command_face {
-    const char *name;
-    const char *what;
-    const char *examples; ///< each on a line of its own, indented by two
-    const char *good;     ///< what the exit statuses 0 and 1 mean
-    const char *bad;
-    int (*run)(const command_options &options);
-};
-
-constexpr command_face make_face = {
-    "make",
-    "Make a package from its manifest",
-    "  fwpkg make manifest.toml -o flash.pkg --key-file vendor.key\n"
-    "  fwpkg make manifest.toml -o - --json 2>flash.json | ssh server 'cat >flash.pkg'\n",
-    "made",
-    "made, and a --device would not take it",
-    make_command,
-};
-constexpr command_face show_face = {
-    "show",
-    "Show what a package holds, and its sums",
-    "  fwpkg show flash.pkg --key-file vendor.key\n",
-    "shown",
-    "shown as far as it can be read",
-    show_command,
-};
-constexpr command_face check_face = {
-    "check",
-    "Judge a package: what devices check, and what they trust",
-    "  fwpkg check flash.pkg --key-file vendor.key\n"
-    "  fwpkg check flash.pkg --strict --device rev1.toml --device rev2.toml\n",
-    "sound",
-    "errors, or warnings with --strict",
-    check_command,
-};
-constexpr command_face plan_face = {
-    "plan",
-    "Say what an upgrade would do to each device, and why",
-    "  fwpkg plan flash.pkg --device rev1.toml --device rev2.toml\n"
-    "  fwpkg plan flash.pkg --device rev1.toml --expect upgraded\n",
-    "planned; with --expect: as expected",
-    "a device comes to something else than --expect",
-    plan_command,
-};
-constexpr command_face diff_face = {
-    "diff",
-    "Say what differs between two packages",
-    "  fwpkg diff old.pkg new.pkg --key-file vendor.key\n"
-    "  fwpkg diff old.pkg new.pkg --device rev1.toml --json\n",
-    "the same, byte for byte",
-    "they differ",
-    diff_command,
-};
-constexpr command_face condition_face = {
-    "condition",
-    "Compile and explain a condition",
-    "  fwpkg condition 'ram:>=64 & board=rev2' ram=128 board=rev1\n",
-    "holds",
-    "does not hold",
-    condition_command,
-};
-constexpr command_face extract_face = {
-    "extract",
-    "Put the data of a package's parts back into files",
-    "  fwpkg extract flash.pkg parts --key-file vendor.key\n",
-    "extracted",
-    "the package is wrong, and nothing extracted",
-    extract_command,
-};
-
 /// Adds commands and options to the grammar.
 struct grammar {
     command_line &line;
     command_options &options;
 
-    [[nodiscard]] command add(const command_face &face) const
+    /// `examples` are lines, each indented by two; `good` and `bad` say what the exit statuses 0
+    /// and 1 mean.
+    [[nodiscard]] command add(const char *name, const char *what,
+                              int (*run)(const command_options &options), const char *examples,
+                              const char *good, const char *bad) const
     {
-        const command sub =
-            line.add(face.name, face.what, [&from = options, run = face.run] { return run(from); });
-        sub.footer(std::string("Examples:\n") + face.examples + "Exit status:\n  0  " + face.good +
-                   "\n  1  " + face.bad +
+        const command sub = line.add(name, what, [&from = options, run] { return run(from); });
+        sub.footer(std::string("Examples:\n") + examples + "Exit status:\n  0  " + good +
+                   "\n  1  " + bad +
                    "\n  2  trouble: wrong usage, a mistake in a description, a file or a key "
                    "that cannot be read");
         return sub;
     }
-    void add_file(const command &sub, const char *name, std::filesystem::path &to,
-                  const char *what) const
+    static void add_file(const command &sub, const char *name, std::filesystem::path &to,
+                         const char *what)
     {
         sub.add(name, to, what).required().type_name("");
     }
-    void add_key(const command &sub, const char *name, std::filesystem::path &to,
-                 const char *what = "The key; one newline at the end is not part of it") const
+    static void add_key(const command &sub, const char *name, std::filesystem::path &to,
+                        const char *what = "The key; one newline at the end is not part of it")
     {
         sub.add(name, to, what).type_name("FILE");
     }
@@ -122,7 +54,11 @@ struct grammar {
 
 void grammar::add_making() const
 {
-    const command make = add(make_face);
+    const command make =
+        add("make", "Make a package from its manifest", make_command,
+            "  fwpkg make manifest.toml -o flash.pkg --key-file vendor.key\n"
+            "  fwpkg make manifest.toml -o - --json 2>flash.json | ssh server 'cat >flash.pkg'\n",
+            "made", "made, and a --device would not take it");
     add_file(make, "MANIFEST", options.file, "The manifest, a TOML file; - for standard input");
     make.add("-o,--output", options.output,
              "The package to write; - for standard output, the report then goes to "
@@ -133,7 +69,10 @@ void grammar::add_making() const
     add_device(make, "A device that the package is for; may be repeated");
     add_json(make);
 
-    const command extract = add(extract_face);
+    const command extract =
+        add("extract", "Put the data of a package's parts back into files", extract_command,
+            "  fwpkg extract flash.pkg parts --key-file vendor.key\n", "extracted",
+            "the package is wrong, and nothing extracted");
     add_file(extract, "FILE", options.file, "The package; - for standard input");
     add_file(extract, "DIR", options.output, "The folder for the files");
     add_key(extract, "--key-file", options.key_file);
@@ -142,12 +81,17 @@ void grammar::add_making() const
 
 void grammar::add_looking() const
 {
-    const command show = add(show_face);
+    const command show = add("show", "Show what a package holds, and its sums", show_command,
+                             "  fwpkg show flash.pkg --key-file vendor.key\n", "shown",
+                             "shown as far as it can be read");
     add_file(show, "FILE", options.file, "The package; - for standard input");
     add_key(show, "--key-file", options.key_file);
     add_json(show);
 
-    const command diff = add(diff_face);
+    const command diff = add("diff", "Say what differs between two packages", diff_command,
+                             "  fwpkg diff old.pkg new.pkg --key-file vendor.key\n"
+                             "  fwpkg diff old.pkg new.pkg --device rev1.toml --json\n",
+                             "the same, byte for byte", "they differ");
     add_file(diff, "BEFORE", options.file, "The one package; - for standard input");
     add_file(diff, "AFTER", options.after, "The other");
     add_key(diff, "--key-file", options.key_file);
@@ -156,7 +100,9 @@ void grammar::add_looking() const
     add_device(diff, "Say what this device would write differently; may be repeated");
     add_json(diff);
 
-    const command condition = add(condition_face);
+    const command condition = add("condition", "Compile and explain a condition", condition_command,
+                                  "  fwpkg condition 'ram:>=64 & board=rev2' ram=128 board=rev1\n",
+                                  "holds", "does not hold");
     condition.add("TEXT", options.condition, "The condition").required().type_name("");
     condition.add("VALUES", options.values, "NAME=VALUE: what the device has").type_name("");
     add_json(condition);
@@ -164,14 +110,22 @@ void grammar::add_looking() const
 
 void grammar::add_judging() const
 {
-    const command check = add(check_face);
+    const command check =
+        add("check", "Judge a package: what devices check, and what they trust", check_command,
+            "  fwpkg check flash.pkg --key-file vendor.key\n"
+            "  fwpkg check flash.pkg --strict --device rev1.toml --device rev2.toml\n",
+            "sound", "errors, or warnings with --strict");
     add_file(check, "FILE", options.file, "The package; - for standard input");
     add_key(check, "--key-file", options.key_file);
     add_device(check, "A device that must take the package; may be repeated");
     check.add_flag("--strict", options.strict, "Warnings fail, too");
     add_json(check);
 
-    const command plan = add(plan_face);
+    const command plan = add(
+        "plan", "Say what an upgrade would do to each device, and why", plan_command,
+        "  fwpkg plan flash.pkg --device rev1.toml --device rev2.toml\n"
+        "  fwpkg plan flash.pkg --device rev1.toml --expect upgraded\n",
+        "planned; with --expect: as expected", "a device comes to something else than --expect");
     add_file(plan, "FILE", options.file, "The package; - for standard input");
     add_device(plan, "A device's description, its keys included; may be repeated").required();
     plan.add_flag("--details", options.details,

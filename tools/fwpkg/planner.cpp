@@ -342,9 +342,4 @@ device_plan plan_maker::plan(const named_device &target)
     return std::move(now.plan);
 }
 
-device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &target)
-{
-    return plan_maker(bytes).plan(target);
-}
-
 } // namespace fwpkg

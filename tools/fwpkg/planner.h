@@ -69,10 +69,8 @@ struct device_plan {
 /// where the trailer covers data.
 int64_t room_left(const planned_part &part);
 
-/// The plan for the package `bytes` (at most package_capacity) on `target`.
-device_plan plan_upgrade(std::span<const uint8_t> bytes, const named_device &target);
-
-/// The same for several devices: the package is deciphered and checked once for each key.
+/// Plans for the package `bytes`, at most package_capacity: it is deciphered and checked once for
+/// each key.
 class plan_maker {
 public:
     explicit plan_maker(std::span<const uint8_t> bytes); ///< outlive the object

@@ -6,7 +6,7 @@
 #include <cstdio>
 
 #include "tools/fwpkg/condition_code.h"
-#include "tools/fwpkg/sums.h"
+#include "tools/fwpkg/part_data.h"
 #include "tools/fwpkg/text.h"
 
 namespace fwpkg {

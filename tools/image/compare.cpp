@@ -51,13 +51,13 @@ void add_block(std::vector<run> &runs, uint64_t block, std::vector<size_t> owner
 
 } // namespace
 
-comparison compare(const reader &reader, std::span<const candidate> candidates)
+comparison compare(const reader &partition, std::span<const candidate> candidates)
 {
     comparison result;
     result.presences.resize(candidates.size());
     const uint64_t data_end =
-        reader.size < sizeof(partition_trailer) ? 0 : reader.size - sizeof(partition_trailer);
-    each_piece(reader, reader.size, [&](uint64_t offset, std::span<const uint8_t> piece) {
+        partition.size < sizeof(partition_trailer) ? 0 : partition.size - sizeof(partition_trailer);
+    each_piece(partition, partition.size, [&](uint64_t offset, std::span<const uint8_t> piece) {
         for (uint64_t at = 0; at < piece.size(); at += block_size) {
             const std::span block = piece.subspan(at, std::min(block_size, piece.size() - at));
             const bool erased =
@@ -71,22 +71,22 @@ comparison compare(const reader &reader, std::span<const candidate> candidates)
     });
     for (size_t index = 0; index < candidates.size(); index++) {
         const uint64_t size = candidates[index].data.size();
-        presence &presence = result.presences[index];
-        presence.blocks = (std::min(size, data_end) + block_size - 1) / block_size;
-        presence.whole = size <= reader.size && presence.matching == presence.blocks;
+        presence &found = result.presences[index];
+        found.blocks = (std::min(size, data_end) + block_size - 1) / block_size;
+        found.whole = size <= partition.size && found.matching == found.blocks;
     }
     return result;
 }
 
-content_state judge_content(const comparison &comparison)
+content_state judge_content(const comparison &result)
 {
-    if (comparison.erased)
+    if (result.erased)
         return content_state::erased;
     bool any = false;
-    for (const presence &presence : comparison.presences) {
-        if (presence.whole && presence.blocks > 0)
+    for (const presence &found : result.presences) {
+        if (found.whole && found.blocks > 0)
             return content_state::whole;
-        any = any || presence.matching > 0;
+        any = any || found.matching > 0;
     }
     return any ? content_state::mixed : content_state::unknown;
 }

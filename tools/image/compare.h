@@ -9,11 +9,12 @@
 #include <string>
 #include <vector>
 
+#include "package/format.h"
 #include "tools/image/reader.h"
 
 namespace image {
 
-constexpr uint64_t block_size = 4096; ///< that of the device's block buffer: one write each
+constexpr uint64_t block_size = package_block_size; ///< one write of the device each
 
 /// What one part of one package would leave, from the partition's first byte on.
 struct candidate {
@@ -58,10 +59,10 @@ enum class content_state {
 /// them. Behind its data a block is not the candidate's. Runs are as long as can be from the front:
 /// a block that belongs to several candidates continues the run that it follows. Throws what the
 /// reader throws.
-comparison compare(const reader &reader, std::span<const candidate> candidates);
+comparison compare(const reader &partition, std::span<const candidate> candidates);
 
 /// The same, in one word. A candidate without data is never "whole" of anything.
-content_state judge_content(const comparison &comparison);
+content_state judge_content(const comparison &result);
 
 /// "erased", "whole", "mixed", "unknown".
 const char *name(content_state state);

@@ -57,14 +57,14 @@ reader memory_reader(std::span<const uint8_t> content)
             }};
 }
 
-void each_piece(const reader &reader, uint64_t size,
+void each_piece(const reader &partition, uint64_t size,
                 const std::function<bool(uint64_t offset, std::span<const uint8_t>)> &take)
 {
     constexpr uint64_t piece_size = 65536;
     std::vector<uint8_t> buffer(std::min(size, piece_size));
     for (uint64_t offset = 0; offset < size; offset += piece_size) {
         const std::span<uint8_t> piece(buffer.data(), std::min(piece_size, size - offset));
-        reader.read(offset, piece);
+        partition.read(offset, piece);
         if (!take(offset, piece))
             return;
     }

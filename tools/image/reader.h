@@ -28,7 +28,7 @@ reader memory_reader(std::span<const uint8_t> content);
 
 /// Calls `take` for the bytes from 0 to `size` in order, in pieces of at most 64 KiB, until they
 /// are all told or it gives false. Pieces but the last have whole blocks of 4096 bytes.
-void each_piece(const reader &reader, uint64_t size,
+void each_piece(const reader &partition, uint64_t size,
                 const std::function<bool(uint64_t offset, std::span<const uint8_t>)> &take);
 
 } // namespace image

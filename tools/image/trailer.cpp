@@ -9,14 +9,14 @@
 
 namespace image {
 
-trailer_verdict judge_trailer(const reader &reader)
+trailer_verdict judge_trailer(const reader &partition)
 {
     trailer_verdict verdict;
     partition_trailer trailer;
     std::array<uint8_t, sizeof trailer> bytes;
-    if (reader.size < bytes.size())
+    if (partition.size < bytes.size())
         return verdict;
-    reader.read(reader.size - bytes.size(), bytes);
+    partition.read(partition.size - bytes.size(), bytes);
     memcpy(&trailer, bytes.data(), sizeof trailer);
     verdict.crc = trailer.crc;
     verdict.length = trailer.length;
@@ -27,10 +27,10 @@ trailer_verdict judge_trailer(const reader &reader)
     if (!verdict.magic_right || !verdict.check_right)
         return verdict;
     verdict.state = trailer_state::crc_wrong;
-    if (trailer.length > reader.size)
+    if (trailer.length > partition.size)
         return verdict;
     uint32_t crc = 0;
-    each_piece(reader, trailer.length, [&crc](uint64_t, std::span<const uint8_t> piece) {
+    each_piece(partition, trailer.length, [&crc](uint64_t, std::span<const uint8_t> piece) {
         crc = crc32(crc, piece.data(), piece.size());
         return true;
     });

@@ -33,7 +33,7 @@ struct trailer_verdict {
 /// Judges the partition's last 16 bytes, words in this machine's byte order (docs/power-cuts.md has
 /// the layout), and reads the bytes that they cover. A length of 0 is valid with the CRC 0. Throws
 /// what the reader throws.
-trailer_verdict judge_trailer(const reader &reader);
+trailer_verdict judge_trailer(const reader &partition);
 
 /// "valid", "CRC wrong", "no trailer".
 const char *name(trailer_state state);

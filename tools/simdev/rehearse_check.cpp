@@ -8,8 +8,8 @@
 #include "flash/crc32.h"
 #include "flash/trailer.h"
 #include "platform/device.h"
-#include "tools/common/toml_text.h"
-#include "tools/fwpkg/sums.h"
+#include "tools/common/toml.h"
+#include "tools/fwpkg/part_data.h"
 #include "tools/simdev/report.h"
 #include "tools/simdev/work.h"
 
@@ -165,23 +165,15 @@ std::vector<std::string> read_expectations(const std::string &expect,
         return device.filename().string();
     };
     std::vector<std::string> expected(devices.size());
-    toml::table table;
-    try {
-        table = parse_toml(read_text(expect));
-    } catch (const toml::parse_error &error) {
-        throw failure(expect + ":" + std::to_string(error.source().begin.line) + ": " +
-                      std::string(error.description()));
-    }
-    for (auto &&[key, node] : table) {
-        const std::string place = expect + ":" + std::to_string(key.source().begin.line) + ": ";
-        const std::string result = node.value_or<std::string>("");
+    for (const toml_value &value : parse_toml(read_text(expect), expect).members()) {
+        constexpr char expects[] = "upgraded, refused, failed or endless, in quotes";
+        const std::string result = value.text(expects);
         if (std::ranges::find(results, result) == results.end())
-            throw failure(place + "\"" + std::string(key.str()) +
-                          "\" must be upgraded, refused, failed or endless, in quotes");
-        if (std::ranges::find(devices, std::string(key.str()), name) == devices.end())
-            throw failure(place + "no device is called \"" + std::string(key.str()) + "\"");
+            value.fail(value.subject + " must be " + expects);
+        if (std::ranges::find(devices, value.key, name) == devices.end())
+            value.fail("no device is called " + value.subject);
         for (size_t index = 0; index < devices.size(); index++)
-            if (name(devices[index]) == key.str())
+            if (name(devices[index]) == value.key)
                 expected[index] = result;
     }
     for (size_t index = 0; index < devices.size(); index++)
