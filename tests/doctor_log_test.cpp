@@ -13,6 +13,7 @@
 namespace {
 
 using namespace doctor;
+using namespace std::string_literals;
 
 log_file read(const std::string &text)
 {
@@ -34,11 +35,10 @@ const std::string writing = start + "UPGRD_STAGE=DOWNLOADING\nUPGRD_PERCENTAGE=1
 
 TEST(DoctorLog, FindsMessagesThatRunTogether)
 {
-    struct row {
+    const struct {
         const char *line;
         std::vector<std::string> found; // "format > first argument"
-    };
-    const row rows[] = {
+    } rows[] = {
         {"ftp.c:open_socket:106: connect error: Host is downftp.c:ftpcmd:127: fgets error: "
          "Bad file descriptorUPGRD_ERROR=DOWNLOAD FAILED",
          {"ftp.c:open_socket:106: connect error: %s > Host is down",
@@ -55,10 +55,13 @@ TEST(DoctorLog, FindsMessagesThatRunTogether)
         {"len: 1024, rlen=-1", {"len: %d, rlen=%d\n > 1024"}},
         {"_httpc_read_char:1: ", {"_httpc_read_char:%d: %c-%d\n > 1"}}, // a newline was read
         {"reset watchdog error: ", {"reset watchdog error: %s\n > "}},
+        {"iobuf->total = -5", {"iobuf->total = %d\n > -5"}},
+        {"ftp.c:ftp_downloader_download:310: RETR: Data connection already open; go",
+         {"ftp.c:ftp_downloader_download:310: RETR: Data connection already open%s\n > ; go"}},
         {"open a window for writing", {}},
         {"", {}},
     };
-    for (const row &row : rows) {
+    for (const auto &row : rows) {
         std::vector<std::string> found;
         for (const message &message : find_messages(row.line))
             found.push_back(message.row->format +
@@ -186,6 +189,20 @@ TEST(DoctorLog, TellsWhatIsLeftOnTheDevice)
         EXPECT_NE(document.find(part), std::string::npos) << part << "\nis not in\n" << document;
 }
 
+TEST(DoctorLog, TellsHowFarARunCame)
+{
+    const std::string part = "UPGRD_STAGE=DOWNLOADING\nUPGRD_PERCENTAGE=40\n";
+    const std::string brought = "iobuf->total = 4096\n";
+    for (const auto &[text, reached] :
+         {std::pair{part, "downloading, 40 %"s},
+          {part + brought + "Bad version: 2\n", "checking the package, 4096 bytes"},
+          {brought, "downloaded, 4096 bytes"},
+          {brought + "UPGRD_STAGE=WRITING\n", "writing"},
+          {"UPGRD_STAGE=DONE\nUPGRD_PERCENTAGE=9\n", "done"}})
+        EXPECT_NE(log_text(read(text)).find("  reached    " + reached + "\n"), std::string::npos)
+            << log_text(read(text));
+}
+
 TEST(DoctorLog, ReadsAnyLineEndAndForgetsTheOldestRuns)
 {
     std::string windows;
@@ -196,8 +213,9 @@ TEST(DoctorLog, ReadsAnyLineEndAndForgetsTheOldestRuns)
     for (int i = 0; i < 103; i++)
         many += "download start ...\nurl = " + std::to_string(i) + "\n";
     const log_file file = read(many);
-    EXPECT_EQ(file.forgotten, 3U);
-    EXPECT_EQ(file.runs.front().url, "3");
+    EXPECT_TRUE(log_text(file).starts_with("3 earlier runs are not shown\n"
+                                           "run 4 of 103, lines 7 to 8\n"
+                                           "  url        3\n"));
     // A message behind a line that is longer than any of the program's.
     const std::string mixed = std::string(300'000, '\0') + "\n" + start;
     EXPECT_EQ(read(mixed).runs.back().first_line, 2U);

@@ -35,17 +35,21 @@ TEST(Image, JudgesTheTrailerByCheckWordThenByCrc)
         text[at] = static_cast<char>(text[at] ^ 1);
         return text;
     };
-    // Length and check word 8 or 33 higher.
-    std::string other_length = whole;
-    other_length[20] = 33;
-    other_length[24] = '\x78';
-    struct row {
+    const auto with_length = [&whole](char length) {
+        std::string text = whole;
+        text[20] = length;
+        text[24] = static_cast<char>(text[24] + length - 9);
+        return text;
+    };
+    const std::string pieces(65537, 'a'); // read in two
+    const std::string trailer_of_pieces("\x5F\x71\x76\xC5\1\0\1\0\x91\xE1\xB9\t\x31\x70\x42\x44",
+                                        16);
+    const struct {
         std::string content;
         trailer_state state;
         const char *name;
         std::optional<uint32_t> crc;
-    };
-    const row rows[] = {
+    } rows[] = {
         {whole, trailer_state::valid, "valid", 0xCBF43926},
         {changed(10), trailer_state::valid, "valid", 0xCBF43926}, // behind the length
         {changed(8), trailer_state::crc_wrong, "CRC wrong", 0xBCF309B0},
@@ -53,11 +57,14 @@ TEST(Image, JudgesTheTrailerByCheckWordThenByCrc)
         {changed(20), trailer_state::none, "no trailer", {}},
         {changed(24), trailer_state::none, "no trailer", {}},
         {changed(28), trailer_state::none, "no trailer", {}},
-        {other_length, trailer_state::crc_wrong, "CRC wrong", {}}, // more than there is
+        {with_length(17), trailer_state::crc_wrong, "CRC wrong", 0xCC6FBCF9},
+        {with_length(32), trailer_state::crc_wrong, "CRC wrong", 0xD6800967},
+        {with_length(33), trailer_state::crc_wrong, "CRC wrong", {}}, // more than there is
+        {pieces + trailer_of_pieces, trailer_state::valid, "valid", 0xC576715F},
         {whole.substr(17), trailer_state::none, "no trailer", {}},
         {"", trailer_state::none, "no trailer", {}},
     };
-    for (const row &row : rows) {
+    for (const auto &row : rows) {
         const image::trailer_verdict verdict = judge_trailer(text_reader(row.content));
         EXPECT_EQ(verdict.state, row.state) << &row - rows;
         EXPECT_STREQ(name(verdict.state), row.name);
@@ -99,12 +106,11 @@ TEST(Image, TellsWhoseBlocksAPartitionHolds)
     // A block of its own each at the end, which the trailer is in.
     const std::string older = blocks("aabb") + "old end";
     const std::string newer = blocks("acbd") + std::string(4000, 'n');
-    struct row {
+    const struct {
         std::string content;
         const char *runs;
         const char *state;
-    };
-    const row rows[] = {
+    } rows[] = {
         {blocks("......"), "0+6 erased; ", "erased"},
         {older + blocks("x"), "0+5 0; 5+1 -; ", "whole"},
         {newer + std::string(8192 - 4000, '\xFF'), "0+5 1; 5+1 erased; ", "whole"},
@@ -115,7 +121,7 @@ TEST(Image, TellsWhoseBlocksAPartitionHolds)
         {"", "", "erased"},
     };
     const std::array candidates = {text_candidate("old", older), text_candidate("new", newer)};
-    for (const row &row : rows) {
+    for (const auto &row : rows) {
         const image::comparison found = compare(text_reader(row.content), candidates);
         EXPECT_EQ(text(found.runs), row.runs) << &row - rows;
         EXPECT_STREQ(name(judge_content(found)), row.state) << &row - rows;

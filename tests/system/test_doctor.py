@@ -90,6 +90,12 @@ def test_the_true_cause_is_named_first(name, nginx, ports, make_device, serve_tf
     assert set(said["partitions"]) == written
 
 
+def test_the_last_run_decides_the_exit_status():
+    failed = b"download start ...\nUPGRD_ERROR=DOWNLOAD FAILED\n"
+    assert explain(failed + b"download start ...\nUPGRD_STAGE=DONE\n")[1] == 0
+    assert explain(b"download start ...\nUPGRD_STAGE=DONE\n" + failed)[1] == 1
+
+
 def test_what_is_no_log_gets_one_line(tmp_path):
     for log, lines in ((b"", 0), (bytes(3_000_000), 1),
                        (b"Linux version 6.1\nmtd: block 7 is bad\n" * 50, 100)):

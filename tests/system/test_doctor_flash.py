@@ -171,6 +171,8 @@ def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
         assert verdict["boot_loader"] == {"crc": state == "valid",
                                           "check_word_alone": state != "no trailer"}, name
         assert verdict["advice"].startswith(advice), name
+        if state == "CRC wrong" and "beyond" not in name:
+            assert verdict["trailer"]["content_crc"] == f"{zlib.crc32(row[0][:len(part)]):08x}"
     assert boot_loader(tmp_path / "whole", fail_at=1) == UNREADABLE
     assert boot_loader(tmp_path / "whole", fail_at=3) == UNREADABLE
 
@@ -212,19 +214,26 @@ def test_what_cannot_be_judged_or_compared_is_said(tmp_path):
 
 
 def test_of_several_parts_it_holds_the_one_that_the_trailer_names(tmp_path):
-    parts = {"short": data(2)[:4096], "long": data(2)[:8192]}
-    packages = []
-    for name, part in parts.items():
-        (tmp_path / name).write_bytes(make_package([Part(2, part)]))
-        packages += ["--package", tmp_path / name]
-    dump = tmp_path / "dump"
-    for size, named, held, advice in ((65536, parts["short"], "short", "Nothing"),
-                                      (65536, parts["long"], "long", "Nothing"),
-                                      (65536, b"?", "long", "Run the upgrade again with"),
-                                      (8192, b"?", "long", "Make the part smaller")):
-        dump.write_bytes(parts["long"].ljust(65536, b"\xff")[:size - 16] + trailer(named))
-        verdict = fwdoctor(dump, *packages)[0][0]
-        assert verdict["holds"]["package"] == str(tmp_path / held)
+    """"other" differs from "long" where the trailer of a small partition stands alone; "inside" begins
+    within a block, and the device writes it from the beginning of that."""
+    short, long = data(2)[:BLOCK], data(2)[:3 * BLOCK]
+    other, inside = long[:-1] + b"?", Part(2, data(3)[9:5000], offset=4096 + 9)
+    for name, part in {"short": Part(2, short), "long": Part(2, long), "other": Part(2, other),
+                       "inside": inside}.items():
+        (tmp_path / name).write_bytes(make_package([part]))
+    packages = [word for name in ("short", "long", "other", "inside") for word in ("--package", name)]
+    written = (tmp_path / "inside").read_bytes()[BLOCK:][:len(inside.data)]
+    for content, size, named, held, advice in (
+            (long, 65536, short, "short", "Nothing"),
+            (long, 65536, long, "long", "Nothing"),
+            (long, 65536, b"?", "long", "Run the upgrade again with long: all"),
+            (long, 3 * BLOCK, long, "long", "Make the part smaller"),
+            (long, 3 * BLOCK, other, "other", "Make the part smaller"),
+            (written, 65536, written, "inside", "Nothing"),
+            (b"?" * BLOCK + long[BLOCK:][:BLOCK], 65536, b"?", None, "Run the upgrade again with long: it")):
+        (tmp_path / "dump").write_bytes(content.ljust(65536, b"\xff")[:size - 16] + trailer(named))
+        verdict = fwdoctor("dump", *packages, cwd=tmp_path)[0][0]
+        assert (verdict["holds"] and verdict["holds"]["package"]) == held
         assert verdict["advice"].startswith(advice)
 
 

@@ -1,19 +1,35 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 //
-// The files that a command line names, read for the commands.
+// What the user asked for, and the files that the command line names, read for the commands.
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "tools/fwpkg/commands.h"
 #include "tools/fwpkg/finding.h"
 #include "tools/fwpkg/package_file.h"
 #include "tools/fwpkg/planner.h"
 
 namespace fwpkg {
+
+/// Whatever a command line can say; each command looks at its own.
+struct command_options {
+    std::filesystem::path file;   ///< the manifest of `make`, else the package; "-": standard input
+    std::filesystem::path after;  ///< the second package of `diff`
+    std::filesystem::path output; ///< the package of `make`, the folder of `extract`
+    std::filesystem::path key_file;       ///< empty for none
+    std::filesystem::path key_file_after; ///< of the second package of `diff`; empty: the same key
+    std::vector<std::filesystem::path> devices;
+    std::string condition;
+    std::vector<std::string> values; ///< NAME=VALUE
+    std::string expect;              ///< "upgraded", "refused" or empty
+    bool strict = false;
+    bool details = false;
+    bool json = false;
+};
 
 /// Throws failure where standard input is named more than once.
 void require_one_standard_input(const command_options &options);
