@@ -88,21 +88,21 @@ TEST(Report, ShowsAPackageWithItsSums)
 TEST(Sums, AreOfWhatTheDeviceWrites)
 {
     const bytes blocks(3 * 4096, 0);
-    const auto written = [&](uint32_t offset, uint32_t size) {
-        package_part part{};
-        part.offset = offset;
-        part.size = size;
-        const auto found = written_data(blocks, part);
-        return found.empty() ? std::pair<long, size_t>{-1, 0}
-                             : std::pair<long, size_t>{found.data() - blocks.data(), found.size()};
+    const struct {
+        uint32_t offset, size;
+        long begin; // of what is written: -1 for nothing
+    } rows[] = {
+        {4096, 100, 4096}, {8191, 4097, 4096},     {4096, 8192, 4096},
+        {4096, 8193, -1},  {0xFFFFF000, 4096, -1}, {4096, 0, -1},
     };
-    using place = std::pair<long, size_t>;
-    EXPECT_EQ(written(4096, 100), (place{4096, 100}));
-    EXPECT_EQ(written(8191, 4097), (place{4096, 4097})) << "from the beginning of the block";
-    EXPECT_EQ(written(4096, 8192), (place{4096, 8192}));
-    EXPECT_EQ(written(4096, 8193), (place{-1, 0}));
-    EXPECT_EQ(written(0xFFFFF000, 4096), (place{-1, 0}));
-    EXPECT_EQ(written(4096, 0), (place{-1, 0}));
+    for (const auto &row : rows) {
+        package_part part{};
+        part.offset = row.offset;
+        part.size = row.size;
+        const auto found = written_data(blocks, part);
+        EXPECT_EQ(found.empty() ? -1 : found.data() - blocks.data(), row.begin) << row.size;
+        EXPECT_EQ(found.size(), row.begin < 0 ? 0 : row.size);
+    }
 }
 
 TEST(Report, SaysWhatEachDeviceDoes)
@@ -195,22 +195,13 @@ TEST(Report, SaysWhatDiffers)
               "part 0 (kernel), now part 1: offset 4096, now 12288; conditions board=a, now "
               "board=c; the same 2 blocks\n"
               "part 1 (kernel), now part 0: offset 12288, now 4096; the same 2 blocks\n");
-}
-
-TEST(Report, NamesTheFirstRunsOfBlocksThatDiffer)
-{
-    std::string changed(20 * 4096, 'x');
-    const maker_folder folder{{"x", changed}};
-    const bytes before = folder.make("[[part]]\ntype=2\nfile='x'\n");
+    std::string many(20 * 4096, 'x');
+    folder.add("x", many);
+    const bytes all_x = folder.make(part("a"));
     for (size_t block = 0; block < 20; block += 2)
-        changed[block * 4096] = 'y';
-    folder.add("x", changed);
-    const bytes after = folder.make("[[part]]\ntype=2\nfile='x'\n");
-    const package_file file_before = open_package(before, {});
-    const package_file file_after = open_package(after, {});
-    const package_difference found =
-        compare_packages({before, file_before}, {after, file_after}, {});
-    EXPECT_TRUE(difference_text(found, "a", "b")
+        many[block * 4096] = 'y';
+    folder.add("x", many);
+    EXPECT_TRUE(compared(all_x, folder.make(part("a")))
                     .ends_with("part 0 (kernel): 10 of 20 blocks changed: 0, 2, 4, 6, 8, 10, 12, "
                                "14 and 2 more runs\n"));
 }

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,10 @@ public:
     json(const std::vector<type> &elements) : json(array({elements.begin(), elements.end()}))
     {
     }
+    template<typename type>
+    json(const std::optional<type> &value) : json(value ? json(*value) : json())
+    {
+    }
     json(const json &other);
     json(json &&other) noexcept;
     json &operator=(const json &other);
@@ -39,6 +44,14 @@ public:
     ~json();
 
     static json array(std::vector<json> elements = {});
+    /// The elements of `all` through `one`.
+    template<typename list, typename function> static json array_of(const list &all, function one)
+    {
+        json made = array();
+        for (const auto &each : all)
+            made.push_back(one(each));
+        return made;
+    }
     static json object();
 
     /// The member `name`, which is added as null where there is none. What this is called for is an

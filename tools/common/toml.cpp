@@ -105,11 +105,6 @@ bool toml_value::is_integer() const
     return node_of(*this).is_integer();
 }
 
-bool toml_value::is_text() const
-{
-    return node_of(*this).is_string();
-}
-
 toml_value parse_toml(std::string_view text, const std::string &file)
 {
     constexpr int dot_limit = 10'000; // a third of what the usual stack bears

@@ -34,7 +34,6 @@ struct toml_value {
     /// Those of an array that has nothing but tables.
     [[nodiscard]] std::vector<toml_value> tables() const;
     [[nodiscard]] bool is_integer() const;
-    [[nodiscard]] bool is_text() const;
 };
 
 /// The table that `text` is; `file` is its name. Fails also for a text with more dots than any file

@@ -100,16 +100,12 @@ json verdict_json(const partition_verdict &verdict, const std::vector<known_part
                     {"type", parts[index].type}};
     };
     const image::trailer_verdict &trailer = verdict.trailer;
-    json runs = json::array();
-    for (const image::run &run : verdict.comparison.runs) {
-        json owners = json::array();
-        for (const size_t owner : run.owners)
-            owners.push_back(part_json(owner));
-        runs.push_back({{"first", run.first},
-                        {"count", run.count},
-                        {"parts", owners},
-                        {"erased", run.erased}});
-    }
+    const auto run_json = [&part_json](const image::run &run) -> json {
+        return {{"first", run.first},
+                {"count", run.count},
+                {"parts", json::array_of(run.owners, part_json)},
+                {"erased", run.erased}};
+    };
     const bool valid = trailer.state == image::trailer_state::valid;
     return {
         {"path", printable(verdict.path)},
@@ -125,7 +121,7 @@ json verdict_json(const partition_verdict &verdict, const std::vector<known_part
           {"content_crc", trailer.content_crc ? json(hex_word(*trailer.content_crc)) : json()}}},
         {"content", image::name(verdict.content)},
         {"holds", verdict.holds ? part_json(*verdict.holds) : json()},
-        {"runs", runs},
+        {"runs", json::array_of(verdict.comparison.runs, run_json)},
         {"boot_loader",
          {{"crc", valid}, {"check_word_alone", trailer.state != image::trailer_state::none}}},
         {"whole", verdict.whole},

@@ -172,32 +172,28 @@ json run_json(const run_log &run)
                                     {"different_blocks", partition.different},
                                     {"unreadable_blocks", partition.unreadable},
                                     {"checksum_failed", partition.trailer_failed}};
-    json lines = json::array();
-    for (const finding *said : evidence(run, found))
-        lines.push_back({{"line", said->first_line},
-                         {"last_line", said->last_line},
-                         {"count", said->count},
-                         {"text", show(said->text)},
-                         {"meaning", show(meaning_of(*said))}});
-    json status;
-    if (run.exit_status)
-        status = *run.exit_status;
-    else if (face.status >= 0)
-        status = face.status;
+    const auto evidence_json = [](const finding *said) -> json {
+        return {{"line", said->first_line},
+                {"last_line", said->last_line},
+                {"count", said->count},
+                {"text", show(said->text)},
+                {"meaning", show(meaning_of(*said))}};
+    };
+    const json face_status = face.status >= 0 ? json(face.status) : json();
     return {{"first_line", run.first_line},
             {"last_line", run.last_line},
             {"begins_in_log", run.complete},
             {"url", run.url.empty() ? json() : json(show(run.url))},
             {"result", face.name},
-            {"exit_status", status},
+            {"exit_status", run.exit_status ? json(run.exit_status) : face_status},
             {"cause", show(found.cause)},
             {"remedies", found.remedies},
             {"reached", phase_names[static_cast<size_t>(run.reached)]},
-            {"percent", run.percent ? json(*run.percent) : json()},
+            {"percent", run.percent},
             {"attempts", run.attempts},
             {"network", network_names[static_cast<size_t>(found.network)]},
             {"partitions", partitions},
-            {"evidence", lines}};
+            {"evidence", json::array_of(evidence(run, found), evidence_json)}};
 }
 
 } // namespace
@@ -219,13 +215,10 @@ std::string log_text(const log_file &file)
 
 json log_json(const log_file &file)
 {
-    json runs = json::array();
-    for (const run_log &run : file.runs)
-        runs.push_back(run_json(run));
     return {{"format", 1}, // docs/json.md
             {"lines", file.lines},
             {"runs_not_shown", file.forgotten},
-            {"runs", runs}};
+            {"runs", json::array_of(file.runs, run_json)}};
 }
 
 } // namespace doctor

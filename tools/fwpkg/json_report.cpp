@@ -14,20 +14,6 @@ std::string text_of(const json &document)
     return document.dump(2) + "\n";
 }
 
-/// The elements of `all` through `one`; an empty array for none.
-template<typename list, typename function> json array_of(const list &all, function one)
-{
-    json result = json::array();
-    for (const auto &each : all)
-        result.push_back(one(each));
-    return result;
-}
-
-template<typename type> json or_null(const std::optional<type> &value)
-{
-    return value ? json(*value) : json();
-}
-
 json file_json(const summed_file &file)
 {
     return {{"file", printable(file.name)}, {"size", file.size}, {"sha256", file.sha256}};
@@ -56,7 +42,7 @@ json part_json(const part_entry &entry, const std::optional<part_sums> &sums)
             {"optional", entry.is_optional()},
             {"conditions",
              {{"bytes", hex(entry.conditions())}, {"text", text.text}, {"exact", text.exact}}},
-            {"features", array_of(list_features(entry.features()), feature_json)},
+            {"features", json::array_of(list_features(entry.features()), feature_json)},
             {"crc32", sums ? json(hex_word(sums->crc32)) : json()},
             {"sha256", sums ? json(sums->sha256) : json()}};
 }
@@ -101,12 +87,12 @@ json planned_part_json(const planned_part &part)
     return {{"place", part.place},
             {"outcome", outcome_name(part.outcome)},
             {"reason", part.reason},
-            {"conditions", array_of(part.conditions, comparison_json)},
+            {"conditions", json::array_of(part.conditions, comparison_json)},
             {"requirement_text",
              part.requirement_text ? json(printable(*part.requirement_text)) : json()},
-            {"requirement", array_of(part.requirement, comparison_json)},
+            {"requirement", json::array_of(part.requirement, comparison_json)},
             {"partition", printable(part.partition)},
-            {"partition_size", or_null(part.partition_size)},
+            {"partition_size", part.partition_size},
             {"room_left", part.partition_size ? json(room_left(part)) : json()},
             {"bytes", part.bytes},
             {"blocks", part.blocks},
@@ -121,7 +107,7 @@ json device_json(const device_plan &plan)
             {"reason", plan.reason},
             {"blocks", plan.blocks},
             {"milliseconds", plan.milliseconds},
-            {"parts", array_of(plan.parts, planned_part_json)}};
+            {"parts", json::array_of(plan.parts, planned_part_json)}};
 }
 
 json field_json(const changed_field &one)
@@ -134,26 +120,26 @@ json blocks_json(const changed_blocks &blocks)
     return {{"before", blocks.before},
             {"after", blocks.after},
             {"changed", blocks.changed},
-            {"runs", array_of(blocks.runs, [](const auto &run) {
+            {"runs", json::array_of(blocks.runs, [](const auto &run) {
                  return json::array({run.first, run.second});
              })}};
 }
 
 json changed_part_json(const changed_part &part)
 {
-    return {{"before", or_null(part.before)},
-            {"after", or_null(part.after)},
+    return {{"before", part.before},
+            {"after", part.after},
             {"type_name", part.type},
             {"same", part.same()},
-            {"fields", array_of(part.fields, field_json)},
+            {"fields", json::array_of(part.fields, field_json)},
             {"blocks", blocks_json(part.blocks)}};
 }
 
 json changed_partition_json(const changed_partition &one)
 {
     return {{"partition", printable(one.partition)},
-            {"part_before", or_null(one.part_before)},
-            {"part_after", or_null(one.part_after)},
+            {"part_before", one.part_before},
+            {"part_after", one.part_after},
             {"blocks", blocks_json(one.blocks)}};
 }
 
@@ -164,7 +150,7 @@ json changed_device_json(const changed_device &one)
             {"result_before", result_name(one.before)},
             {"result_after", result_name(one.after)},
             {"reason_after", one.after.reason},
-            {"partitions", array_of(one.partitions, changed_partition_json)}};
+            {"partitions", json::array_of(one.partitions, changed_partition_json)}};
 }
 
 json explained_json(const explained_item &one)
@@ -194,9 +180,9 @@ std::string make_json(const package_file &file, const summed_file &output,
 {
     json result{{"format", json_format}};
     result.merge(file_json(output));
-    result["inputs"] = array_of(inputs, file_json);
+    result["inputs"] = json::array_of(inputs, file_json);
     add_package(result, file);
-    result["findings"] = array_of(found, finding_json);
+    result["findings"] = json::array_of(found, finding_json);
     return text_of(result);
 }
 
@@ -205,14 +191,14 @@ std::string check_json(const std::string &name, const std::vector<finding> &foun
     return text_of({{"format", json_format},
                     {"file", printable(name)},
                     {"sound", sound},
-                    {"findings", array_of(found, finding_json)}});
+                    {"findings", json::array_of(found, finding_json)}});
 }
 
 std::string plan_json(const std::string &name, const std::vector<device_plan> &plans)
 {
     return text_of({{"format", json_format},
                     {"file", printable(name)},
-                    {"devices", array_of(plans, device_json)}});
+                    {"devices", json::array_of(plans, device_json)}});
 }
 
 std::string diff_json(const package_difference &difference, const std::string &before_name,
@@ -222,9 +208,9 @@ std::string diff_json(const package_difference &difference, const std::string &b
                     {"before", printable(before_name)},
                     {"after", printable(after_name)},
                     {"same", difference.same},
-                    {"fields", array_of(difference.fields, field_json)},
-                    {"parts", array_of(difference.parts, changed_part_json)},
-                    {"devices", array_of(difference.devices, changed_device_json)}});
+                    {"fields", json::array_of(difference.fields, field_json)},
+                    {"parts", json::array_of(difference.parts, changed_part_json)},
+                    {"devices", json::array_of(difference.devices, changed_device_json)}});
 }
 
 std::string condition_json(const std::string &text, const condition_report &report)
@@ -232,7 +218,7 @@ std::string condition_json(const std::string &text, const condition_report &repo
     return text_of({{"format", json_format},
                     {"text", printable(text)},
                     {"bytes", hex(report.code)},
-                    {"items", array_of(report.items, explained_json)},
+                    {"items", json::array_of(report.items, explained_json)},
                     {"holds", report.holds},
                     {"warnings", report.warnings}});
 }
@@ -241,7 +227,7 @@ std::string extract_json(const std::string &name, const std::vector<summed_file>
 {
     return text_of({{"format", json_format},
                     {"file", printable(name)},
-                    {"files", array_of(files, file_json)}});
+                    {"files", json::array_of(files, file_json)}});
 }
 
 } // namespace fwpkg
