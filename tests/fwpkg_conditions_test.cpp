@@ -74,6 +74,7 @@ TEST(ConditionWarnings, AreNamedOnceEach)
         {"a=1 | b=1 & c=1", "there is no precedence"},
         {"| a=1", "a leading \"|\" makes"},
         {"a=1 | ! b=1", "\"| !\": the last of two operators in a row counts, here \"!\" alone"},
+        {"! ! a=1", "\"! !\": the last of two operators in a row counts, here \"!\" alone"},
         {"a=1 &", "\"&\" has nothing behind it"},
         {"a=1 ) b=1", "a \")\" without its \"(\" ends"},
         {"( ( a=1", "a \"(\" without its \")\" runs to the end"},
@@ -132,6 +133,7 @@ TEST(Overlap, IsFoundWhereADeviceCanMeetBoth)
         {"ram:>64", "ram:<65", none},
         {"v>a", "v<ab", some},               // between the two
         {"ram:>2147483647", "ram:<0", some}, // where the difference wraps
+        {"ram:>10", "ram:<0", some},         // far from both
         {"! ( a=1 | b=1 )", "a=1 | b=1", none},
         {"a=5", "a:<5", mixed},
         {"a=1 & b=1 & c=1 & d=1 & e=1 & f=1 & g=1 & h=1 & i=1 & j=1 & k=1", "a=2", too_many},

@@ -1,9 +1,6 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <regex>
 #include <sstream>
 
@@ -104,9 +101,7 @@ TEST(Maker, SaysWhereAndHowMany)
                               {"large", std::string(3'000'000, 'x')}};
     const std::string part = "[[part]]\ntype='app'\nfile='data'\n";
     const std::string large = "[[part]]\ntype=2\nfile='large'\n";
-    std::string nine;
-    for (int i = 0; i < 9; i++)
-        nine += part;
+    const std::string nine = part + part + part + part + part + part + part + part + part;
     const struct {
         std::string manifest, line;
     } rows[] = {
@@ -133,8 +128,7 @@ TEST(Maker, SaysWhereAndHowMany)
         {part + "conditions='a=1 b: =2'\n",
          "1: part 0: conditions: \"a=1 b: =2\" cannot be read from column 5 on (\"b: =2\"): a name "
          "is followed by an optional \":\" and, directly behind it, one of = != > >= < <=; a "
-         "quoted "
-         "value needs its closing quote"},
+         "quoted value needs its closing quote"},
         {part + "conditions='a=\"x'\n",
          "1: part 0: conditions: \"a=\"x\" cannot be read from column 3 on (\"\"x\"): a quoted "
          "value has no closing quote"},
@@ -212,10 +206,7 @@ std::string lines_of(const std::vector<finding> &all)
 std::string findings_in(const bytes &made)
 {
     const package_file file = open_package(made, {});
-    findings all;
-    all.add(check_form(file));
-    all.add(check_use(file));
-    return lines_of(all.all);
+    return lines_of(check_form(file)) + lines_of(check_use(file));
 }
 
 } // namespace
@@ -272,6 +263,24 @@ TEST(Check, FindsWhatTheDeviceWouldTrust)
                   std::regex_replace(row.lines, std::regex("%"), "part 0 (kernel)"));
 }
 
+TEST(Check, WantsAlternativesOptional)
+{
+    const auto found = [](const std::string &second) {
+        return findings_in(maker_folder{{"data", "x"}}.make(
+            "[[part]]\ntype=2\nfile='data'\nconditions='a=1'\noptional=true\n"
+            "[[part]]\ntype=2\nfile='data'\nconditions='a=2'\n" +
+            second));
+    };
+    const std::string later = "warning: part 1 (kernel): not the first of its type: a device that "
+                              "sets kernel_features ";
+    EXPECT_EQ(found("optional=true\n"), later + "drops it\n");
+    EXPECT_EQ(found(""),
+              "warning: part 0 (kernel) and part 1 (kernel): exclude each other, but part "
+              "1 (kernel) is not optional: a device that does not meet its conditions "
+              "refuses the package\n" +
+                  later + "refuses the package\n");
+}
+
 TEST(Check, KnowsWhereATableOfEightPartsEnds)
 {
     std::string manifest;
@@ -289,8 +298,7 @@ TEST(Check, KnowsWhereATableOfEightPartsEnds)
     more[11] = 0;
     more[10] = 1; // its size
     more[253] = 1;
-    const package_file changed = open_package(more, {});
-    std::ranges::copy(changed.digest, more.begin() + package_checksum_offset);
+    std::ranges::copy(open_package(more, {}).digest, more.begin() + package_checksum_offset);
     EXPECT_EQ(lines_of(check_form(open_package(more, {}))),
               "warning: part table: something like a further entry at byte 252: only 8 are read\n");
 }
