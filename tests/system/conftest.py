@@ -5,29 +5,18 @@ UPGRADE_BUILD names the build folder (default build/dev, relative to the reposit
 with sanitizers the program has the model linked into it; a finding of theirs fails the test.
 UPGRADE_PROGRAM names another program to run than simdev's own choice, one for ARM for instance.
 
-The vocabulary:
+    device = make_device(partitions={2: 65536}, configuration={"WD": "5"},
+                         requirements={"kernel": "ram:<=64"})
+    port = serve_tftp({"fw": make_package([Part(2, b"data")])})
+    run = device.run("tftp://127.0.0.1/fw", tftp_port=port)
 
-    def test_it(make_device, serve_tftp):
-        device = make_device(partitions={2: 65536}, configuration={"WD": "5"},
-                             requirements={"kernel": "ram:<=64"})
-        port = serve_tftp({"fw": make_package([Part(2, b"data")])})
-        run = device.run("tftp://127.0.0.1/fw", tftp_port=port)
-
-    run.status                exit status
-    run.stderr, run.stdout    bytes, complete
-    run.datagrams             texts that .upgrd_info received; run.server_datagrams: .syscfg-server
-    run.operations            the log: a list of dictionaries (docs/simulated-device.md)
-    run.names("write", ...)   the names of the operations, in order, of these kinds only
-    run.report                simdev's report
-    device.flash(2)           the content of a partition
-    device.folder             the device folder, to spoil what is in it
-
-Peers: serve_tftp(files) is a plain TFTP server for one request; udp_peer(script) and tcp_peer(script) give a script
-a socket of its own in a thread and return the port. What a script raises fails the test. Packages:
+Peers: serve_tftp(files) is a plain TFTP server; udp_peer(script) and tcp_peer(script) run
+script(socket) in a thread, of which a failure fails the test, and return the port. Packages:
 package.py. All runs are fast: sleeps are counted, unanswered waits end after
 `grace` real ms (1000; choose less where the test is about waits that nobody answers).
 """
 
+import concurrent.futures
 import contextlib
 import json
 import os
@@ -44,8 +33,9 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BUILD = ROOT / os.environ.get("UPGRADE_BUILD", "build/dev")
 PROGRAM = os.environ.get("UPGRADE_PROGRAM")
 SIMDEV = BUILD / "tools/simdev/simdev"
-# EIO's text, as the C library of the program has it.
-IO_ERROR = "I/O error" if "-musl/" in (PROGRAM or "") else "Input/output error"
+# Texts of EIO and of no error, as the C library of the program has them.
+IO_ERROR, SUCCESS = (("I/O error", "No error information") if "-musl/" in (PROGRAM or "")
+                     else ("Input/output error", "Success"))
 FINDING = 99  # exit status that simdev asks the sanitizers for
 PEER_SECONDS = 30  # no peer waits longer, so that no thread is left behind
 
@@ -75,11 +65,8 @@ class Device:
     def __init__(self, folder):
         self.folder = folder
 
-    def partition(self, number):
-        return self.folder / f"dev/fla{number}"
-
     def flash(self, number):
-        return self.partition(number).read_bytes()
+        return (self.folder / f"dev/fla{number}").read_bytes()
 
     def command(self, *arguments, program=None, grace=1000, tftp_port=None, ports=(), **settings):
         """A simdev command line up to its "--"; settings become options."""
@@ -134,103 +121,76 @@ def make_device(tmp_path):
 
 @pytest.fixture
 def peers():
-    """Starts scripts in threads; at the end of the test it waits for them and hands on failures."""
-    threads, failures, sockets = [], [], []
+    """Runs scripts in threads; at the end of the test it waits for them and hands on failures."""
+    running = []
+    with contextlib.ExitStack() as sockets, concurrent.futures.ThreadPoolExecutor() as pool:
+        def start(script, sock):
+            sock.settimeout(PEER_SECONDS)
+            running.append(pool.submit(script, sockets.enter_context(sock)))
+            return sock.getsockname()[1]
 
-    def start(script, sock):
-        sock.settimeout(PEER_SECONDS)
-        sockets.append(sock)
+        yield start
+        for script in running:
+            script.result()
 
-        def body():
-            try:
-                script(sock)
-            except BaseException as failure:  # pylint: disable=broad-except
-                failures.append(failure)
 
-        thread = threading.Thread(target=body, daemon=True)
-        thread.start()
-        threads.append(thread)
-        return sock.getsockname()[1]
-
-    yield start
-    for thread in threads:
-        thread.join(PEER_SECONDS)
-    for sock in sockets:
-        sock.close()
-    if failures:
-        raise failures[0]
+def udp_socket():
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.bind(("127.0.0.1", 0))
+    return sock
 
 
 @pytest.fixture
 def udp_peer(peers):
-    """udp_peer(script): script(socket) runs beside the test; returns the socket's port."""
-
-    def start(script):
-        sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        sock.bind(("127.0.0.1", 0))
-        return peers(script, sock)
-
-    return start
+    return lambda script: peers(script, udp_socket())
 
 
 @pytest.fixture
 def tcp_peer(peers):
-    """tcp_peer(script): script(listening socket) runs beside the test; returns the port."""
-
-    def start(script):
-        sock = socket.create_server(("127.0.0.1", 0))
-        return peers(script, sock)
-
-    return start
+    """The script gets the listening socket."""
+    return lambda script: peers(script, socket.create_server(("127.0.0.1", 0)))
 
 
-def send_by_tftp(sock, client, content):
-    """Sends `content` in blocks of 512 to a client, each acknowledged; the last may be empty."""
-    for number in range(1, len(content) // 512 + 2):
-        block = content[(number - 1) * 512:number * 512]
-        sock.sendto(struct.pack(">HH", 3, number & 0xFFFF) + block, client)
-        assert sock.recvfrom(600)[0] == struct.pack(">HH", 4, number & 0xFFFF)
+def read_request(connection):
+    request = b""
+    while not request.endswith(b"\r\n\r\n"):
+        request += connection.recv(1) or b"\r\n\r\n"
+    return request
 
 
 def answer_request(files, request, client):
     """One transfer, from a port of its own; a name that is not there gets an error packet."""
-    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as transfer:
-        transfer.bind(("127.0.0.1", 0))
+    name = request[2:].split(b"\0")[0].decode()
+    with udp_socket() as transfer, contextlib.suppress(TimeoutError):  # clients may go away
         transfer.settimeout(PEER_SECONDS)
-        name = request[2:].split(b"\0")[0].decode()
-        if name in files:
-            send_by_tftp(transfer, client, files[name])
-        else:
+        if name not in files:
             transfer.sendto(struct.pack(">HH", 5, 1) + b"no such file\0", client)
+            return
+        content = files[name]
+        for number in range(1, len(content) // 512 + 2):  # the last block may be empty
+            block = content[(number - 1) * 512:number * 512]
+            transfer.sendto(struct.pack(">HH", 3, number & 0xFFFF) + block, client)
+            assert transfer.recvfrom(600)[0] == struct.pack(">HH", 4, number & 0xFFFF)
+
+
+def tftp_server(sock, files):
+    """Answers all requests, several at a time, until the socket is closed."""
+    with contextlib.suppress(OSError):
+        while True:
+            threading.Thread(target=answer_request, args=(files, *sock.recvfrom(600)),
+                             daemon=True).start()
 
 
 @pytest.fixture
-def serve_tftp(udp_peer):
-    """serve_tftp({name: bytes}): a server for one request; returns the port. With many=True it
-    answers all that come, several at a time, and does not mind clients that go away."""
-    sockets = []
+def serve_tftp():
+    """serve_tftp({name: bytes}): a server until the test ends; returns the port."""
+    with contextlib.ExitStack() as sockets:
+        def start(files):
+            sock = sockets.enter_context(udp_socket())
+            threading.Thread(target=tftp_server, args=(sock, files), daemon=True).start()
+            return sock.getsockname()[1]
 
-    def answer_many(files, sock):
-        def answer(request, client):
-            with contextlib.suppress(OSError):
-                answer_request(files, request, client)
-
-        with contextlib.suppress(OSError):  # closed when the test ends
-            while True:
-                threading.Thread(target=answer, args=sock.recvfrom(600), daemon=True).start()
-
-    def start(files, many=False):
-        if not many:
-            return udp_peer(lambda sock: answer_request(files, *sock.recvfrom(600)))
-        sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        sock.bind(("127.0.0.1", 0))
-        sockets.append(sock)
-        threading.Thread(target=answer_many, args=(files, sock), daemon=True).start()
-        return sock.getsockname()[1]
-
-    yield start
-    for sock in sockets:
-        sock.close()
+        yield start
 
 
 @pytest.fixture

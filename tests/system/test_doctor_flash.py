@@ -93,7 +93,7 @@ def test_every_partition_of_a_sweep_is_judged_block_for_block(make_device, serve
     for name, old in (("old", True), ("new", False)):
         packages[name] = tmp_path / f"{name}.pkg"
         packages[name].write_bytes(make_package([Part(n, data(n, old)) for n in SIZES]))
-    port = serve_tftp({p.name: p.read_bytes() for p in packages.values()}, many=True)
+    port = serve_tftp({p.name: p.read_bytes() for p in packages.values()})
     device = make_device(partitions=PARTITIONS)
     assert device.run("tftp://127.0.0.1/old.pkg", tftp_port=port, grace=20_000).status == 0
 

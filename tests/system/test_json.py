@@ -111,7 +111,7 @@ def test_the_page_on_json_has_fwpkgs_fields_and_no_other(folder):
 def test_the_page_on_json_has_the_fields_of_a_device_and_no_other(make_device, serve_tftp, tmp_path):
     package = tmp_path / "fw"
     package.write_bytes(make_package([Part(2, DATA), Part(3, DATA[:100])]))
-    port = serve_tftp({"fw": package.read_bytes()}, many=True)
+    port = serve_tftp({"fw": package.read_bytes()})
     device, url = make_device(partitions={2: 16384, 3: 8192}), ["--", "tftp://127.0.0.1/fw"]
 
     def run(*options, command="run"):

@@ -14,7 +14,7 @@ from test_upgrade import KERNEL, trailer
 def sweep(device, serve_tftp, old, new, *options):
     """Upgrades to `old`, then sweeps the upgrade to `new`; simdev's exit status and its JSON."""
     upgrade(device, serve_tftp, old)
-    port = serve_tftp({"fw": make_package(new)}, many=True)
+    port = serve_tftp({"fw": make_package(new)})
     done = subprocess.run(device.command("sweep", "--json", *options, tftp_port=port)
                           + ["--", "tftp://127.0.0.1/fw"], capture_output=True, timeout=120)
     return done.returncode, json.loads(done.stdout)
@@ -80,7 +80,7 @@ def test_a_power_cut_that_the_next_run_does_not_mend_is_told(make_device, tcp_pe
 
 def test_an_interrupted_sweep_tells_what_it_has_and_leaves_nothing(make_device, serve_tftp, tmp_path):
     device = make_device(partitions={2: 1048576})
-    port = serve_tftp({"fw": make_package([Part(2, bytes(900000))])}, many=True)
+    port = serve_tftp({"fw": make_package([Part(2, bytes(900000))])})
     scratch = tmp_path / "scratch"
     scratch.mkdir()
     simdev = subprocess.Popen(device.command("sweep", tftp_port=port) + ["--", "tftp://127.0.0.1/fw"],
