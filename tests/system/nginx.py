@@ -1,14 +1,11 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""nginx with the configuration of docs/package-server.md or of its package, on free ports of the loopback.
+"""nginx with the configuration of docs/package-server.md or, with stock=True, of its package, on free
+ports of the loopback, as an ordinary user; its files stay in `folder`.
 
     with Nginx(folder, {"a.pkg": bytes}) as server:
         server.http, server.https     ports, both on 127.0.0.1 and 127.0.0.2
         server.authority              the CA file
         server.stranger               the CA file of somebody else
-
-With stock=True the configuration is the one that the package of nginx brings, with a server for `files`.
-Else /upgrade/latest.pkg redirects to /upgrade/flash.pkg on
-127.0.0.2. The server is an ordinary user's; its files stay in `folder`.
 """
 
 import os
@@ -21,6 +18,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 KEY = "-newkey rsa:2048 -nodes".split()
+ELLIPTIC = "-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes".split()
 
 
 def free_ports(count):
@@ -42,10 +40,11 @@ class Nginx:
             (served / name).write_bytes(content)
         self.authority = self.make_authority("authority")
         self.stranger = self.make_authority("stranger")
-        self.openssl("req", *KEY, "-subj", "/CN=packages.example", "-keyout", "packages.key",
-                     "-out", "packages.csr")
-        self.openssl("x509", "-req", "-in", "packages.csr", "-CA", "authority.pem", "-CAkey",
-                     "authority.key", "-CAcreateserial", "-days", "2", "-out", "packages.pem")
+        for name, key in (("packages", KEY), ("elliptic", ELLIPTIC)):
+            self.openssl("req", *key, "-subj", "/CN=packages.example", "-keyout",
+                         f"{name}.key", "-out", f"{name}.csr")
+            self.openssl("x509", "-req", "-in", f"{name}.csr", "-CA", "authority.pem", "-CAkey",
+                         "authority.key", "-CAcreateserial", "-days", "2", "-out", f"{name}.pem")
         self.http, self.https = free_ports(2)
         self.process = None
 

@@ -11,13 +11,13 @@ import struct
 
 import pytest
 
+from conftest import read_request
 from nginx import Nginx
 from package import Part, make_package
 
 CONTENT = bytes(range(251)) * 20
 PACKAGE = make_package([Part(3, CONTENT)])
 PATIENT = {"grace": 10_000}  # every wait is answered, however busy the machine is
-FAILED = ["UPGRD_ERROR=DOWNLOAD FAILED"]
 RESET = struct.pack("ii", 1, 0)  # in place of an orderly end
 
 
@@ -33,11 +33,19 @@ def trust(device, authority):
     shutil.copy(authority, target)
 
 
+@pytest.fixture
+def trusting(make_device, nginx):
+    """A device that trusts the server's authority."""
+    device = make_device()
+    trust(device, nginx.authority)
+    return device
+
+
 def failed(run):
     """Nothing was touched: the script has not run either."""
     assert run.status == 1
     assert run.names("execv", "script") == []
-    return run.datagrams[-1:] == FAILED
+    return run.datagrams[-1:] == ["UPGRD_ERROR=DOWNLOAD FAILED"]
 
 
 @pytest.mark.parametrize("url", [
@@ -46,13 +54,11 @@ def failed(run):
     "https://127.0.0.2:{https}/upgrade/flash.pkg",  # no host name is checked
     "https://127.0.0.1/upgrade/flash.pkg",
 ])
-def test_nginx_serves_an_upgrade(url, nginx, make_device):
-    device = make_device()
-    trust(device, nginx.authority)
-    run = device.run(url.format(http=nginx.http, https=nginx.https),
-                     ports=[(80, nginx.http), (443, nginx.https)], **PATIENT)
+def test_nginx_serves_an_upgrade(url, nginx, trusting):
+    run = trusting.run(url.format(http=nginx.http, https=nginx.https),
+                       ports=[(80, nginx.http), (443, nginx.https)], **PATIENT)
     assert run.status == 0, run.stderr[-2000:]
-    assert device.flash(3).startswith(CONTENT)
+    assert trusting.flash(3).startswith(CONTENT)
     assert run.datagrams[:2] == ["UPGRD_STAGE=DOWNLOADING", "UPGRD_PERCENTAGE=0"]
     assert "UPGRD_PERCENTAGE=100" in run.datagrams[:run.datagrams.index("UPGRD_STAGE=WRITING")]
     assert (b"write buf: GET /upgrade/" in run.stderr) == url.startswith("https")
@@ -81,17 +87,19 @@ def test_strangers_are_refused(nginx, make_device):
     assert run.datagrams == ["UPGRD_ERROR=INVALID URL"]
 
 
-def answer_secured(connection, nginx, requests=None):
-    """The package over TLS. The request is in `requests` before the answer goes out."""
+def server_context(nginx):
+    """What nginx does not meet: elliptic curves, and the older version."""
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(nginx.folder / "packages.pem", nginx.folder / "packages.key")
-    with context.wrap_socket(connection, server_side=True) as secured:
-        request = read_request(secured)
-        if requests is not None:
-            requests.append(request)
-        secured.sendall(HEAD + PACKAGE)
-        with contextlib.suppress(OSError):  # the other end may have gone
-            secured.unwrap()
+    context.maximum_version = ssl.TLSVersion.TLSv1_2
+    context.load_cert_chain(nginx.folder / "elliptic.pem", nginx.folder / "elliptic.key")
+    return context
+
+
+def answer_secured(connection, nginx, requests, answer):
+    """Over TLS. The request is in `requests` before the answer goes out."""
+    with server_context(nginx).wrap_socket(connection, server_side=True) as secured:
+        requests.append(read_request(secured))
+        secured.sendall(answer)
 
 
 def each_of(count, serve):
@@ -103,13 +111,6 @@ def each_of(count, serve):
             with connection, contextlib.suppress(ConnectionError, ssl.SSLError):
                 serve(connection)
     return script
-
-
-def read_request(connection):
-    request = b""
-    while not request.endswith(b"\r\n\r\n"):
-        request += connection.recv(1) or b"\r\n\r\n"
-    return request
 
 
 HEAD = b"HTTP/1.0 200 OK\r\nContent-Length: %d\r\n\r\n" % len(PACKAGE)
@@ -125,29 +126,35 @@ def moved(location):
     ("bytes=10", len(PACKAGE) // 10),
     ("bytes=1000,seconds=200", 200 * (len(PACKAGE) // 1000)),
 ])
-def test_a_slow_server_is_waited_for(drip, seconds, nginx, make_device):
-    device = make_device()
-    trust(device, nginx.authority)
-    run = device.run(f"https://127.0.0.1:{nginx.https}/upgrade/flash.pkg",
-                     faults=[f"server-drip:{drip}"], **PATIENT)
+def test_a_slow_server_is_waited_for(drip, seconds, nginx, trusting):
+    run = trusting.run(f"https://127.0.0.1:{nginx.https}/upgrade/flash.pkg",
+                       faults=[f"server-drip:{drip}"], **PATIENT)
     assert run.status == 0
-    assert device.flash(3).startswith(CONTENT)
+    assert trusting.flash(3).startswith(CONTENT)
     assert run.report["virtual_us"] > seconds * 1_000_000
 
 
-def test_a_silent_handshake_is_waited_out_once(nginx, make_device, tcp_peer):
-    device = make_device()
-    trust(device, nginx.authority)
-    port = tcp_peer(each_of(1, lambda connection: connection.recv(5000) and connection.recv(5000)))
-    run = device.run(f"https://127.0.0.1:{port}/p", grace=100)
+@pytest.mark.parametrize("answer, failures", [(b"", 6), (PACKAGE[:2000], 0)])
+def test_silence_is_waited_out_once(answer, failures, nginx, trusting, tcp_peer):
+    """In the handshake and, behind a piece of the package, in a record."""
+    def serve(connection):
+        if answer:
+            with server_context(nginx).wrap_socket(connection, server_side=True) as secured:
+                read_request(secured)
+                secured.sendall(HEAD + answer)
+                secured.recv(1)
+        elif connection.recv(5000):
+            connection.recv(5000)
+
+    run = trusting.run(f"https://127.0.0.1:{tcp_peer(each_of(1, serve))}/p", grace=300)
     assert failed(run)
-    assert run.stderr.count(b"cyassl_client_connect:120: FUNCTION FAILED!") == 6
+    assert run.stderr.count(b"cyassl_client_connect:120: FUNCTION FAILED!") == failures
     assert run.stderr.count(b"Connect to ") == 1
     assert run.report["virtual_us"] == 300_000_000
 
 
 @pytest.mark.parametrize("received", [0, 5])
-def test_a_server_that_restarts_is_reached_by_a_later_try(received, nginx, make_device, tcp_peer):
+def test_a_server_that_restarts_is_reached_by_a_later_try(received, nginx, trusting, tcp_peer):
     """It resets five connections before or in the handshake. (Without TLS the request may go out before
     a reset is there; it counts as sent then, and there is no other try.)"""
     turns = iter(range(6))
@@ -156,39 +163,42 @@ def test_a_server_that_restarts_is_reached_by_a_later_try(received, nginx, make_
         if next(turns) < 5:
             connection.recv(received)
             return connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
-        answer_secured(connection, nginx)
+        answer_secured(connection, nginx, [], HEAD + PACKAGE)
 
-    device = make_device()
-    trust(device, nginx.authority)
-    port = tcp_peer(each_of(6, serve))
-    run = device.run(f"https://127.0.0.1:{port}/p", **PATIENT)
+    run = trusting.run(f"https://127.0.0.1:{tcp_peer(each_of(6, serve))}/p", **PATIENT)
     assert run.status == 0
     assert run.stderr.count(b"cyassl_client_connect:120: FUNCTION FAILED!") == 5
 
 
-@pytest.mark.parametrize("trusting, both_on_one_port", [(True, True), (True, False), (False, True)])
+@pytest.mark.parametrize("trusts, both_on_one_port", [(True, True), (True, False), (False, True)])
 def test_a_redirect_to_https_goes_to_the_same_port_if_a_server_is_trusted(
-        trusting, both_on_one_port, nginx, make_device, tcp_peer):
+        trusts, both_on_one_port, nginx, make_device, tcp_peer):
     requests = []
     location = b"https://127.0.0.2:%d/upgrade/flash.pkg" % nginx.https
 
     def serve(connection):
         if connection.recv(1, socket.MSG_PEEK) == b"\x16" and both_on_one_port:
-            answer_secured(connection, nginx, requests)
+            answer_secured(connection, nginx, requests, HEAD + PACKAGE)
         else:
             read_request(connection)
             connection.sendall(moved(location))
 
     device = make_device()
-    if trusting:
+    if trusts:
         trust(device, nginx.authority)
     # The ordinary server goes on reading what it takes for a request.
-    run = device.run(f"http://127.0.0.1:{tcp_peer(each_of(1 + trusting, serve))}/p",
+    run = device.run(f"http://127.0.0.1:{tcp_peer(each_of(1 + trusts, serve))}/p",
                      grace=10_000 if both_on_one_port else 100)
-    arrives = trusting and both_on_one_port
+    arrives = trusts and both_on_one_port
     assert run.status == 0 if arrives else failed(run)
     assert [b"GET /upgrade/flash.pkg HTTP/1.0\r\n" in each for each in requests] == [True] * arrives
-    assert trusting or run.stderr.count(b"FUNCTION FAILED!") == 2  # nothing goes on in clear
+    assert trusts or run.stderr.count(b"FUNCTION FAILED!") == 2  # nothing goes on in clear
+
+
+def test_a_redirect_to_http_leaves_tls(nginx, trusting, tcp_peer):
+    answer = moved(b"http://127.0.0.2:%d/upgrade/flash.pkg" % nginx.http)
+    port = tcp_peer(each_of(1, lambda connection: answer_secured(connection, nginx, [], answer)))
+    assert trusting.run(f"https://127.0.0.1:{port}/p", **PATIENT).status == 0
 
 
 def test_a_thousand_redirects_end_where_they_lead(make_device, tcp_peer):
