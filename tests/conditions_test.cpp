@@ -43,26 +43,18 @@ TEST(BuildConditions, CompilesToTheBytesOfTheFormat)
         std::string code;
     } rows[] = {
         {"", "\xFF"},
-        {" \t\n", "\xFF"},
         {"ram:>=64 & board=rev2", "\x0Bram\00064\0\x12\0board\0rev2\0\xFF"s},
-        {"a=1", "\0a\0001\0\xFF"s},
         {"a>1 a<1 a>=1", "\1a\0001\0\2a\0001\0\3a\0001\0\xFF"s},
         {"a<=1 a!=1", "\4a\0001\0\5a\0001\0\xFF"s},
         {"a:=1 a:!=1", "\10a\0001\0\15a\0001\0\xFF"s},
-        {"a==1", "\0a\0=1\0\xFF"s},
         {"(a=1)", "\x13\0a\0001)\0\xFF"s},
         {"( a=1 )", "\x13\0a\0001\0\xFF\xFF"s},
-        {"!|&()", "\x10\x11\x12\x13\xFF\xFF"},
-        {"a = \"x y\"", "\0a\0\"x y\0\xFF"s},
         {"a='it' b=2", "\0a\0'it\0\0b\0002\0\xFF"s},
         {"a :>1", "\11a\0001\0\xFF"s},
-        {"a=", "\0a\0\0\xFF"s},
         {"_a-b=1", "\0_a-b\0001\0\xFF"s},
         {"a", "malformed"},
-        {"a:", "malformed"},
         {"a!1", "malformed"},
         {"a.b=1", "malformed"},
-        {"1a=2", "malformed"},
         {"a: =1", "malformed"},
         {"a='x", "malformed"},
         {"\xC4=1", "malformed"},
@@ -82,26 +74,16 @@ TEST(EvalConditions, FollowsTheLanguage)
         int result;
     } rows[] = {
         {"", 1},
-        {"a=1", 1},
-        {"a=2", 0},
         {"a=1 b=3", 0},             // nothing between two comparisons is "and"
         {"a=2 | a=1 b=3", 0},       // behind an "or", too
-        {"! a=1", 0},               //
-        {"! ! a=1", 0},             // one operator is pending: the last one
         {"a=1 | ! b=2", 0},         // "or not" is "and not"
         {"| a=2", 1},               // a leading "or" makes its left side true
-        {"| a=1 & b=3", 0},         //
         {"a=2 | b=2 & a=2", 0},     // from left to right, without precedence
         {"a=2 | ( b=2 & a=1 )", 1}, //
         {"a=1 ) b=3", 1},           // ends at an unbalanced parenthesis
-        {"( a=2 ) | a=1", 1},       //
         {"! ( a=2 | b=3 )", 1},     //
-        {"( a=1 ) ( ( b=2 ) )", 1}, //
-        {"a!=", 1},                 //
         {"none!=x", 1},             // an unknown name is the empty text
-        {"none=", 1},               //
         {"none:=0", 1},             // and the number 0
-        {"a:>=1 a:<=1", 1},         //
         {"ram:>=64", 1},            // base by prefix
         {"ram:=0200", 1},           //
         {"a:=1.5", 1},              // what follows a number does not count
@@ -122,7 +104,6 @@ TEST(EvalConditions, TakesAnyBytesAsCode)
         std::string code;
         int result;
     } rows[] = {
-        {"no code", "", 1},
         {"codes that are skipped", "\6\7\x0E\x0F\x14\xFE", 1},
         {"no end", "\0a\0002\0"s, 0},
         {"cut inside a name", "\0a"s, -1},
@@ -133,7 +114,6 @@ TEST(EvalConditions, TakesAnyBytesAsCode)
         // then a=2.
         {"open group", "\x10\x13\0a\0002\0"s, 0},
         {"open group of what holds", "\x10\x13\0a\0001\0"s, 0},
-        {"open group, or", "\0a\0002\0\x11\x13\0a\0001\0"s, 1},
         // a=2 | (a=1 | a=2) and, from 1 on, a=1 | a=2 once more; the same from 0 on.
         {"open group that ends in or", "\0a\0002\0\x11\x13\0a\0001\0\x11\0a\0002\0"s, 1},
         {"open group of or alone", "\0a\0002\0\x13\x11\0a\0001\0"s, 1},
@@ -143,28 +123,12 @@ TEST(EvalConditions, TakesAnyBytesAsCode)
         {"two open groups behind what does not hold", "\0a\0002\0\x13\x11\0a\0001\0\x13\0a\0001\0"s,
          1},
         {"two open groups of what does not hold", "\x13\x11\x13\0a\0002\0"s, 0},
+        {"as many open groups as may be", std::string(condition_depth_limit, '\x13'), 1},
+        {"one more, never met", std::string(condition_depth_limit + 1, '\x13'), 0},
+        {"many", std::string(4000, '\x13') + "\0a\0002\0"s + std::string(4000, '\xFF'), 0},
     };
     for (const auto &row : rows)
         EXPECT_EQ(evaluated(row.code), row.result) << row.what;
-    const uint8_t code[] = {condition_and, condition_close, condition_equal};
-    const uint8_t *end = code;
-    EXPECT_EQ(eval_conds(code, 1, &end, look_up), 1);
-    EXPECT_EQ(end, code); // untouched: the code ended first
-    EXPECT_EQ(eval_conds(code, 3, &end, look_up), 1);
-    EXPECT_EQ(end, code + 2);
-}
-
-TEST(EvalConditions, EndsSoonWhateverIsLeftOpen)
-{
-    values = {{"a", "1"}};
-    EXPECT_EQ(evaluated(std::string(condition_depth_limit, '\x13')), 1);
-    EXPECT_EQ(evaluated(std::string(condition_depth_limit + 1, '\x13')),
-              0); // never met for lack of room
-    std::string mixed;
-    for (int i = 0; i < 500; i++)
-        mixed += "\x13\0a\0001\0"s;
-    EXPECT_EQ(evaluated(mixed), 1);
-    EXPECT_EQ(evaluated(std::string(4000, '\x13') + "\0a\0002\0"s + std::string(4000, '\xFF')), 0);
 }
 
 TEST(Features, AreLookedUpInThePublishedSetAlone)
@@ -174,12 +138,8 @@ TEST(Features, AreLookedUpInThePublishedSetAlone)
     _feature_set_size = static_cast<int>(set.size());
     EXPECT_STREQ(get_feature("ram"), "64");
     EXPECT_STREQ(get_feature("board"), "rev2");
-    for (const char *near : {"64", "ra", "ramx", ""})
+    for (const char *near : {"64", "ra", "ramx", "", "RAM", "cut"})
         EXPECT_EQ(get_feature(near), nullptr) << near;
-    EXPECT_EQ(get_feature("RAM"), nullptr);
-    EXPECT_EQ(get_feature("cut"), nullptr);
-    _feature_set_size = 8; // "ram", "64", and the first letter of a name
-    EXPECT_EQ(get_feature("b"), nullptr);
     _feature_set_size = 4; // a name without a value
     EXPECT_EQ(get_feature("ram"), nullptr);
     _feature_set = nullptr;
@@ -198,13 +158,6 @@ TEST(EvalFeatures, UsesUpTheRequirementOfAType)
     EXPECT_EQ(_feature_set, nullptr);
     EXPECT_STREQ(getenv("kernel_features"), "ram");
     EXPECT_EQ(eval_features(2, bytes, length), 0); // the rest, a name alone, does not compile
-    setenv("kernel_features", "ram:>=128", 1);
-    EXPECT_EQ(eval_features(2, bytes, length), 0);
-    setenv("kernel_features", " ( ) ", 1); // no comparison: not used up
-    EXPECT_EQ(eval_features(2, bytes, length), 1);
-    EXPECT_EQ(eval_features(2, bytes, length), 1);
-    setenv("unkown<5>_features", "ram=1", 1); // the spelling of the type's name
-    EXPECT_EQ(eval_features(5, bytes, length), 0);
     EXPECT_EQ(eval_features(9, bytes, length), 0);
     setenv("app_features", ("ram=" + std::string(10'000, '6')).c_str(), 1);
     EXPECT_EQ(eval_features(4, bytes, length), 0);

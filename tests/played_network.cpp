@@ -27,23 +27,6 @@ void reach(played_peer *peer, int socket, const std::string &address)
                              peer->script.size()};
 }
 
-ssize_t take(played_peer *peer, const void *buffer, size_t size)
-{
-    if (peer->resets) {
-        errno = EPIPE;
-        return -1;
-    }
-    peer->received.append(static_cast<const char *>(buffer), size);
-    peer->scripted.take(buffer, size);
-    return static_cast<ssize_t>(size);
-}
-
-ssize_t give(played_peer *peer, void *buffer, size_t size)
-{
-    peer->reads++;
-    return peer->scripted.read(buffer, size);
-}
-
 } // namespace
 
 int play_connected(const std::string &script)
@@ -58,16 +41,13 @@ int play_connected(const std::string &script)
 extern "C" {
 int __wrap_connect(int socket, const sockaddr *address, socklen_t)
 {
-    if (played.at_connect)
-        played.at_connect(socket);
     const auto *to = reinterpret_cast<const sockaddr_in *>(address);
     const int port = ntohs(to->sin_port);
     for (played_peer &peer : played.peers) {
         if (peer.port != port || !peer.address.empty())
             continue;
         reach(&peer, socket, inet_ntoa(to->sin_addr) + (":" + std::to_string(port)));
-        errno = peer.error;
-        return peer.error == 0 ? 0 : -1;
+        return 0;
     }
     errno = ECONNREFUSED;
     return -1;
@@ -76,25 +56,21 @@ ssize_t __real_read(int, void *, size_t);
 ssize_t __wrap_read(int fd, void *buffer, size_t size)
 {
     played_peer *peer = peer_at(fd);
-    return peer == nullptr ? __real_read(fd, buffer, size) : give(peer, buffer, size);
-}
-ssize_t __real_recv(int, void *, size_t, int);
-ssize_t __wrap_recv(int fd, void *buffer, size_t size, int flags)
-{
-    played_peer *peer = peer_at(fd);
-    return peer == nullptr ? __real_recv(fd, buffer, size, flags) : give(peer, buffer, size);
+    return peer == nullptr ? __real_read(fd, buffer, size) : peer->scripted.read(buffer, size);
 }
 ssize_t __real_write(int, const void *, size_t);
 ssize_t __wrap_write(int fd, const void *buffer, size_t size)
 {
     played_peer *peer = peer_at(fd);
-    return peer == nullptr ? __real_write(fd, buffer, size) : take(peer, buffer, size);
-}
-ssize_t __real_send(int, const void *, size_t, int);
-ssize_t __wrap_send(int fd, const void *buffer, size_t size, int flags)
-{
-    played_peer *peer = peer_at(fd);
-    return peer == nullptr ? __real_send(fd, buffer, size, flags) : take(peer, buffer, size);
+    if (peer == nullptr)
+        return __real_write(fd, buffer, size);
+    if (peer->resets) {
+        errno = EPIPE;
+        return -1;
+    }
+    peer->received.append(static_cast<const char *>(buffer), size);
+    peer->scripted.take(buffer, size);
+    return static_cast<ssize_t>(size);
 }
 int __real_close(int);
 int __wrap_close(int fd)
@@ -116,9 +92,8 @@ int __wrap_select(int, fd_set *readable, fd_set *writable, fd_set *exceptional, 
     FD_ZERO(readable);
     return 0;
 }
-unsigned __wrap_sleep(unsigned seconds)
+unsigned __wrap_sleep(unsigned)
 {
-    played.slept_seconds += seconds;
     return 0;
 }
 }

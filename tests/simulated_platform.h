@@ -59,7 +59,7 @@ public:
         return folder_;
     }
 
-    /// What was done so far, each operation as "write 0+4096", "sync", "sleep 40000".
+    /// What was done so far, each operation as "kick" or "kick failed".
     std::vector<std::string> operations;
 
 private:
@@ -70,16 +70,8 @@ private:
 
     void record(const sim_operation &operation)
     {
-        std::string text = sim_op_names[operation.op];
-        if (text == "read" || text == "write")
-            text += " " + std::to_string(operation.offset) + "+" + std::to_string(operation.length);
-        else if (text == "sleep")
-            text += " " + std::to_string(operation.duration_us);
-        else if (text == "seek")
-            text += " " + std::to_string(operation.offset);
-        if (operation.result < 0 && operation.error != 0)
-            text += " failed";
-        operations.push_back(text);
+        const bool failed = operation.result < 0 && operation.error != 0;
+        operations.push_back(sim_op_names[operation.op] + std::string(failed ? " failed" : ""));
     }
 
     std::filesystem::path folder_;

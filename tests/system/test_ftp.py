@@ -4,10 +4,8 @@
 Unusual replies have their unit tests (ftp_test.cpp).
 """
 
-import contextlib
 import socket
 import sys
-import time
 
 import pytest
 
@@ -107,22 +105,3 @@ def test_silence_is_waited_for_once(make_device, tcp_peer):
         said = run.stderr.decode()
         assert said.startswith(f"download start ...\nurl = {url}\n" + messages)
         assert said.endswith(f"UPGRD_ERROR=DOWNLOAD FAILED\ncannot download url: {shown}\n")
-
-
-def test_chatter_does_not_keep_the_end_of_the_dialogue_open(make_device, tcp_peer):
-    def chat(connection, data):
-        data.close()
-        connection.settimeout(0.05)
-        command = b""
-        while command != b"QUIT\r\n":
-            connection.sendall(b"226-still at it\r\n")
-            with contextlib.suppress(TimeoutError):
-                command = connection.recv(100)
-        connection.sendall(b"221 bye\r\n")
-
-    port = tcp_peer(lambda listener: transfer(listener, 5, b"150 here\r\n", b"hello", chat))
-    start = time.monotonic()
-    run = make_device().run(f"ftp://me@127.0.0.1:{port}/f", grace=2000)
-    assert 5 <= time.monotonic() - start < 15
-    assert run.stderr.count(SILENT.encode()) == 1
-    assert run.datagrams[-1] == "UPGRD_ERROR=INVALID PACKAGE"

@@ -71,10 +71,6 @@ def test_everything_of_a_whole_run(make_device, serve_tftp):
     assert device.flash(4)[:4096] == app and device.flash(4)[-16:] == trailer(app)
     assert run.status == 0
     assert {(kick["line"], kick["level"]) for kick in run.of("kick")} == {(9, 0), (9, 1)}
-    opened = [(o["target"], o["access"]) for o in run.of("open") if o["target"].startswith("/dev/")]
-    assert [o for o in opened if o[0] != "/dev/gpio"] == [
-        (f"/dev/fla{part}", access) for access in ("write", "write", "read") for part in (2, 4)]
-    assert ("/dev/gpio", "read-write") in opened
 
 
 DAMAGED = bytearray(make_package([Part(2, b"x")]))
@@ -127,13 +123,41 @@ def test_a_refused_package_touches_no_flash(name, make_device, serve_tftp):
     assert run.status == 1
 
 
-@pytest.mark.parametrize("argument, beginning", [
-    ("--help", "Usage: upgrade [URL]\n"), ("-h", "Usage: upgrade [URL]\n"),
-    ("--version", "upgrade "), ("-V", "upgrade "),
-])
-def test_a_question_is_answered_and_nothing_else_done(argument, beginning, make_device):
+@pytest.mark.parametrize("length", [0, 1, 4096, 4097])
+def test_an_enciphered_package_may_have_any_length(length, make_device, serve_tftp):
+    device = make_device(configuration={"VENDOR_KEY": "", "VENID": "k"})  # the empty key is a zero
+    data = b"b" * length
+    package = make_package([Part(3, data)], key=b"\0")
+    if not data:
+        package = seal(Part(3, b"").entry(4096) + b"\0\0", key=b"\0")
+    assert start(device, serve_tftp, package).status == 0
+    assert device.flash(3).startswith(data)
+
+
+def test_the_first_line_with_exactly_the_key_is_its_value(make_device, serve_tftp):
+    device = make_device()
+    (device.folder / "etc/syscfg.conf").write_text(
+        "VENID_OLD=old\n#VENID=1\nno separator\nVENID= 5 =x\nVENID=6\n=nameless\nLAST=no newline")
+    run = start(device, serve_tftp, make_package(
+        [Part(2, b"k", conditions=b"\0LAST\0no newline\0\0D\0\0\0#VENID\0\0")], key=b" 5 =x"))
+    assert after_download(run).startswith("decrypt using:  5 =x\nUPGRD_STAGE=WRITING\n")
+
+
+@pytest.mark.parametrize("spoil", [lambda file: file.mkdir(), lambda file: file.symlink_to(file)])
+def test_a_configuration_that_cannot_be_read_ends_the_run(spoil, make_device):
+    device = make_device()
+    file = device.folder / "etc/syscfg.conf"
+    file.unlink()
+    spoil(file)
+    run = device.run(URL)
+    assert b"cannot read /etc/syscfg.conf: " in run.stderr
+    assert (run.status, run.names("write")) == (1, [])
+
+
+@pytest.mark.parametrize("argument", ["--help", "-h", "--version", "-V"])
+def test_a_question_is_answered_and_nothing_else_done(argument, make_device):
     run = make_device().run(argument)
-    assert run.stdout.decode().startswith(beginning)
+    assert run.stdout.startswith(b"Usage: upgrade [URL]\n" if "h" in argument else b"upgrade ")
     assert (run.status, run.stderr, run.datagrams) == (0, b"", [])
     assert [operation["op"] for operation in run.operations] == ["start"]
 
@@ -145,12 +169,15 @@ def test_a_question_is_answered_and_nothing_else_done(argument, beginning, make_
 def test_every_other_text_is_a_url(arguments, url, host, make_device):
     run = make_device().run(*arguments)
     assert run.stderr.startswith(f"download start ...\nurl = {url}\nhost: {host}, port: 80\n".encode())
+    # Behind each of six refused connects a server gets a moment; an unknown host does not.
+    assert run.report["virtual_us"] == (0 if arguments else 6_000_000)
     assert run.status == 1
 
 
 @pytest.mark.parametrize("url, said", [
     ("TfTpd", ["tftp.c:tftp_downloader_open:505: FUNCTION_FAILED"]),
     ("gopher://127.0.0.1/f", []),
+    ("FTP://h/f", ["not a ftp url: FTP://h/f"]),
 ])
 def test_an_unusable_url_says_so_and_nothing_else(url, said, make_device):
     run = make_device().run(url)
@@ -192,14 +219,12 @@ def test_parts_are_selected(name, make_device, serve_tftp):
     assert run.datagrams[-2:] == stage("DONE")
 
 
-def test_a_difference_is_reported_and_no_failure_and_sizes_may_pass_the_actual_ones(make_device,
-                                                                                  serve_tftp):
-    # The trailer overwrites the end of a part that fills its partition.
-    run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 65536, actual_size=32768)]))
-    assert "\nlast block #15 differ\n" in after_download(run)
-    assert "UPGRD_PERCENTAGE=200" in run.datagrams
-    assert run.datagrams[-3:] == ["UPGRD_PERCENTAGE=187", *stage("DONE")]
-    assert run.status == 0
+def test_eight_parts_are_read_and_named(make_device, serve_tftp):
+    parts = [Part(kind, b"") for kind in (0, 2, 3, 4, 5, 6, 7, 8)]
+    run = start(make_device(), serve_tftp, make_package([*parts, Part(3, b"a ninth")]))
+    named = [line.split()[1] for line in run.stdout.decode().splitlines() if "type:" in line]
+    assert named == "image kernel base app unkown<5> unkown<6> unkown<7> bios".split()
+    assert (run.status, run.report["partitions"]) == (0, {})
 
 
 def test_a_type_that_is_not_written_fails_three_attempts(make_device, serve_tftp):
@@ -233,13 +258,6 @@ def test_the_third_attempt_may_succeed(make_device, serve_tftp):
     assert run.status == 0
 
 
-def test_a_watchdog_that_refuses_is_reported_with_every_kick(make_device, serve_tftp):
-    run = start(make_device(), serve_tftp, make_package([Part(2, KERNEL)]), faults=["gpio-refuse"])
-    assert run.stderr.decode().count("reset watchdog error: ") == 4
-    assert [kick["level"] for kick in run.of("kick")] == [0, 1, 0, 1]
-    assert run.status == 0
-
-
 def test_receivers_that_do_not_read_cost_two_seconds_a_datagram(make_device, serve_tftp):
     run = start(make_device(), serve_tftp, make_package([Part(2, b"k" * 4096 * 10)]),
                 faults=["receiver-stuck:receiver=2"])
@@ -267,7 +285,6 @@ def test_the_package_is_looked_at_after_the_script(make_device, serve_tftp):
     script.write_text(f"""#!/bin/sh
 cd {device.folder}
 grep -h SigIgn /proc/self/status /proc/$PPID/status >ignored
-ls -l /proc/$PPID/fd >descriptors
 echo VENID=late >etc/syscfg.conf
 """)
     run = start(device, serve_tftp, make_package([Part(2, KERNEL)], key=b"late"))
@@ -275,8 +292,6 @@ echo VENID=late >etc/syscfg.conf
     assert after_download(run).startswith("decrypt using: late\n")
     masks = [int(mask, 16) for mask in (device.folder / "ignored").read_text().split()[1::2]]
     assert [mask >> (signal.SIGPIPE - 1) & 1 for mask in masks] == [0, 1]  # the program's own is
-    # Nothing of the download and of the datagrams before is still open.
-    assert "socket:" not in (device.folder / "descriptors").read_text()
     # A watchdog line that is not configured goes to the driver, which judges it.
     assert {kick["line"] for kick in run.of("kick")} == {-1}
 
@@ -290,8 +305,3 @@ def test_a_missing_receiver_leaves_the_other_all(missing, heard, silent, make_de
                                    "UPGRD_PERCENTAGE=100", *stage("DONE")]
     assert getattr(run, silent) == []
     assert run.status == 0 and b"sendto" not in run.stderr
-
-
-def test_a_missing_receiver_is_reported_with_an_error_alone(make_device):
-    run = make_device().run("tftpd", faults=["receiver-missing"])
-    assert "UPGRD_ERROR=INVALID URL\nsendto /tmp/.upgrd_info error: " in run.stderr.decode()
