@@ -142,7 +142,9 @@ def test_what_is_expected_and_what_cannot_be(devices, tmp_path):
     # A key that is described is the device's own, whatever its name.
     (tmp_path / "other").write_bytes(b"terces")
     own = describe(tmp_path / "own.toml", configuration={"VENID": "secret"})
-    assert "  upgraded  " in rehearse(tmp_path, own, "--key-file=other").stdout
+    assert rehearse(tmp_path, own, "--key-file=other").stdout.splitlines()[2:4] == [
+        "rehearsed   device    0 kernel  1 base   planned   result    exit  blocks  time     verdict",
+        "            own.toml  dropped   written  upgraded  upgraded  0     1       2.140 s  good"]
     # One that cannot be tried is an error and no failure; the others are tried.
     large = describe(tmp_path / "large.toml", partitions={2: 1 << 21})
     done = rehearse(tmp_path, devices[0], large, "--key-file=key", "--junit=out.xml", status=1,

@@ -10,6 +10,20 @@ namespace simdev {
 
 namespace {
 
+using rows_of_cells = std::vector<std::vector<std::string>>;
+
+/// Those that no device has anything in, below the heading.
+void drop_empty_columns(rows_of_cells &table)
+{
+    for (size_t column = table.front().size(); column-- > 0;) {
+        const auto at = static_cast<std::ptrdiff_t>(column);
+        if (std::all_of(table.begin() + 1, table.end(),
+                        [column](const auto &row) { return row[column] == "-"; }))
+            for (auto &row : table)
+                row.erase(row.begin() + at);
+    }
+}
+
 /// What there is to say of a device: cells of its line in the table, lines below the table, and
 /// with each of them the fields that say the same.
 struct device_rows {
@@ -151,7 +165,7 @@ report report_rehearsal(const rehearse_result &result)
     for (const rehearsed_device &device : result.devices)
         for (size_t index = parts.size(); index < device.plan.parts.size(); index++)
             parts.push_back(std::to_string(index) + " " + device.plan.parts[index].type_name);
-    std::vector<std::vector<std::string>> table = {{}};
+    rows_of_cells table = {{}};
     std::string below;
     json devices = json::array();
     for (const rehearsed_device &device : result.devices) {
@@ -161,6 +175,7 @@ report report_rehearsal(const rehearse_result &result)
         below += rows.below;
         devices.push_back(rows.fields);
     }
+    drop_empty_columns(table);
     std::string text = fwpkg::table_text(table);
     text.pop_back(); // the newline
     const size_t bad = count_bad(result, true) + count_bad(result, false);
