@@ -10,10 +10,8 @@ from .servers import ADDRESS
 
 BLOCK = 4096
 WATCHDOG_SECONDS = 20
-# The last part makes both packages end 5000 bytes beyond a multiple of 16 KiB: the device cannot
-# take a TLS record that ends unaligned in the last 4096 bytes, and nginx's have 16 KiB.
 SIZES = (300_000, 200_001, 65_536, 5_000)
-LARGEST_SIZE = 4_080_520  # 4 MB less than 16 KiB, for the same reason
+LARGEST_SIZE = 4_091_904  # with its package's first block the most that the device takes
 SMALL_SIZES = (154_000, 100_001, 65_536, 5_000)
 
 

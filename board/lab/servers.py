@@ -34,10 +34,6 @@ http {{
 }}
 """
 
-
-# Slow, and that on purpose: the device takes one read of the control connection for one reply, so
-# when "150" and "226" come together, as they do when the whole file fits the sockets' buffers, it
-# waits 300 s for the second.
 VSFTPD = """
 listen=YES
 listen_address={address}
@@ -47,7 +43,6 @@ ftp_username=root
 anonymous_enable=YES
 no_anon_password=YES
 anon_root={files}
-anon_max_rate=100000
 seccomp_sandbox=NO
 xferlog_enable=YES
 vsftpd_log_file={work}/vsftpd.log
