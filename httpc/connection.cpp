@@ -19,7 +19,7 @@ void store_error(httpc_client *client)
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): see the header
+// NOLINTBEGIN(bugprone-reserved-identifier): see the header
 
 int _httpc_connect(httpc_client *client)
 {
@@ -50,4 +50,4 @@ int _httpc_set_error(httpc_client *client)
     return 0;
 }
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

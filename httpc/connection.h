@@ -6,7 +6,7 @@
 
 #include "httpc/httpc_client.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore.
 
 /// Connects a client that has no socket, a plain one to the request's host and port, one with a TLS
@@ -20,4 +20,4 @@ void _httpc_drop_socket(httpc_client *client);
 /// Closes the socket and stores the text of `errno` as the request's error: 0.
 int _httpc_set_error(httpc_client *client);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -10,7 +10,7 @@
 
 #include "httpc/httpc_client.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore, and diagnostics print them.
 
 /// As `_http_net_read`, but waits up to 300 seconds; under TLS each read is traced. A failed read
@@ -35,4 +35,4 @@ int _httpc_read_line(httpc_client *client, char *buffer, int max);
 /// -1.
 int _httpc_parse_response(httpc_client *client);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

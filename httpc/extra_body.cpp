@@ -40,7 +40,7 @@ int httpcRecvResponse(httpc_client *client, char **out, int wanted)
     return count;
 }
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): see the header
+// NOLINTBEGIN(bugprone-reserved-identifier): see the header
 
 int _httpc_read_response(httpc_client *client)
 {
@@ -49,4 +49,4 @@ int _httpc_read_response(httpc_client *client)
     return _httpc_recv(client);
 }
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -6,10 +6,10 @@
 
 struct httpc_client;
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore.
 
 /// Empties the receive buffer and refills it; the result is that of `_httpc_recv`.
 int _httpc_read_response(httpc_client *client);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

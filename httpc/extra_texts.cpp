@@ -25,7 +25,7 @@ int64_t encoded_length(const char *text)
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): see the header
+// NOLINTBEGIN(bugprone-reserved-identifier): see the header
 
 int _safe_char(char byte)
 {
@@ -120,4 +120,4 @@ void _httpc_parse_content(char *out, const char *text)
     *out = '\0';
 }
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -6,7 +6,7 @@
 
 struct httpc_client;
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore.
 
 /// 1 for letters, digits, ".", "_" and "-", else 0.
@@ -32,4 +32,4 @@ void _httpc_parse_headers(httpc_client *client, const char *text);
 /// Decodes form text into `out`, which has room for as much as `text` and a terminator.
 void _httpc_parse_content(char *out, const char *text);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -15,7 +15,7 @@
 #include "httpc/httpc_client.h"
 #include "platform/diagnostic.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore, and diagnostics print them.
 
 /// Splits `url`; 0, or -1 with a diagnostic when it is null or has 128 characters or more.
@@ -51,4 +51,4 @@ int _http_net_read(httpc_client *client, void *buffer, int length);
 /// printed.
 int _http_net_write(httpc_client *client, const char *buffer, int length);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -23,7 +23,7 @@ struct httpc_list {
     httpc_var *last; ///< the last distinct name
 };
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore.
 
 /// Adds copies of `name`, without its leading spaces and tabs, and of `value`, which may be null,
@@ -40,4 +40,4 @@ void _httpc_free_vars(httpc_list *list);
 /// Walks the list and prints nothing: the place for a trace.
 void _httpc_print_vars(const httpc_list *list);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -130,7 +130,7 @@ int httpcSendRequest(httpc_client *client)
     return body < 0 ? -1 : first_line + headers + body;
 }
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): see the header
+// NOLINTBEGIN(bugprone-reserved-identifier): see the header
 
 int _httpc_encode_vars(httpc_client *client)
 {
@@ -161,4 +161,4 @@ int _httpc_encode_first_line(httpc_client *client, char *buffer, int size)
     return length;
 }
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

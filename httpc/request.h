@@ -5,7 +5,7 @@
 
 #include "httpc/httpc_client.h"
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore.
 
 /// Appends all variables to the encoded ones, the first value of each name: 0, or -1 with a
@@ -16,4 +16,4 @@ int _httpc_encode_vars(httpc_client *client);
 /// variables. A method other than GET and POST has an empty line, 0.
 int _httpc_encode_first_line(httpc_client *client, char *buffer, int size);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

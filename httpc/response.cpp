@@ -57,7 +57,7 @@ int finish_response(httpc_client *client, int result)
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): see the header
+// NOLINTBEGIN(bugprone-reserved-identifier): see the header
 
 int _httpc_dispose_response(httpc_client *client)
 {
@@ -104,7 +104,7 @@ int _httpc_dispose_redirect(httpc_client *client)
     return httpc_response_follows;
 }
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)
 
 int httpcGetResponse(httpc_client *client, int keep_headers)
 {

@@ -9,7 +9,7 @@
 constexpr int httpc_response_final = 0;   ///< the response is the result
 constexpr int httpc_response_follows = 1; ///< the request was sent again: read the next response
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own names
+// NOLINTBEGIN(bugprone-reserved-identifier): the library's own names
 // begin with an underscore.
 
 /// Follows the statuses that redirect: 301, 302 and 304. One of the two results above, or -1 with a
@@ -21,4 +21,4 @@ int _httpc_dispose_response(httpc_client *client);
 /// read by the caller: a server may redirect without end, and the stack must not grow with it.
 int _httpc_dispose_redirect(httpc_client *client);
 
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -99,10 +99,10 @@ int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_l
     return finish(levels, depth) ? 1 : 0;
 }
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the established names
+// NOLINTBEGIN(bugprone-reserved-identifier): the established names
 const uint8_t *_feature_set = nullptr;
 int _feature_set_size = 0;
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)
 
 const char *get_feature(const char *name)
 {

@@ -44,10 +44,10 @@ int eval_conds(const uint8_t *code, int length, const uint8_t **end, condition_l
 /// values in turn. A look-up function takes a name alone, so the set has to be found elsewhere.
 /// Null outside an evaluation, but for a requirement that did not compile: it leaves its set to the
 /// next.
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the established names
+// NOLINTBEGIN(bugprone-reserved-identifier): the established names
 extern const uint8_t *_feature_set;
 extern int _feature_set_size;
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)
 
 /// The value of the first feature called `name` (case counts), or null: without a set, without such
 /// a feature, or where the set's last string does not end inside it.

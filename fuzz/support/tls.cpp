@@ -35,7 +35,7 @@ int done()
         return answer;                                                                             \
     }
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 REPLACED(WOLFSSL_METHOD *, wolfSSLv23_client_method, reinterpret_cast<WOLFSSL_METHOD *>(&object),
          void)
 REPLACED(WOLFSSL_CTX *, wolfSSL_CTX_new, made<WOLFSSL_CTX>(), WOLFSSL_METHOD *)
@@ -57,4 +57,4 @@ REPLACED(int, wolfSSL_read,
 REPLACED(int, wolfSSL_write,
          static_cast<int>(real.write(connection_socket, buffer, static_cast<size_t>(size))),
          WOLFSSL *, const void *buffer, int size)
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

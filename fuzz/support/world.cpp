@@ -309,7 +309,7 @@ bool fails_now()
     }
 #define UNLESS_IT_FAILS(memory) keep(fuzz::fails_now() ? nullptr : (memory))
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 REDIRECTED(void *, malloc, (size_t size), (size), UNLESS_IT_FAILS(__real_malloc(size)))
 REDIRECTED(void *, calloc, (size_t count, size_t size), (count, size),
            UNLESS_IT_FAILS(__real_calloc(count, size)))
@@ -327,4 +327,4 @@ REDIRECTED(int, mprotect, (void *address, size_t size, int protection), (address
            protect(address))
 REDIRECTED(int, getsockopt, (int fd, int level, int name, void *value, socklen_t *size),
            (fd, level, name, value, size), no_error(value, *size))
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -84,7 +84,7 @@ unsigned sleep_seconds(unsigned seconds)
 
 } // namespace
 
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the C library's names
+// NOLINTBEGIN(bugprone-reserved-identifier): the C library's names
 extern "C" {
 
 #define OPEN(name)                                                                                 \
@@ -181,4 +181,4 @@ int FACE(ioctl)(int fd, ioctl_request request, ...) noexcept
 }
 
 } // extern "C"
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)

@@ -14,7 +14,7 @@
 sim_real real;
 
 #ifdef SIMDEV_WRAP
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's names
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 // In two steps, for a name that is a macro: see real.h.
 #define REAL_NAME_AS_IT_IS(name) __real_##name
 #define REAL_NAME(name) REAL_NAME_AS_IT_IS(name)
@@ -22,7 +22,7 @@ sim_real real;
 extern "C" {
 REAL_CALLS(REAL)
 }
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+// NOLINTEND(bugprone-reserved-identifier)
 #undef REAL
 #define REAL(name) real.name = REAL_NAME(name);
 #else
