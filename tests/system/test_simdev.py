@@ -14,7 +14,7 @@ import zlib
 
 import pytest
 
-from conftest import BUILD, PROGRAM, ROOT, SIMDEV
+from conftest import BUILD, IO_ERROR, PROGRAM, ROOT, SIMDEV
 from package import Part, make_package
 from test_upgrade import KERNEL, trailer
 
@@ -80,6 +80,7 @@ def test_the_script_gets_the_environment_without_the_simulation(make_device, ser
 
 @pytest.mark.parametrize("fault, status, stderr", [
     ("bit-flip@1:bit=9", 0, b"block #0 differ\n"),
+    ("read-error@2", 0, b"read last block #1 failed: %s\n" % IO_ERROR.encode()),
     ("short-write@1:bytes=100", 0, b"block #0 differ\n"),
     ("open-error", 1, b"cannot open target device\n"),
     ("script-hang", 102, b"tftp download packet length: 9216\n"),
