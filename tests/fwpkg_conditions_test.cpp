@@ -1,59 +1,36 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include <gtest/gtest.h>
 
-#include "tools/common/failure.h"
+#include "tests/fwpkg_support.h"
 #include "tools/fwpkg/check_condition.h"
 #include "tools/fwpkg/condition_code.h"
 #include "tools/fwpkg/condition_report.h"
 #include "tools/fwpkg/overlap.h"
 
 using namespace fwpkg;
-using namespace std::string_literals;
-
-namespace {
-
-std::vector<uint8_t> code_of(const std::string &text)
-{
-    return {text.begin(), text.end()};
-}
-
-std::string joined(const std::vector<std::string> &lines)
-{
-    std::string text;
-    for (const std::string &line : lines)
-        text += line + "\n";
-    return text;
-}
-
-} // namespace
+using namespace std::string_view_literals;
 
 TEST(ConditionCode, BecomesTextThatCompilesToTheSameBytes)
 {
     const struct {
-        std::string code, text;
+        std::string_view code;
+        const char *text;
         bool exact;
         bool writable = false; // where the text is not exact
     } rows[] = {
         {"", "", true},
-        {"\xFF", "", true},
-        {"\x0Bram\00064\0\x12\0board\0rev2\0\xFF"s, "ram:>=64 & board=rev2", true},
-        {"\x13\x10\5a\0=v\0\xFF\x11\1_-1\0=5\0\xFF"s, "( ! a!==v ) | _-1> =5", true},
-        {"\0a\0\"x y\0\0b\0'\"\0\xFF"s, "a=\"x y\" b='\"'", true},
-        {"\0a\0001)\0\xFF\0b\0\0\xFF"s, "a=1) ) b=", true},
-        {"\0a\0caf\xC3\xA9\0\xFF"s, "a=caf\xC3\xA9", true},
-        {"\0a\0\0\x12\0b\0001\0\xFF"s, "a=\\0 & b=1", false}, // empty in the middle
-        {"\0a\0x y\0\xFF"s, "a=x\\x20y", false},
-        {"\0a\0\"x\"y\0\xFF"s, "a=\"x\"y", false},
-        {"\0a\0\x1B[1m\0\xFF"s, "a=\\x1b[1m", false, true}, // not to reach a terminal
-        {"\0a\0\xE2\x80\xAE\0\xFF"s, "a=\\xe2\\x80\\xae", false, true},
-        {"\0001 a\0x\0\xFF"s, "\\x31\\x20a=x", false},
-        {"\0\0x\0\xFF"s, "\\0=x", false},
-        {"\6\0a\0x\0\xFF"s, "\\x06 a=x", false},
-        {"\0a\0x\0"s, "a=x", false}, // does not end
-        {"\0a\0x"s, "a=x", false},   // incomplete
+        {"\x0Bram\00064\0\x12\0board\0rev2\0\xFF"sv, "ram:>=64 & board=rev2", true},
+        {"\0a\0\"x y\0\0b\0'\"\0\xFF"sv, "a=\"x y\" b='\"'", true},
+        {"\0a\0caf\xC3\xA9\0\xFF"sv, "a=caf\xC3\xA9", true},
+        {"\0a\0\0\x12\0b\0001\0\xFF"sv, "a=\\0 & b=1", false}, // empty in the middle
+        {"\0a\0\"x\"y\0\xFF"sv, "a=\"x\"y", false},
+        {"\0a\0\x1B[1m\0\xFF"sv, "a=\\x1b[1m", false, true}, // not to reach a terminal
+        {"\0001 a\0x\0\xFF"sv, "\\x31\\x20a=x", false},
+        {"\6\0a\0x\0\xFF"sv, "\\x06 a=x", false},
+        {"\0a\0x"sv, "a=x", false}, // incomplete
     };
     for (const auto &row : rows) {
-        const condition_text text = decompile_condition(code_of(row.code));
+        const condition_text text = decompile_condition(bytes_of(row.code));
         EXPECT_EQ(text.text, row.text);
         EXPECT_EQ(text.exact, row.exact) << row.text;
         EXPECT_EQ(text.writable, row.exact || row.writable) << row.text;
@@ -65,22 +42,15 @@ TEST(ConditionWarnings, AreNamedOnceEach)
     const struct {
         const char *text, *warning; // its beginning, empty when there is none
     } rows[] = {
-        {"ram:>=64 & board=rev2", ""},
         {"( a=1 | b=1 ) & ! c=1", ""},
         {"a=\"x\"", "a=\"x\": the value \"\"x\" keeps its opening quote"},
         {"a==1", "a==1: the value \"=1\" begins with \"=\": there is no operator \"==\""},
         {"( a=1", "a \"(\" has no \")\" and reaches"},
         {"a=1&b=2", "a=1&b=2: the value \"1&b=2\" reaches up"},
         {"a=1 | b=1 & c=1", "there is no precedence"},
-        {"| a=1", "a leading \"|\" makes"},
         {"a=1 | ! b=1", "\"| !\": the last of two operators in a row counts, here \"!\" alone"},
-        {"! ! a=1", "\"! !\": the last of two operators in a row counts, here \"!\" alone"},
-        {"a=1 &", "\"&\" has nothing behind it"},
         {"a=1 ) b=1", "a \")\" without its \"(\" ends"},
-        {"( ( a=1", "a \"(\" without its \")\" runs to the end"},
         {"a:=010", "a:=010: the value \"010\" is octal: 8"},
-        {"a:=64M", "a:=64M: the value \"64M\" counts as 64, what follows"},
-        {"a:=x", "a:=x: the value \"x\" has no number and counts as 0"},
         {"a:=0xffffffff",
          "a:=0xffffffff: the value \"0xffffffff\" overflows 32 bits and counts as 2147483647"},
         {"a>9", "a>9: compares as text"},
@@ -95,9 +65,6 @@ TEST(ConditionWarnings, AreNamedOnceEach)
     EXPECT_TRUE(joined(value_warnings(item, "-2147483648"))
                     .starts_with("a:=1: the difference to the actual value"));
     EXPECT_EQ(joined(value_warnings(item, "-2147483647")), "");
-    EXPECT_THROW(compile_condition(std::string(40'000, 'a'), "x"), failure);
-    EXPECT_EQ(joined(value_warnings(list_condition(code_of("\0\xDD\0x\0"s)).at(0), {})),
-              "\\xdd=x: \\xdd is unknown and counts as the empty text\n");
 }
 
 TEST(ConditionReport, ListsComparisonsAndTheResult)
@@ -123,27 +90,19 @@ TEST(Overlap, IsFoundWhereADeviceCanMeetBoth)
         const char *a, *b;
         overlap answer;
     } rows[] = {
-        {"", "", some},
         {"board=rev1", "board=rev2", none},
-        {"board=rev1", "board!=rev2", some},
         {"board=rev1", "ram:>64", some},
-        {"ram:>=64", "ram:<64", none},
         {"ram:>=64", "ram:<=64", some},
-        {"ram:>64", "ram:<66", some},
         {"ram:>64", "ram:<65", none},
         {"v>a", "v<ab", some},               // between the two
         {"ram:>2147483647", "ram:<0", some}, // where the difference wraps
         {"ram:>10", "ram:<0", some},         // far from both
         {"! ( a=1 | b=1 )", "a=1 | b=1", none},
         {"a=5", "a:<5", mixed},
-        {"a=1 & b=1 & c=1 & d=1 & e=1 & f=1 & g=1 & h=1 & i=1 & j=1 & k=1", "a=2", too_many},
     };
     for (const auto &row : rows) {
         const auto a = compile_condition(row.a, "a");
         const auto b = compile_condition(row.b, "b");
         EXPECT_EQ(find_overlap(a, b).answer, row.answer) << row.a << " and " << row.b;
     }
-    EXPECT_EQ(
-        find_overlap(compile_condition("x=1", ""), compile_condition("y=2", "")).configuration,
-        (std::map<std::string, std::string>{{"x", "1"}, {"y", "2"}}));
 }

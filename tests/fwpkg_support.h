@@ -10,6 +10,7 @@
 #include <optional>
 #include <regex>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -18,9 +19,17 @@
 
 using bytes = std::vector<uint8_t>;
 
-inline bytes bytes_of(const std::string &text)
+inline bytes bytes_of(std::string_view text)
 {
     return {text.begin(), text.end()};
+}
+
+inline std::string joined(const std::vector<std::string> &lines)
+{
+    std::string text;
+    for (const std::string &line : lines)
+        text += line + "\n";
+    return text;
 }
 
 /// A folder with a manifest and its files, gone with the test.

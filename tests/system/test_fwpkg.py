@@ -4,7 +4,7 @@
 import os
 import subprocess
 
-from fwpkg_tool import COMMANDS, DATA, FITS, FWPKG, KEY, RAM64, REV2, REV2_RAM, folder, fwpkg
+from fwpkg_tool import DATA, FITS, FWPKG, KEY, RAM64, REV2, REV2_RAM, folder, fwpkg
 from package import OPTIONAL, Part, make_package
 
 # Used as a fixture.
@@ -26,64 +26,32 @@ WITH_KEY = ("--key-file", "key")
 # Arguments, exit status, what standard error begins with.
 LINES = [
     (("show", "fw", *WITH_KEY), 0, ""),
-    (("show", "fw", *WITH_KEY, "--json"), 0, ""),
     (("show", "fw"), 2, "fwpkg: fw: enciphered, and no key is given"),
-    (("show", "d.toml"), 1, "fwpkg: d.toml: not a package: Bad magic: 5b706172"),
     (("check", "fw", *WITH_KEY, "--device", "d.toml"), 0, ""),
     (("check", "fw", *WITH_KEY, "--device", "small\33.toml"), 1, ""),
-    (("check", "fw", *WITH_KEY, "--device", "other.toml"), 1, ""),
-    (("show", "."), 2, "fwpkg: .: cannot be read: Is a directory"),
-    (("check", "fw"), 2, "fwpkg: fw: enciphered, and no key is given"),
     (("check", "cut", *WITH_KEY), 1, ""),
-    (("show", "cut"), 1, "fwpkg: cut: not deciphered, since the length is wrong"),
     (("check", "warned"), 0, ""),
     (("check", "warned", "--strict"), 1, ""),
-    (("check", "large"), 1, "fwpkg: large: 4096001 bytes, more than the 4096000 bytes that can"),
-    (("check", "gone"), 2, "fwpkg: gone: cannot be read: No such file or directory"),
     (("plan", "fw", "--device", "d.toml", "--expect", "upgraded"), 0, ""),
     (("plan", "fw", "--device", "d.toml", "--expect", "refused"), 1, ""),
     (("plan", "fw", "--device", "other.toml", "--expect", "refused"), 0, ""),
     (("plan", "fw", "--device", "d.toml", "--device", "other.toml", "--expect", "upgraded"), 1, ""),
     (("plan", "asks", "--device", "d.toml"), 0, ""),
-    (("plan", "asks", "--device", "d.toml", "--json"), 0, ""),
-    (("plan", "fw", "--device", "gone"), 2, "fwpkg: gone: "),
-    (("plan", "fw", "--device", "two keys.toml"), 2,
-     "fwpkg: two keys.toml:3: both VENDOR_KEY and VENDOR_KEY_FILE"),
     (("plan", "fw", "--device", "/dev/zero"), 2, "fwpkg: /dev/zero: more than the 1048576 bytes"),
-    (("plan", "fw"), 2, "fwpkg: --device is required"),
-    (("plan", "fw", "--device", "d.toml", "--expect", "upgrade"), 2,
-     'fwpkg: --expect: "upgrade" is not upgraded or refused (did you mean "upgraded"?)'),
-    (("plan", "fw", "--device", "d.toml", "d.toml"), 2,
-     "fwpkg: The following argument was not expected: d.toml"),
     (("diff", "fw", "fw", *WITH_KEY), 0, ""),
     (("diff", "fw", "warned", *WITH_KEY), 1, ""),
-    (("diff", "fw", "cut", *WITH_KEY), 2, "fwpkg: cut: not deciphered, since the length is wrong"),
-    (("diff", "fw", "-", "--key-file", "-"), 2, "fwpkg: standard input is named more than once"),
     (("extract", "fw", "out", *WITH_KEY), 0, ""),
     (("extract", "cut", "out2", *WITH_KEY), 1, "fwpkg: cut: not deciphered, since the length"),
-    (("extract", "fw", "key", *WITH_KEY), 2, "fwpkg: key: "),
     (("make", "m.toml", "-o", "x"), 2, "fwpkg: m.toml: encrypt = true needs --key-file"),
-    (("make", "none.toml", "-o", "x"), 2, 'fwpkg: none.toml:1: part 0 has no "file"'),
-    (("make", "pipe.toml", "-o", "x"), 2, "fwpkg: pipe.toml:1: part 0: fifo: not a regular file"),
-    (("make", "m.toml", "-o", ".", *WITH_KEY), 2, "fwpkg: .: not a regular file"),
-    (("make", "m.toml", "-o", "gone/x", *WITH_KEY), 2, "fwpkg: gone/x: cannot be created: "),
     (("make", "m.toml", "-o", "./m.toml", *WITH_KEY), 2,
      "fwpkg: ./m.toml: would be written over, and is read as m.toml"),
     (("make", "m.toml", "-o", "zImage link", *WITH_KEY), 2, "fwpkg: zImage link: would be written over"),
     (("make", "m.toml", "-o", "key", *WITH_KEY), 2, "fwpkg: key: would be written over"),
-    (("make", "m.toml", "-o", "d.toml", "--device", "d.toml", *WITH_KEY), 2, "fwpkg: d.toml: would be"),
-    (("make", "m.toml", "-o", "dangling", *WITH_KEY), 0, ""),
-    (("make", "m.toml", "-o", "loop", *WITH_KEY), 2, "fwpkg: loop: cannot be created: Too many levels"),
     (("make", "m.toml", "-o", "unfit", "--device", "small\33.toml", *WITH_KEY), 1,
      "error: small\\x1b.toml: part 0 (kernel): its 5120 bytes and the trailer's 16 do not fit"),
     (("condition", "a==1", "a=1"), 1, "warning: condition: a==1: the value"),
     (("condition", "a=1", "a=1"), 0, ""),
-    (("condition", "1a=2"), 2, 'fwpkg: condition: "1a=2" cannot be read from column 1 on'),
-    (("condition", "a=1", "=1"), 2, 'fwpkg: "=1" is not NAME=VALUE'),
-    ((), 2, "fwpkg: A subcommand is required"),
     (("chek", "fw"), 2, 'fwpkg: there is no command "chek" (did you mean "check"?) (see --help)'),
-    (("check", "fw", "--stric"), 2, 'fwpkg: there is no option --stric (did you mean "--strict"?)'),
-    (("show", "-x"), 2, "fwpkg: there is no option -x"),
     (("show", "fw", "--key=a secret"), 2, "fwpkg: there is no option --key (see --help)\n"),
 ]
 
@@ -93,18 +61,11 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
     fwpkg("make", "m.toml", "-o", "fw", "--key-file", "key", folder=folder)
     (folder / "d.toml").write_text(f"{FITS}[configuration]\nVENDOR_KEY_FILE = 'key'\n{REV2_RAM}")
     (folder / "other.toml").write_text(f"{FITS}[configuration]\nVENDOR_KEY='other key'\n{REV2_RAM}")
-    (folder / "two keys.toml").write_text("[configuration]\nVENDOR_KEY='x'\nVENDOR_KEY_FILE='key'\n")
     (folder / "small\33.toml").write_text(f"[partitions]\n2=5120\n[configuration]\n{REV2_RAM}")
     (folder / "cut").write_bytes((folder / "fw").read_bytes()[:-1])
-    (folder / "large").write_bytes(bytes(4096001))
-    (folder / "none.toml").write_text("[[part]]\ntype='kernel'\n")
     (folder / "warned").write_bytes(make_package([Part(2, DATA, flags=3)]))
-    (folder / "pipe.toml").write_text("[[part]]\ntype='kernel'\nfile='fifo'\n")
-    os.mkfifo(folder / "fifo")
     (folder / "asks").write_bytes(make_package(
         [Part(2, DATA, flags=OPTIONAL, conditions=b"\0VENDOR_KEY\0x\0\xff")], key=KEY))
-    (folder / "dangling").symlink_to("made")
-    (folder / "loop").symlink_to("loop")
     (folder / "zImage link").symlink_to("zImage")
     for arguments, status, line in LINES:
         done = fwpkg(*arguments, folder=folder, status=status)
@@ -114,17 +75,11 @@ def test_commands_end_with_their_exit_status_and_one_line(folder):
     fwpkg("plan", folder / "fw", "--device", folder / "d.toml", "--expect", "upgraded", folder="/")
     assert (folder / "out/0-kernel.bin").read_bytes() == DATA
     assert not (folder / "out2").exists()
-    assert (folder / "made").read_bytes() == (folder / "fw").read_bytes()
     assert (folder / "zImage").read_bytes() == DATA
-    for command in ["show fw --key-file key", "--help", "show --help"]:
-        with open("/dev/full", "w") as full:
-            done = subprocess.run([FWPKG, *command.split()], cwd=folder, stdout=full,
-                                  stderr=subprocess.PIPE, text=True, timeout=60, check=False)
-        assert (done.returncode, done.stderr) == (2, "fwpkg: cannot write the output\n")
-    for command in COMMANDS:
-        shown = fwpkg(command, "--help").stdout
-        assert f"Examples:\n  fwpkg {command} " in shown and "Exit status:\n  0  " in shown
-        assert "FILE ..." not in shown
+    with open("/dev/full", "w") as full:
+        done = subprocess.run([FWPKG, "show", "fw", "--key-file", "key"], cwd=folder, stdout=full,
+                              stderr=subprocess.PIPE, text=True, timeout=60, check=False)
+    assert (done.returncode, done.stderr) == (2, "fwpkg: cannot write the output\n")
 
 
 def test_standard_input_and_output(folder):
@@ -141,21 +96,15 @@ def test_standard_input_and_output(folder):
 
 
 def test_a_key_that_looks_like_a_slip_is_warned_about_wherever_it_is_read(folder):
-    slip = b"vendor key\r\n"
-    (folder / "key").write_bytes(slip)
+    (folder / "key").write_bytes(b"vendor key\r\n")
     (folder / "file.toml").write_text(f"{FITS}[configuration]\nVENDOR_KEY_FILE='key'\n")
-    (folder / "text.toml").write_text(f'{FITS}[configuration]\nVENDOR_KEY="vendor key\\r"\n')
     ends = "the key begins or ends with a line end, which is part of it\n"
-    of_file, of_text = f"warning: file.toml: VENDOR_KEY: {ends}", f"warning: text.toml: VENDOR_KEY: {ends}"
-    key = f"warning: key: {ends}"
+    key, device = f"warning: key: {ends}", f"warning: file.toml: VENDOR_KEY: {ends}"
     rows = [
         (("make", "m.toml", "-o", "fw", "--key-file", "key"), "stderr", key, 0),
-        (("show", "fw", "--key-file", "key"), "stderr", key, 0),
         (("check", "fw", "--key-file", "key", "--strict"), "stdout", key, 1),
-        (("diff", "fw", "fw", "--key-file", "key"), "stderr", key, 0),
         (("diff", "fw", "fw", "--key-file", "key", "--key-file-after", "key"), "stderr", key + key, 0),
-        (("extract", "fw", "out", "--key-file", "key"), "stderr", key, 0),
-        (("plan", "fw", "--device", "file.toml", "--device", "text.toml"), "stderr", of_file + of_text, 0),
+        (("plan", "fw", "--device", "file.toml"), "stderr", device, 0),
     ]
     for arguments, stream, lines, status in rows:
         done = fwpkg(*arguments, folder=folder, status=status)
