@@ -36,7 +36,8 @@ int play_connected(const std::string &script)
     return fd;
 }
 
-#pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps, by the linker's names
+#pragma GCC diagnostic ignored "-Wmissing-declarations" // the wraps
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker's names
 
 extern "C" {
 int __wrap_connect(int socket, const sockaddr *address, socklen_t)
@@ -97,3 +98,4 @@ unsigned __wrap_sleep(unsigned)
     return 0;
 }
 }
+// NOLINTEND(bugprone-reserved-identifier)

@@ -27,7 +27,7 @@ struct listener {
         socklen_t size = sizeof address;
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        bind(socket, reinterpret_cast<sockaddr *>(&address), size);
+        EXPECT_EQ(bind(socket, reinterpret_cast<sockaddr *>(&address), size), 0);
         listen(socket, 5);
         getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size);
     }
@@ -155,7 +155,8 @@ TEST(SimdevNetwork, AServerIsSeenAsTheDeviceSeesIt)
     sockaddr_in own = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
     sockaddr_in from = {};
     auto *sender = reinterpret_cast<sockaddr *>(&from);
-    bind(peer, reinterpret_cast<const sockaddr *>(&own), size = sizeof own);
+    size = sizeof own;
+    ASSERT_EQ(bind(peer, reinterpret_cast<const sockaddr *>(&own), size), 0);
     getsockname(peer, reinterpret_cast<sockaddr *>(&own), &size);
     network("udp:69=" + std::to_string(ntohs(own.sin_port)) + ",", "", false);
     const int device = socket(AF_INET, SOCK_DGRAM, 0);

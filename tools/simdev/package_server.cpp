@@ -20,7 +20,7 @@ constexpr const char *loopback = "127.0.0.1";
 std::shared_ptr<X509> make_certificate(EVP_PKEY *key)
 {
     constexpr long day_seconds = 24L * 60 * 60;
-    const std::shared_ptr<X509> made(X509_new(), X509_free);
+    std::shared_ptr<X509> made(X509_new(), X509_free);
     X509 *certificate = made.get();
     const std::shared_ptr<X509_EXTENSION> authority(
         X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE"),

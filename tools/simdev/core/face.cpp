@@ -10,6 +10,7 @@
 // missing here reaches the real system.
 #undef _FORTIFY_SOURCE   // the inline bodies of the very functions that are defined here
 #undef _FILE_OFFSET_BITS // renames open to open64, and so on
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's
 #define _FORTIFY_SOURCE 0
 
 #include <cerrno>

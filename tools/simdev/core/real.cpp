@@ -4,6 +4,7 @@
 // the linker's --wrap it has given them names of their own.
 #undef _FORTIFY_SOURCE // as in face.cpp: the names themselves are wanted
 #undef _FILE_OFFSET_BITS
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's
 #define _FORTIFY_SOURCE 0
 
 #include "tools/simdev/core/real.h"

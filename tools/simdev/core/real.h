@@ -61,6 +61,7 @@ auto pointer_to(Result (*)(Rest...)) -> Result (*)(Rest...);
 template<typename Result, typename... Rest>
 auto pointer_to(Result (*)(Rest..., ...)) -> Result (*)(Rest..., ...);
 
+// NOLINTNEXTLINE(bugprone-macro-parentheses): a declaration
 #define REAL_MEMBER(name) decltype(pointer_to(&::name)) name;
 struct sim_real {
     REAL_CALLS(REAL_MEMBER)
