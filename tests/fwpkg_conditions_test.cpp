@@ -48,7 +48,7 @@ TEST(ConditionWarnings, AreNamedOnceEach)
         {"( a=1", "a \"(\" has no \")\" and reaches"},
         {"a=1&b=2", "a=1&b=2: the value \"1&b=2\" reaches up"},
         {"a=1 | b=1 & c=1", "there is no precedence"},
-        {"a=1 | ! b=1", "\"| !\": the last of two operators in a row counts, here \"!\" alone"},
+        {"! ! a=1", "\"! !\": the last of two operators in a row counts, here \"!\" alone"},
         {"a=1 ) b=1", "a \")\" without its \"(\" ends"},
         {"a:=010", "a:=010: the value \"010\" is octal: 8"},
         {"a:=0xffffffff",

@@ -40,6 +40,7 @@ LINES = [
     (("plan", "fw", "--device", "/dev/zero"), 2, "fwpkg: /dev/zero: more than the 1048576 bytes"),
     (("diff", "fw", "fw", *WITH_KEY), 0, ""),
     (("diff", "fw", "warned", *WITH_KEY), 1, ""),
+    (("diff", "fw", "cut", *WITH_KEY), 2, "fwpkg: cut: not deciphered, since the length is wrong"),
     (("extract", "fw", "out", *WITH_KEY), 0, ""),
     (("extract", "cut", "out2", *WITH_KEY), 1, "fwpkg: cut: not deciphered, since the length"),
     (("make", "m.toml", "-o", "x"), 2, "fwpkg: m.toml: encrypt = true needs --key-file"),
