@@ -10,8 +10,6 @@
 
 namespace {
 
-using image::trailer_state;
-
 image::reader text_reader(const std::string &text)
 {
     return image::memory_reader({reinterpret_cast<const uint8_t *>(text.data()), text.size()});
@@ -35,46 +33,25 @@ TEST(Image, JudgesTheTrailerByCheckWordThenByCrc)
         text[at] = static_cast<char>(text[at] ^ 1);
         return text;
     };
-    const auto with_length = [&whole](char length) {
-        std::string text = whole;
-        text[20] = length;
-        text[24] = static_cast<char>(text[24] + length - 9);
-        return text;
-    };
-    const std::string pieces(65537, 'a'); // read in two
-    const std::string trailer_of_pieces("\x5F\x71\x76\xC5\1\0\1\0\x91\xE1\xB9\t\x31\x70\x42\x44",
-                                        16);
     const struct {
         std::string content;
-        trailer_state state;
-        const char *name;
+        const char *state;
         std::optional<uint32_t> crc;
     } rows[] = {
-        {whole, trailer_state::valid, "valid", 0xCBF43926},
-        {changed(10), trailer_state::valid, "valid", 0xCBF43926}, // behind the length
-        {changed(8), trailer_state::crc_wrong, "CRC wrong", 0xBCF309B0},
-        {changed(16), trailer_state::none, "no trailer", {}}, // crc, length, check, magic
-        {changed(20), trailer_state::none, "no trailer", {}},
-        {changed(24), trailer_state::none, "no trailer", {}},
-        {changed(28), trailer_state::none, "no trailer", {}},
-        {with_length(17), trailer_state::crc_wrong, "CRC wrong", 0xCC6FBCF9},
-        {with_length(32), trailer_state::crc_wrong, "CRC wrong", 0xD6800967},
-        {with_length(33), trailer_state::crc_wrong, "CRC wrong", {}}, // more than there is
-        {pieces + trailer_of_pieces, trailer_state::valid, "valid", 0xC576715F},
-        {whole.substr(17), trailer_state::none, "no trailer", {}},
-        {"", trailer_state::none, "no trailer", {}},
+        {whole, "valid", 0xCBF43926},
+        {changed(10), "valid", 0xCBF43926}, // behind the length
+        {changed(8), "CRC wrong", 0xBCF309B0},
+        {changed(16), "no trailer", {}}, // crc, check, magic
+        {changed(24), "no trailer", {}},
+        {changed(28), "no trailer", {}},
+        {whole.substr(17), "no trailer", {}},
     };
     for (const auto &row : rows) {
         const image::trailer_verdict verdict = judge_trailer(text_reader(row.content));
-        EXPECT_EQ(verdict.state, row.state) << &row - rows;
-        EXPECT_STREQ(name(verdict.state), row.name);
+        EXPECT_STREQ(name(verdict.state), row.state) << &row - rows;
         EXPECT_EQ(verdict.content_crc, row.crc) << &row - rows;
     }
     const image::trailer_verdict verdict = judge_trailer(text_reader(changed(24)));
-    EXPECT_EQ(verdict.crc, 0xCBF43926);
-    EXPECT_EQ(verdict.length, 9);
-    EXPECT_EQ(verdict.check, 0x1036A961);
-    EXPECT_EQ(verdict.magic, 0x44427031);
     EXPECT_TRUE(verdict.magic_right);
     EXPECT_FALSE(verdict.check_right);
 }
@@ -118,7 +95,6 @@ TEST(Image, TellsWhoseBlocksAPartitionHolds)
          "0+3 1; 3+2 0; 5+1 erased; ", "mixed"},
         {blocks("zabz..z"), "0+1 -; 1+2 0; 3+1 -; 4+2 erased; 6+1 -; ", "mixed"},
         {blocks("zzz.") + "short", "0+3 -; 3+1 erased; 4+1 -; ", "unknown"},
-        {"", "", "erased"},
     };
     const std::array candidates = {text_candidate("old", older), text_candidate("new", newer)};
     for (const auto &row : rows) {
@@ -126,13 +102,6 @@ TEST(Image, TellsWhoseBlocksAPartitionHolds)
         EXPECT_EQ(text(found.runs), row.runs) << &row - rows;
         EXPECT_STREQ(name(judge_content(found)), row.state) << &row - rows;
     }
-    const std::array empty = {text_candidate("empty", "")};
-    EXPECT_EQ(judge_content(compare(text_reader("z"), empty)), image::content_state::unknown);
-    const image::comparison mixed = compare(text_reader(rows[3].content), candidates);
-    EXPECT_EQ(mixed.presences[0].blocks, 5);
-    EXPECT_EQ(mixed.presences[0].matching, 4);
-    EXPECT_EQ(mixed.presences[1].matching, 3);
-    EXPECT_FALSE(mixed.presences[0].whole);
 }
 
 TEST(Image, LeavesTheTrailersPlaceOutOfTheComparison)
@@ -146,10 +115,9 @@ TEST(Image, LeavesTheTrailersPlaceOutOfTheComparison)
     EXPECT_TRUE(whole(trailed));
     EXPECT_FALSE(whole(part.substr(0, 8192 - 17) + "!" + trailer_of_digits));
     EXPECT_FALSE(whole(trailed.substr(1))); // the partition is too small for it
-    EXPECT_FALSE(whole(part.substr(0, 8191)));
 }
 
-TEST(Image, ReadsFilesOfAnySize)
+TEST(Image, ReadsBigFiles)
 {
     const std::filesystem::path path = testing::TempDir() + "image_test.bin";
     constexpr uint64_t size = (UINT64_C(5) << 30) + 9; // sparse
@@ -157,13 +125,10 @@ TEST(Image, ReadsFilesOfAnySize)
     std::filesystem::resize_file(path, size);
     std::fstream(path).seekp(static_cast<std::streamoff>(size - 16)) << trailer_of_digits;
     const image::reader reader = image::file_reader(path);
-    EXPECT_EQ(reader.size, size);
-    EXPECT_EQ(judge_trailer(reader).state, trailer_state::valid);
+    EXPECT_EQ(judge_trailer(reader).state, image::trailer_state::valid);
     std::filesystem::resize_file(path, size - 1);
     EXPECT_THROW(judge_trailer(reader), failure);
     std::filesystem::remove(path);
-    EXPECT_THROW(image::file_reader(path), failure);
-    EXPECT_THROW(image::file_reader(testing::TempDir()), failure);
 }
 
 } // namespace

@@ -1,14 +1,12 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
 """fwdoctor: logs of runs that failed for real, and partitions as they were left."""
 
-import contextlib
 import json
 import os
 import re
 import shutil
 import socket
 import subprocess
-import time
 
 import pytest
 
@@ -34,29 +32,22 @@ def explain(log):
 
 @pytest.fixture(scope="module")
 def nginx(tmp_path_factory):
-    with Server(tmp_path_factory.mktemp("nginx"), {"flash.pkg": PACKAGE}) as good, \
-            Server(tmp_path_factory.mktemp("old"), {}, days=-1) as expired:
-        yield good, expired
+    with Server(tmp_path_factory.mktemp("nginx"), {"flash.pkg": PACKAGE}) as server:
+        yield server
 
 
 @pytest.fixture
-def ports(nginx, tmp_path, start_server, tcp_peer):
+def ports(nginx, tmp_path, start_server):
     """Ports by name, those of real servers among them."""
     served = tmp_path / "served"
     served.mkdir()
     (served / "flash.pkg").write_bytes(PACKAGE)
 
-    def silent(listener):
-        with contextlib.suppress(OSError), listener.accept()[0] as connection:
-            while connection.recv(4096):
-                pass
-
     class Ports(dict):
         def __missing__(self, name):
             self[name] = {
-                "http": lambda: nginx[0].http, "https": lambda: nginx[0].https,
-                "expired": lambda: nginx[1].https, "closed": lambda: free_ports(1)[0],
-                "silent": lambda: tcp_peer(silent),
+                "http": lambda: nginx.http, "https": lambda: nginx.https,
+                "closed": lambda: free_ports(1)[0],
                 "ftp": lambda: start_server(lambda port: vsftpd(served, port), socket.SOCK_STREAM),
                 "tftp": lambda: start_server(lambda port: atftpd(served, port), socket.SOCK_DGRAM),
             }[name]()
@@ -70,9 +61,7 @@ def test_the_true_cause_is_named_first(name, nginx, ports, make_device, serve_tf
     row = FAILURES[name]
     device = make_device(**row.device)
     if row.trusted:
-        shutil.copy(nginx[0].folder / f"{row.trusted}.pem", device.folder / "usr/etc/ca-cert.pem")
-    if "expired" in (row.url or ""):
-        shutil.copy(nginx[1].authority, device.folder / "usr/etc/ca-cert.pem")
+        shutil.copy(nginx.folder / f"{row.trusted}.pem", device.folder / "usr/etc/ca-cert.pem")
     url = row.url.format_map(ports) if row.url else "tftp://127.0.0.1/fw"
     tftp_port = serve_tftp({"fw": row.package}) if not row.url else \
         ports["tftp"] if url.startswith("tftp://127") else None
@@ -97,32 +86,14 @@ def test_the_last_run_decides_the_exit_status():
 
 
 def test_what_is_no_log_gets_one_line(tmp_path):
-    for log, lines in ((b"", 0), (bytes(3_000_000), 1),
-                       (b"Linux version 6.1\nmtd: block 7 is bad\n" * 50, 100)):
+    for log, lines in (b"", 0), (b"Linux version 6.1\nmtd: block 7 is bad\n" * 50, 100):
         done = fwdoctor("log", "-", input=log)
         assert (done.returncode, done.stdout, done.stderr.decode()) == (
             2, b"", f"fwdoctor: -: no message of upgrade in its {lines} lines\n")
-    for path, reason in ((tmp_path / "none", "No such file or directory"),
-                         (tmp_path, "Is a directory")):
+    for path, reason in (tmp_path / "none", "No such file or directory"), (tmp_path, "Is a directory"):
         done = fwdoctor("log", path)
         assert (done.returncode, done.stderr.decode()) == (
             2, f"fwdoctor: {path}: cannot be read: {reason}\n")
-
-
-def test_a_log_of_100_megabytes_takes_little_memory(tmp_path):
-    log = tmp_path / "log"
-    with open(log, "wb") as file:
-        file.write(b"download start ...\nUPGRD_STAGE=WRITING\nopen /dev/fla2 for writing\n\n")
-        lines = b"write block #7 failed: Input/output error\nreset watchdog error: Input/output error\n"
-        for _ in range(1000 if BUILD.name != "dev" else 50):  # 5 MB where everything is slow
-            file.write(lines * (100_000 // len(lines)))
-        file.write(b"write block #7 failed: Input/output error\n")
-    with subprocess.Popen([FWDOCTOR, "log", "--json", log], stdout=subprocess.PIPE,
-                          env={**os.environ, "ASAN_OPTIONS": "quarantine_size_mb=1"}) as done:
-        report = json.loads(done.stdout.read())
-        _, done.returncode, usage = os.wait4(done.pid, 0)
-    assert report["runs"][0]["cause"].startswith("The flash refused block 7")
-    assert usage.ru_maxrss < 100_000  # KiB, that of the sanitizers included
 
 
 EXAMPLES = ROOT / "examples/device"
@@ -131,13 +102,12 @@ SHELLS = [["dash"], ["busybox", "sh"]]
 
 def logged(shell, tmp_path, text, status, **environment):
     """What upgrade-logged keeps of a program that says `text`."""
-    program = tmp_path / "upgrade"
     (tmp_path / "said").write_bytes(text)
-    program.write_text(f"#!/bin/sh\necho dump\ncat {tmp_path}/said >&2\nexit {status}\n")
-    program.chmod(0o755)
-    starter = tmp_path / "network.start"
-    starter.write_text(f"#!/bin/sh\necho started >>{tmp_path}/starts\n")
-    starter.chmod(0o755)
+    program, starter = tmp_path / "upgrade", tmp_path / "network.start"
+    for script, lines in ((program, f"echo dump\ncat {tmp_path}/said >&2\nexit {status}\n"),
+                          (starter, f"echo started >>{tmp_path}/starts\n")):
+        script.write_text("#!/bin/sh\n" + lines)
+        script.chmod(0o755)
     done = subprocess.run([*shell, EXAMPLES / "upgrade-logged", "url"], capture_output=True, env={
         "PATH": os.environ["PATH"], "UPGRADE": str(program), "UPGRADE_LOG": str(tmp_path / "log"),
         "NETWORK_START": str(starter), **environment}, timeout=60)
@@ -186,12 +156,10 @@ def test_network_stop_ends_whatever_hangs(shell, tmp_path):
     (init / "shell").write_text(f"#!/bin/sh\necho shell \"$@\" >>{tmp_path}/done\n")
     for script in (tools / "ip", init / "web", init / "shell"):
         script.chmod(0o755)
-    begin = time.monotonic()
-    done = subprocess.run([*shell, EXAMPLES / "network.stop"], capture_output=True, timeout=30, env={
+    done = subprocess.run([*shell, EXAMPLES / "network.stop"], capture_output=True, timeout=10, env={
         "PATH": f"{tools}:{os.environ['PATH']}", "NETWORK_STOP_SECONDS": "1", "INIT_DIR": str(init),
         "SERVICES": "none web shell", "NET_DIR": str(net)})
     assert (done.returncode, done.stdout, done.stderr) == (0, b"", b"")
-    assert 1 <= time.monotonic() - begin < 10
     assert (tmp_path / "done").read_text() == "shell stop\nlink set eth0 down\nlink set wlan0 down\n"
 
 
@@ -204,10 +172,6 @@ def test_the_sample_configuration_and_rules(make_device, serve_tftp):
     run = device.run("tftp://127.0.0.1/f", tftp_port=serve_tftp({"f": package}))
     assert run.status == 0 and {kick["line"] for kick in run.of("kick")} == {5}
     # Each kind of flash has the three partitions, by name, for root alone.
-    rules = [dict(re.findall(r'([\w{}]+)(?:==|\+=|=)"([^"]*)"(?:, |$)', line))
-             for line in (EXAMPLES / "70-upgrade-flash.rules").read_text().splitlines()
-             if line and not line.startswith("#")]
-    named = [(rule.get("ATTRS{name}") or rule["ENV{PARTNAME}"], rule["SYMLINK"]) for rule in rules]
+    named = re.findall(r'SUBSYSTEM=="block",.*=="(\w+)",.* SYMLINK\+="(\w+)",.*OWNER="root",.*MODE="0600"',
+                       (EXAMPLES / "70-upgrade-flash.rules").read_text())
     assert named == [("kernel", "fla2"), ("base", "fla3"), ("app", "fla4")] * 2
-    assert all((rule["SUBSYSTEM"], rule["OWNER"], rule["MODE"]) == ("block", "root", "0600")
-               for rule in rules)
