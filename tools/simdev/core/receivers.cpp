@@ -100,5 +100,6 @@ ssize_t send_datagram(int fd, const slot *sender, int receiver, const void *data
         operation.duration_us = sender->send_timeout_us;
         errno = EAGAIN; // a wait may have changed it
     }
-    return log_result(&operation, result, missing != nullptr ? missing : stuck);
+    return static_cast<ssize_t>(
+        log_result(&operation, result, missing != nullptr ? missing : stuck));
 }
