@@ -36,9 +36,11 @@ std::string compared(const bytes &a, const bytes &b, const std::vector<named_dev
 {
     const package_file file_a = open_package(a, key);
     const package_file file_b = open_package(b, key);
-    return std::regex_replace(
-        difference_text(compare_packages({a, file_a}, {b, file_b}, devices), "a", "b"),
-        std::regex("[0-9a-f]{32}(?=,|\n)"), "ID");
+    std::string text =
+        difference_text(compare_packages({a, file_a}, {b, file_b}, devices), "a", "b");
+    for (const package_file *file : {&file_a, &file_b})
+        text = replaced(text, content_identifier(*file), "ID");
+    return text;
 }
 
 } // namespace

@@ -8,12 +8,12 @@
 #include <fstream>
 #include <initializer_list>
 #include <optional>
-#include <regex>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "tests/text.h"
 #include "tools/common/failure.h"
 #include "tools/fwpkg/maker.h"
 
@@ -64,7 +64,7 @@ struct maker_folder {
         try {
             make(text);
         } catch (const failure &error) {
-            return std::regex_replace(error.what(), std::regex(path.string() + "/"), "");
+            return replaced(error.what(), path.string() + "/", "");
         }
         return {};
     }

@@ -107,7 +107,7 @@ class Laboratory:
         print("the board after a reboot, and a network-stop script that never ends")
         chip = self.chip.read_bytes()
         url = url_of("tftp", "small.pkg")
-        run = self.start(url=url, inspect=1, watchdog=5, stop="network.hang").finish()
+        run = self.start(url=url, inspect=1, watchdog=WATCHDOG_SECONDS // 2, stop="network.hang").finish()
         self.check_reboot(run, written)
         self.check("tftp download packet length" in run.log, "the package was downloaded")
         panic = "panic" in (self.work / "console").read_text(errors="replace")

@@ -180,7 +180,8 @@ def test_it_ends_after_its_wait_by_a_signal_or_never(follow, tmp_path):
         assert not follower.path.exists()
         assert json.loads((tmp_path / "record").read_text().splitlines()[-1])["end"] == "stopped"
     follower = follow("--stay", "--mode=622")
-    assert follower.path.stat().st_mode & 0o777 == 0o622
+    # Given behind its making: who connects may be the quicker one.
+    wait_for(lambda: follower.path.stat().st_mode & 0o777 == 0o622)
     follower.say("ERROR=INVALID URL", "STAGE=WRITING", "STAGE=DONE")
     timer = threading.Timer(10, follower.process.kill)
     timer.start()
