@@ -13,8 +13,8 @@ if(TARGET tools_common AND UPGRADE_SANITIZE)
         endif()
     endforeach()
     foreach(target IN ITEMS doctor_flash doctor_log follow_core follow_lib fwpkg_lib
-            simdev_lib)
-        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 6
+            simdev_core simdev_lib simdev_preload)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8
             UNITY_BUILD_CODE_BEFORE_INCLUDE "// NOLINTNEXTLINE(bugprone-suspicious-include)")
     endforeach()
 endif()

@@ -14,7 +14,7 @@ struct {
     bool fast;
     int64_t virtual_us;
     int64_t started_us;
-} state;
+} clock_state;
 
 int64_t now_us()
 {
@@ -27,37 +27,37 @@ int64_t now_us()
 
 void clock_start(bool fast)
 {
-    state = {true, fast, 0, now_us()};
+    clock_state = {true, fast, 0, now_us()};
 }
 
 void clock_stop()
 {
-    state = {};
+    clock_state = {};
 }
 
 bool clock_runs()
 {
-    return state.runs;
+    return clock_state.runs;
 }
 
 bool clock_is_fast()
 {
-    return state.fast;
+    return clock_state.fast;
 }
 
 int64_t clock_virtual_us()
 {
-    return state.virtual_us;
+    return clock_state.virtual_us;
 }
 
 int64_t clock_real_us()
 {
-    return now_us() - state.started_us;
+    return now_us() - clock_state.started_us;
 }
 
 void clock_pass(int64_t microseconds)
 {
-    state.virtual_us += microseconds;
+    clock_state.virtual_us += microseconds;
 }
 
 void wait_really(int64_t microseconds)

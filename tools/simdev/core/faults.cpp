@@ -15,7 +15,7 @@ constexpr int64_t for_ever = INT64_MAX;
 struct {
     std::array<sim_fault, fault_capacity> faults;
     size_t count;
-} state;
+} fault_state;
 
 // Reads a decimal number and moves `*text` behind it. False unless it lies in the range.
 bool take_number(const char **text, int64_t minimum, int64_t maximum, int64_t *number)
@@ -107,18 +107,19 @@ int fault_parse(const char *text, sim_fault *fault, char *error, size_t error_si
 
 int faults_start(const char *list, char *error, size_t error_size)
 {
-    state = {};
+    fault_state = {};
     while (*list != '\0') {
         char text[256];
         const size_t length = strcspn(list, ";");
-        if (length >= sizeof text || state.count == fault_capacity) {
+        if (length >= sizeof text || fault_state.count == fault_capacity) {
             snprintf(error, error_size, "%s",
                      length >= sizeof text ? "too long a fault" : "too many faults");
             return -1;
         }
         memcpy(text, list, length);
         text[length] = '\0';
-        if (length > 0 && fault_parse(text, &state.faults[state.count++], error, error_size) < 0)
+        if (length > 0 &&
+            fault_parse(text, &fault_state.faults[fault_state.count++], error, error_size) < 0)
             return -1;
         list += length + (list[length] == ';' ? 1 : 0);
     }
@@ -127,7 +128,7 @@ int faults_start(const char *list, char *error, size_t error_size)
 
 std::span<const sim_fault> given_faults()
 {
-    return std::span(state.faults).first(state.count);
+    return std::span(fault_state.faults).first(fault_state.count);
 }
 
 const sim_fault *find_fault(fault_kind kind, int64_t number, int64_t place)
@@ -141,7 +142,7 @@ const sim_fault *find_fault(fault_kind kind, int64_t number, int64_t place)
 
 int fault_index(const sim_fault *fault)
 {
-    return fault == nullptr ? -1 : static_cast<int>(fault - state.faults.data());
+    return fault == nullptr ? -1 : static_cast<int>(fault - fault_state.faults.data());
 }
 
 const fault_row fault_rows[fault_kind_count] = {

@@ -15,16 +15,16 @@ struct {
     std::array<int64_t, op_count> counts; // by kind
     int busy_fd = -1;                     // whose traffic is pending
     sim_operation traffic;
-} state;
+} log_state;
 
 void hand_out(sim_operation *operation)
 {
     const int saved = errno;
-    operation->n = ++state.count;
+    operation->n = ++log_state.count;
     operation->virtual_us = clock_virtual_us();
     operation->real_us = clock_real_us();
-    if (state.sink != nullptr)
-        state.sink(state.argument, operation);
+    if (log_state.sink != nullptr)
+        log_state.sink(log_state.argument, operation);
     errno = saved;
 }
 
@@ -32,21 +32,21 @@ void hand_out(sim_operation *operation)
 
 void log_start(sim_sink sink, void *argument)
 {
-    state = {sink, argument, 0, {}, -1, {}};
+    log_state = {sink, argument, 0, {}, -1, {}};
 }
 
 void log_pending()
 {
-    if (state.busy_fd < 0)
+    if (log_state.busy_fd < 0)
         return;
-    state.busy_fd = -1;
-    hand_out(&state.traffic);
+    log_state.busy_fd = -1;
+    hand_out(&log_state.traffic);
 }
 
 sim_operation count_operation(sim_op op, const char *target)
 {
     sim_operation operation = make_operation(op, target);
-    operation.number = ++state.counts[op];
+    operation.number = ++log_state.counts[op];
     return operation;
 }
 
@@ -69,15 +69,15 @@ int64_t log_result(sim_operation *operation, int64_t result, const sim_fault *fa
 
 void log_traffic(int fd, const char *target, int64_t received, int64_t sent, int fault)
 {
-    if (state.busy_fd != fd) {
+    if (log_state.busy_fd != fd) {
         log_pending();
-        state.traffic = make_operation(op_network, target);
-        state.traffic.received = state.traffic.sent = state.traffic.calls = 0;
-        state.busy_fd = fd;
+        log_state.traffic = make_operation(op_network, target);
+        log_state.traffic.received = log_state.traffic.sent = log_state.traffic.calls = 0;
+        log_state.busy_fd = fd;
     }
-    state.traffic.received += received;
-    state.traffic.sent += sent;
-    state.traffic.calls++;
+    log_state.traffic.received += received;
+    log_state.traffic.sent += sent;
+    log_state.traffic.calls++;
     if (fault >= 0)
-        state.traffic.fault = fault;
+        log_state.traffic.fault = fault;
 }

@@ -31,16 +31,17 @@ struct {
     size_t port_count;
     std::array<host_pair, 16> hosts;
     size_t host_count;
-} state;
+} network_state;
 
 bool take_port(const char *text)
 {
-    if (state.port_count == state.ports.size())
+    if (network_state.port_count == network_state.ports.size())
         return false;
     char *end = nullptr;
     const auto device = static_cast<in_port_t>(strtoul(text + strlen("udp:"), &end, 10));
     const auto actual = static_cast<in_port_t>(strtoul(end + strlen("="), nullptr, 10));
-    state.ports[state.port_count++] = {text[0] == 'u', htons(device), htons(actual)};
+    network_state.ports[network_state.port_count++] = {text[0] == 'u', htons(device),
+                                                       htons(actual)};
     return true;
 }
 
@@ -48,11 +49,11 @@ bool take_host(const char *text)
 {
     const size_t length = strcspn(text, "=");
     host_pair pair = {};
-    if (state.host_count == state.hosts.size() || length >= sizeof pair.name)
+    if (network_state.host_count == network_state.hosts.size() || length >= sizeof pair.name)
         return false;
     memcpy(pair.name, text, length);
     inet_pton(AF_INET, text + length + strlen("="), &pair.address);
-    state.hosts[state.host_count++] = pair;
+    network_state.hosts[network_state.host_count++] = pair;
     return true;
 }
 
@@ -75,10 +76,10 @@ bool each_piece(const char *list, bool (*take)(const char *), char *error, size_
 
 bool can_be_reached(in_addr address)
 {
-    if (state.real_network || ntohl(address.s_addr) >> 24 == IN_LOOPBACKNET)
+    if (network_state.real_network || ntohl(address.s_addr) >> 24 == IN_LOOPBACKNET)
         return true;
-    for (size_t index = 0; index < state.host_count; index++)
-        if (state.hosts[index].address.s_addr == address.s_addr)
+    for (size_t index = 0; index < network_state.host_count; index++)
+        if (network_state.hosts[index].address.s_addr == address.s_addr)
             return true;
     return false;
 }
@@ -86,9 +87,9 @@ bool can_be_reached(in_addr address)
 // What `name` is known as without asking anybody.
 bool look_up(const char *name, in_addr *address)
 {
-    for (size_t index = 0; index < state.host_count; index++) {
-        if (strcasecmp(state.hosts[index].name, name) == 0) {
-            *address = state.hosts[index].address;
+    for (size_t index = 0; index < network_state.host_count; index++) {
+        if (strcasecmp(network_state.hosts[index].name, name) == 0) {
+            *address = network_state.hosts[index].address;
             return true;
         }
     }
@@ -102,8 +103,8 @@ bool look_up(const char *name, in_addr *address)
 int network_start(const char *ports, const char *hosts, bool real_network, char *error,
                   size_t error_size)
 {
-    state = {};
-    state.real_network = real_network;
+    network_state = {};
+    network_state.real_network = real_network;
     if (!each_piece(ports, take_port, error, error_size) ||
         !each_piece(hosts, take_host, error, error_size))
         return -1;
@@ -117,10 +118,11 @@ bool is_ipv4(const sockaddr *address, socklen_t size)
 
 bool find_address(bool udp, sockaddr_in *address)
 {
-    for (size_t index = 0; index < state.port_count; index++) {
-        if (state.ports[index].udp != udp || state.ports[index].device != address->sin_port)
+    for (size_t index = 0; index < network_state.port_count; index++) {
+        if (network_state.ports[index].udp != udp ||
+            network_state.ports[index].device != address->sin_port)
             continue;
-        address->sin_port = state.ports[index].actual;
+        address->sin_port = network_state.ports[index].actual;
         if (!can_be_reached(address->sin_addr))
             address->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         return true;
@@ -130,9 +132,9 @@ bool find_address(bool udp, sockaddr_in *address)
 
 in_port_t device_port(bool udp, in_port_t actual)
 {
-    for (size_t index = 0; index < state.port_count; index++)
-        if (state.ports[index].udp == udp && state.ports[index].actual == actual)
-            return state.ports[index].device;
+    for (size_t index = 0; index < network_state.port_count; index++)
+        if (network_state.ports[index].udp == udp && network_state.ports[index].actual == actual)
+            return network_state.ports[index].device;
     return actual;
 }
 
@@ -151,10 +153,10 @@ hostent *sim_gethostbyname(const char *name)
         return &host;
     }
     sim_operation operation = make_operation(op_resolve, name);
-    hostent *found = state.real_network ? real.gethostbyname(name) : nullptr;
+    hostent *found = network_state.real_network ? real.gethostbyname(name) : nullptr;
     operation.result = found == nullptr ? -1 : 0;
     log_operation(&operation);
-    if (!state.real_network)
+    if (!network_state.real_network)
         h_errno = HOST_NOT_FOUND;
     return found;
 }

@@ -18,7 +18,7 @@ namespace {
 struct {
     uint64_t seed;
     std::array<int64_t, 10> opens;
-} state;
+} store_state;
 
 struct flash_call {
     int fd;
@@ -88,9 +88,10 @@ ssize_t store_flipped(flash_call *call, const void *data, size_t size)
     if (result <= 0)
         return result;
     const auto bits = static_cast<uint64_t>(result) * 8;
-    const uint64_t chosen = call->fault->bytes >= 0
-                                ? static_cast<uint64_t>(call->fault->bytes)
-                                : mix(state.seed + static_cast<uint64_t>(call->operation.number));
+    const uint64_t chosen =
+        call->fault->bytes >= 0
+            ? static_cast<uint64_t>(call->fault->bytes)
+            : mix(store_state.seed + static_cast<uint64_t>(call->operation.number));
     const uint64_t bit = chosen % bits;
     const auto flipped =
         static_cast<uint8_t>(static_cast<const uint8_t *>(data)[bit / 8] ^ (1U << (bit % 8)));
@@ -116,8 +117,8 @@ constexpr struct {
 
 void partitions_start(uint64_t seed)
 {
-    state = {};
-    state.seed = seed;
+    store_state = {};
+    store_state.seed = seed;
 }
 
 int open_partition(const char *path, const char *mapped, int partition, int flags)
@@ -125,7 +126,7 @@ int open_partition(const char *path, const char *mapped, int partition, int flag
     sim_operation operation = make_open(path, flags);
     const sim_fault *fault = nullptr;
     if (partition >= 0) {
-        operation.number = ++state.opens[static_cast<size_t>(partition)];
+        operation.number = ++store_state.opens[static_cast<size_t>(partition)];
         fault = find_fault(fault_open_error, operation.number, partition);
     }
     errno = EIO;

@@ -27,7 +27,7 @@ struct {
     int folder_fd;
     std::array<bool, std::size(status_receivers)> foreign;
     std::array<int, std::size(status_receivers)> queued; // of a stuck one
-} state;
+} receiver_state;
 
 // Sends to the socket in the device folder, through the folder's descriptor: however long the
 // folder's path is, the address is short.
@@ -35,19 +35,20 @@ ssize_t send_really(int fd, int receiver, const void *data, size_t size, int fla
 {
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
-    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s", state.folder_fd,
-             status_receivers[receiver]);
+    snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s",
+             receiver_state.folder_fd, status_receivers[receiver]);
     const ssize_t result = real.sendto(
         fd, data, size, flags, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     const bool nobody = result < 0 && (errno == ENOENT || errno == ECONNREFUSED);
-    return nobody && !state.foreign[static_cast<size_t>(receiver)] ? static_cast<ssize_t>(size)
-                                                                   : result;
+    return nobody && !receiver_state.foreign[static_cast<size_t>(receiver)]
+               ? static_cast<ssize_t>(size)
+               : result;
 }
 
 // Sends to one that exists and does not read.
 ssize_t queue_up(int fd, const slot *sender, int receiver, size_t size, int flags, int fault)
 {
-    int &queued = state.queued[static_cast<size_t>(receiver)];
+    int &queued = receiver_state.queued[static_cast<size_t>(receiver)];
     if (queued < queue_length) {
         queued++;
         return static_cast<ssize_t>(size);
@@ -62,10 +63,10 @@ ssize_t queue_up(int fd, const slot *sender, int receiver, size_t size, int flag
 
 void receivers_start(int folder_fd, const char *foreign)
 {
-    state = {};
-    state.folder_fd = folder_fd;
-    for (size_t index = 0; index < state.foreign.size(); index++)
-        state.foreign[index] = strchr(foreign, static_cast<char>('1' + index)) != nullptr;
+    receiver_state = {};
+    receiver_state.folder_fd = folder_fd;
+    for (size_t index = 0; index < receiver_state.foreign.size(); index++)
+        receiver_state.foreign[index] = strchr(foreign, static_cast<char>('1' + index)) != nullptr;
 }
 
 int find_receiver(const sockaddr *address, socklen_t size)

@@ -22,7 +22,7 @@ struct {
     real_path path;
     int64_t duration_us;
     char *const *environment;
-} state;
+} script_state;
 
 // Only the table is new, and it is made here: the child after vfork may not write to memory.
 char *const *clean_environment()
@@ -58,9 +58,9 @@ pid_t wait_for(pid_t pid, int *status, int options)
 
 void script_start(int64_t duration_us)
 {
-    put_into_folder(network_stop_script, state.path);
-    state.duration_us = duration_us;
-    state.environment = clean_environment();
+    put_into_folder(network_stop_script, script_state.path);
+    script_state.duration_us = duration_us;
+    script_state.environment = clean_environment();
 }
 
 pid_t sim_waitpid(pid_t pid, int *status, int options)
@@ -78,10 +78,10 @@ pid_t sim_waitpid(pid_t pid, int *status, int options)
         log_operation(&operation); // without a result: there will be none
         hang(operation.fault);
     }
-    spend(state.duration_us);
+    spend(script_state.duration_us);
     operation.result = WIFEXITED(own_status) ? WEXITSTATUS(own_status) : 128 + WTERMSIG(own_status);
-    operation.duration_us = state.duration_us;
-    if (access(state.path, X_OK) != 0) { // the child ended without having run anything
+    operation.duration_us = script_state.duration_us;
+    if (access(script_state.path, X_OK) != 0) { // the child ended without having run anything
         operation.result = -1;
         operation.error = errno;
     }
@@ -94,5 +94,5 @@ int sim_execv(const char *path, char *const *arguments)
     if (!clock_runs())
         return execve(path, arguments, environ);
     const bool is_script = strcmp(path, network_stop_script) == 0;
-    return execve(is_script ? state.path : path, arguments, state.environment);
+    return execve(is_script ? script_state.path : path, arguments, script_state.environment);
 }

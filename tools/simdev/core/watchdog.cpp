@@ -22,7 +22,7 @@ struct {
     const sim_fault *fault; // null: none
     int64_t fed_virtual_us;
     int64_t fed_real_us;
-} state;
+} watchdog_state;
 
 [[noreturn]] void end_program(sim_end status, sim_op op, int fault)
 {
@@ -36,14 +36,14 @@ struct {
 
 int64_t timeout_us()
 {
-    return state.fault->seconds * 1'000'000;
+    return watchdog_state.fault->seconds * 1'000'000;
 }
 
 } // namespace
 
 void watchdog_start()
 {
-    state = {find_fault(fault_watchdog), 0, 0};
+    watchdog_state = {find_fault(fault_watchdog), 0, 0};
 }
 
 int sim_ioctl(int fd, unsigned long request, void *argument)
@@ -58,16 +58,16 @@ int sim_ioctl(int fd, unsigned long request, void *argument)
     operation.level = record.level;
     const sim_fault *fault = find_fault(fault_gpio_refuse, operation.number);
     if (fault == nullptr && record.line >= 0)
-        state = {state.fault, clock_virtual_us(), clock_real_us()};
+        watchdog_state = {watchdog_state.fault, clock_virtual_us(), clock_real_us()};
     errno = fault == nullptr ? 0 : EIO;
     return static_cast<int>(log_result(&operation, fault == nullptr ? 0 : -1, fault));
 }
 
 int64_t watchdog_left_us()
 {
-    if (state.fault == nullptr || clock_is_fast())
+    if (watchdog_state.fault == nullptr || clock_is_fast())
         return INT64_MAX;
-    return std::max<int64_t>(timeout_us() - (clock_real_us() - state.fed_real_us), 0);
+    return std::max<int64_t>(timeout_us() - (clock_real_us() - watchdog_state.fed_real_us), 0);
 }
 
 void advance(int64_t microseconds)
@@ -75,12 +75,12 @@ void advance(int64_t microseconds)
     if (microseconds > 0)
         log_pending(); // it happened before
     clock_pass(microseconds);
-    if (state.fault != nullptr) {
-        const int64_t beyond = clock_virtual_us() - state.fed_virtual_us - timeout_us();
+    if (watchdog_state.fault != nullptr) {
+        const int64_t beyond = clock_virtual_us() - watchdog_state.fed_virtual_us - timeout_us();
         if (beyond > 0)
             clock_pass(-beyond);
         if (beyond > 0 || watchdog_left_us() == 0)
-            end_program(sim_end_reset, op_reset, fault_index(state.fault));
+            end_program(sim_end_reset, op_reset, fault_index(watchdog_state.fault));
     }
     if (clock_virtual_us() > day_us)
         end_program(sim_end_hang, op_hang, -1);
@@ -95,7 +95,7 @@ void spend(int64_t microseconds)
 
 void hang(int fault)
 {
-    if (state.fault != nullptr)
+    if (watchdog_state.fault != nullptr)
         advance(timeout_us() + 1);
     end_program(sim_end_hang, op_hang, fault);
 }
