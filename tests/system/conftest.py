@@ -42,6 +42,11 @@ PEER_SECONDS = 30  # no peer waits longer, so that no thread is left behind
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
 
+def pytest_configure(config):
+    """A failure in any thread, of a server for instance, is the test's."""
+    config.addinivalue_line("filterwarnings", "error::pytest.PytestUnhandledThreadExceptionWarning")
+
+
 class Run:
     def __init__(self, device, report, log):
         self.report = report
