@@ -110,3 +110,18 @@ def test_a_key_that_looks_like_a_slip_is_warned_about_wherever_it_is_read(folder
     for arguments, stream, lines, status in rows:
         done = fwpkg(*arguments, folder=folder, status=status)
         assert getattr(done, stream).startswith(lines), (arguments, done)
+
+
+def test_details_of_many_devices_are_shown_on_request(tmp_path):
+    (tmp_path / "fw").write_bytes(make_package([Part(2, DATA)]))
+    (tmp_path / "d.toml").write_text("[partitions]\n2=65536\n")
+    (tmp_path / "small.toml").write_text("[partitions]\n2=5119\n")
+    device, small = ("--device", "d.toml"), ("--device", "small.toml")
+    table = "device      result    time    kernel\n" + "d.toml      upgraded  2.18 s  written\n" * 3 \
+        + "small.toml  refused   -       refused\n\n"
+    refused = ("small.toml: package refused (exit status 1): part 0 (kernel): not enough space on target "
+               "device: 5120 bytes needed, /dev/fla2 has 5119\n")
+    hint = "--details shows what each device compares, and the room it has left\n"
+    assert fwpkg("plan", "fw", *device * 3, *small, folder=tmp_path).stdout == table + refused + hint
+    shown = fwpkg("plan", "fw", *device * 3, *small, "--details", folder=tmp_path).stdout
+    assert "/dev/fla2 has 65536 bytes" in shown and refused in shown and hint not in shown

@@ -155,6 +155,47 @@ def test_what_is_expected_and_what_cannot_be(devices, tmp_path):
     assert [suite.get(name) for name in ("tests", "failures", "errors")] == ["2", "0", "1"]
 
 
+# Name, package, device, and the reason of a plan that is no upgrade: the order, what is used up, what is
+# counted, and how writing ends. Data differs in length, so that parts are told apart.
+PLANS = [
+    *((name, make_package(parts), device, reason) for name, parts, device, reason in [
+        ("plain", [Part(2, DATA), Part(3, DATA[:100]), Part(4, DATA[:4096])], {}, ""),
+        ("alternatives", [Part(2, DATA, flags=OPTIONAL, conditions=REV2),
+                          Part(2, DATA[1:], flags=OPTIONAL, conditions=RAM64), Part(3, b"base")],
+         {"configuration": {"board": "rev1", "ram": "0x40"}}, ""),
+        ("requirement used up", [Part(2, DATA, features={"a": "1"}), Part(3, b"x"),
+                                 Part(2, DATA[2:], features={"a": "1"}, flags=OPTIONAL)],
+         {"requirements": {"kernel": "! b=1 & a=1"}}, ""),
+        ("requirement that does not compile", [Part(4, DATA, flags=OPTIONAL), Part(3, b"x")],
+         {"requirements": {"app": "a.b=1"}}, ""),
+        ("missing and small partitions", [Part(2, DATA, flags=OPTIONAL), Part(3, DATA, flags=OPTIONAL),
+                                          Part(4, b"app")],
+         {"partitions": {3: 5119, 4: 4096}}, ""),
+        ("unchecked and missing", [Part(3, b"x"), Part(2, DATA, actual_size=0)],
+         {"partitions": {3: 65536}}, "part 1 (kernel): cannot open /dev/fla2"),
+        ("never ends", [Part(3, b"x"), Part(2, DATA, actual_size=1)], {"partitions": {2: 4096, 3: 4096}},
+         "part 1 (kernel): its 5120 bytes run over the end of /dev/fla2: that write is tried again for ever"),
+        ("type that is not written", [Part(2, DATA), Part(8, b"x"), Part(3, b"x")],
+         {"partitions": {2: 65536, 3: 65536, 8: 65536}}, "part 1 (bios): writing partition 8 is not supported"),
+    ]),
+    ("empty", b"", {}, "error reading package: it is empty"),
+    ("enciphered", make_package([Part(2, DATA)], key=KEY), {"configuration": {"VENID": "secret"}}, ""),
+    ("no key", make_package([Part(2, DATA)], key=KEY), {"configuration": {}},
+     "decrypt package failed: enciphered, and the device has no key"),
+    ("another key", make_package([Part(2, DATA)], key=KEY), {"configuration": {"VENDOR_KEY": "terces"}},
+     "invalid package: the digest is wrong: another key, or damaged"),
+    ("data that is not there", make_package([Part(2, DATA), Part(3, b"x", offset=1 << 20)]), {},
+     "part 1 (base): its data is not in the package"),
+]
+
+
+@pytest.mark.parametrize("name, package, tables, reason", PLANS, ids=[row[0] for row in PLANS])
+def test_the_program_does_what_the_plan_says(name, package, tables, reason, tmp_path):
+    (tmp_path / "fw").write_bytes(package)
+    [device] = json.loads(rehearse(tmp_path, describe(tmp_path / "d.toml", **tables), "--json").stdout)["devices"]
+    assert device["reason"] == reason
+
+
 def random_package(dice):
     sizes = [0, 1, 16, 4095, 4096, 4097, 20000]
     parts = []
