@@ -12,7 +12,8 @@ import tempfile
 import time
 from pathlib import Path
 
-SERVER = Path(__file__).resolve().parents[2] / "scripts/server"
+sys.path.append(str(Path(__file__).resolve().parents[2] / "tests/system"))
+from servers import SERVER, atftpd, vsftpd
 ADDRESS = "192.0.2.1"  # the servers
 NOBODY = 65534
 LAB_ADDRESS = "192.0.2.2"  # the results; the board reaches it over another interface
@@ -34,15 +35,7 @@ http {{
 }}
 """
 
-VSFTPD = """
-listen=YES
-listen_address={address}
-background=NO
-run_as_launching_user=YES
-ftp_username=root
-anonymous_enable=YES
-no_anon_password=YES
-anon_root={files}
+VSFTPD = """no_anon_password=YES
 seccomp_sandbox=NO
 xferlog_enable=YES
 vsftpd_log_file={work}/vsftpd.log
@@ -82,14 +75,12 @@ class Servers:
 
     def __init__(self, work, files, lab, tls):
         values = {"work": work, "address": ADDRESS, "tls": tls, "files": files}
-        nginx, vsftpd = work / "nginx.conf", work / "vsftpd.conf"
+        nginx = work / "nginx.conf"
         nginx.write_text(NGINX.format(**values))
-        vsftpd.write_text(VSFTPD.format(**values))
         self.commands = {
             "nginx": [SERVER, "nginx", "-c", nginx, "-p", f"{work}/", "-e", "stderr"],
-            "ftp": [SERVER, "vsftpd", vsftpd],
-            "tftp": [SERVER, "atftpd", "--daemon", "--no-fork", "--user", "root.root", "--port", "69"]
-            + ["--bind-address", ADDRESS, "--logfile", "-", files],
+            "ftp": vsftpd(files, 21, VSFTPD.format(**values), ADDRESS),
+            "tftp": atftpd(files, 69, ADDRESS),
             # Not as root: then it does not change its user, which it may not here. It wants one that
             # every machine knows.
             "9p": ["unshare", "--user", f"--map-user={NOBODY}", f"--map-group={NOBODY}"]
