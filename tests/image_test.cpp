@@ -24,38 +24,6 @@ image::candidate text_candidate(const std::string &name, const std::string &text
 const std::string trailer_of_digits("\x26\x39\xF4\xCB\x09\0\0\0\x60\xA9\x36\x10\x31\x70\x42\x44",
                                     16);
 
-TEST(Image, JudgesTheTrailerByCheckWordThenByCrc)
-{
-    const std::string gap(7, '\xFF');
-    const std::string whole = "123456789" + gap + trailer_of_digits;
-    const auto changed = [&whole](size_t at) {
-        std::string text = whole;
-        text[at] = static_cast<char>(text[at] ^ 1);
-        return text;
-    };
-    const struct {
-        std::string content;
-        const char *state;
-        std::optional<uint32_t> crc;
-    } rows[] = {
-        {whole, "valid", 0xCBF43926},
-        {changed(10), "valid", 0xCBF43926}, // behind the length
-        {changed(8), "CRC wrong", 0xBCF309B0},
-        {changed(16), "no trailer", {}}, // crc, check, magic
-        {changed(24), "no trailer", {}},
-        {changed(28), "no trailer", {}},
-        {whole.substr(17), "no trailer", {}},
-    };
-    for (const auto &row : rows) {
-        const image::trailer_verdict verdict = judge_trailer(text_reader(row.content));
-        EXPECT_STREQ(name(verdict.state), row.state) << &row - rows;
-        EXPECT_EQ(verdict.content_crc, row.crc) << &row - rows;
-    }
-    const image::trailer_verdict verdict = judge_trailer(text_reader(changed(24)));
-    EXPECT_TRUE(verdict.magic_right);
-    EXPECT_FALSE(verdict.check_right);
-}
-
 /// A run as "first+count owners", "erased" or "-" for none.
 std::string text(const std::vector<image::run> &runs)
 {

@@ -126,6 +126,8 @@ def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
         "changed": (b"?" + whole[1:], "CRC wrong", "mixed", False, CRC_WRONG, "Run the upgrade again"),
         "trailer torn": (whole[:-9] + b"?" + whole[-8:], "no trailer", "whole", False, MISSING,
                          "Run the upgrade again with"),
+        "check torn": (whole[:-5] + b"?" + whole[-4:], "no trailer", "whole", False, MISSING, "Run the"),
+        "magic torn": (whole[:-1] + b"?", "no trailer", "whole", False, MISSING, "Run the"),
         "length beyond": (whole[:-16] + beyond, "CRC wrong", "whole", False, CRC_WRONG, "Run the"),
         "another's": (full[:-16] + trailer(full[:-16]), "valid", "unknown", False, WHOLE, "Name"),
     }
@@ -141,6 +143,9 @@ def test_odd_dumps_get_what_can_be_said(tmp_path, boot_loader):
         assert verdict["boot_loader"] == {"crc": state == "valid",
                                           "check_word_alone": state != "no trailer"}, name
         assert verdict["advice"].startswith(advice), name
+        if "torn" in name:
+            right = [verdict["trailer"][field] for field in ("magic_right", "check_right")]
+            assert right == [name != "magic torn", name == "magic torn"]
         if state == "CRC wrong" and "beyond" not in name:
             assert verdict["trailer"]["content_crc"] == f"{zlib.crc32(row[0][:len(part)]):08x}"
     assert boot_loader(tmp_path / "whole", fail_at=3) == UNREADABLE
