@@ -183,25 +183,6 @@ TEST(Report, SaysWhatDiffers)
                                "14 and 2 more runs\n"));
 }
 
-// What each case leads to is compared with the program itself by the tests of whole runs.
-TEST(Planner, SaysWhyAPartIsNotWritten)
-{
-    const maker_folder folder{{"data", std::string(5000, 'x')}};
-    const std::string part = "[[part]]\ntype=2\nfile='data'\n";
-    const auto reason = [&](const std::string &manifest, const std::string &device) {
-        const bytes made = folder.make(manifest);
-        return plan_maker(made).plan({"d", parse_device("[partitions]\n2=" + device, "d")}).reason;
-    };
-    EXPECT_EQ(
-        reason(part + "optional=true\n" + part, "8192\n[requirements]\nkernel='b:=2'\n"),
-        "part 1 (kernel): the device's requirement was used up by an earlier part of the type");
-    EXPECT_EQ(reason(part, "8192\n[requirements]\nkernel='b'\n"),
-              "part 0 (kernel): the device's requirement does not compile");
-    EXPECT_EQ(reason(part + "actual_size=0\n", "4096\n"),
-              "part 0 (kernel): its 5000 bytes run over the end of /dev/fla2: that write is tried "
-              "again for ever");
-}
-
 TEST(Planner, DeciphersForEachKey)
 {
     const bytes made = maker_folder{{"data", "x"}}.make(
