@@ -32,17 +32,9 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
     assert device.flash(2) == KERNEL + b"\xff" * (65536 - 5120 - 16) + trailer(KERNEL)
     assert device.flash(3) == b"\xff" * 65536
     # The two blocks in order: each written, synced and fed, then rest; the trailer comes last.
-    start = next(o["n"] for o in run.operations if o["op"] == "write")
-    steps = [(o["op"], o.get("offset"), o.get("result"), o.get("duration_us"), o["virtual_us"])
-             for o in run.operations[start - 1:]
-             if o["op"] in ("write", "sync", "kick", "sleep", "seek")][:11]
-    assert steps == [
-        ("write", 0, 4096, None, 1500000), ("sync", None, None, None, 1500000),
-        ("kick", None, 0, None, 1500000), ("sleep", None, None, 40000, 1540000),
-        ("write", 4096, 1024, None, 1540000), ("sync", None, None, None, 1540000),
-        ("kick", None, 0, None, 1540000), ("sleep", None, None, 40000, 1580000),
-        ("seek", -16, 65520, None, 1580000), ("write", 65520, 16, None, 1580000),
-        ("sync", None, None, None, 1580000)]
+    assert run.names("write", "sync", "kick")[:8] == ["write", "sync", "kick"] * 2 + ["write", "sync"]
+    assert [(o["offset"], o["result"], o["virtual_us"]) for o in run.of("write")] == [
+        (0, 4096, 1500000), (4096, 1024, 1540000), (65520, 16, 1580000)]
     assert [(o["number"], o["line"], o["level"]) for o in run.of("kick")] == [
         (1, 5, 0), (2, 5, 1), (3, 5, 0), (4, 5, 1)]
     # The whole transfer is one line of the log: 18 blocks and an empty one, a request and their answers.
@@ -56,9 +48,7 @@ def test_an_upgrade_leaves_data_trailer_log_and_report(make_device, serve_tftp):
         "trailer": "valid"}}
     assert "differences" not in run.report
     watchdog = run.report["watchdog"]
-    assert [(p["phase"], p["kicks"], p["longest"]["virtual_us"]) for p in watchdog["phases"]] == [
-        ("download (tftp)", 0, 0), ("script", 0, 1500000), ("checks", 0, 0),
-        ("writing", 2, 140000), ("verifying", 2, 0), ("end", 0, 2000000)]
+    assert (watchdog["kicks"], watchdog["longest"]["virtual_us"]) == (4, 2000000)
     assert watchdog["longest_phases"] == "verifying to end"
 
 
