@@ -189,8 +189,9 @@ PLANS = [
      "decrypt package failed: enciphered, and the device has no key"),
     ("another key", make_package([Part(2, DATA)], key=KEY), {"configuration": {"VENDOR_KEY": "terces"}},
      "invalid package: the digest is wrong: another key, or damaged"),
-    ("data that is not there", make_package([Part(2, DATA), Part(3, b"x", offset=1 << 20)]), {},
-     "part 1 (base): its data is not in the package"),
+    ("cut", make_package([Part(2, DATA)])[:-1], {}, "invalid package: the header says 9216 bytes, there are 9215"),
+    ("data that is not there", make_package([Part(2, DATA, offset=1 << 20), Part(3, b"x")]), {},
+     "part 0 (kernel): its data is not in the package"),
 ]
 
 
