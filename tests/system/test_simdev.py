@@ -68,14 +68,13 @@ def test_the_script_gets_the_environment_without_the_simulation(make_device, ser
     assert (ended["result"], ended["error"]) == (-1, "EACCES")
 
 
-@pytest.mark.parametrize("fault", ["server-stall@1000", "server-cut@1000"])
-def test_a_stalled_server_is_given_up_after_25_seconds(make_device, udp_peer, fault):
+def test_a_server_of_datagrams_that_is_cut_is_given_up_after_25_seconds(make_device, udp_peer):
     def serve_three_blocks(sock):
         for number in (1, 2, 3):
             _, client = sock.recvfrom(600)
             sock.sendto(struct.pack(">HH", 3, number) + bytes(512), client)
 
-    run = make_device().run("tftp://127.0.0.1/fw", faults=[fault],
+    run = make_device().run("tftp://127.0.0.1/fw", faults=["server-cut@1000"],
                             tftp_port=udp_peer(serve_three_blocks))
     assert (run.status, run.report["virtual_us"]) == (1, 25000000)
     assert b"last timeout\ntftp download packet length: 1024\n" in run.stderr
@@ -217,7 +216,6 @@ def test_server_faults_over_http(make_device, tcp_peer, faults, status, ended_by
     (["init", "new", "--device=torn.toml"], "torn.toml:2: "),
     (["init", "new", "--device=deep.toml"], "deep.toml:2: more than 10000 dots"),
     (["init", "new", "--device=."], ".: cannot be read: Is a directory"),
-    (["init", "new", "--device=/dev/zero"], "/dev/zero: more than the 1048576 bytes"),
     (["init", ""], "the folder's name is empty"),
     (["run", "{device}", "--program=static"], "static: is not linked dynamically for this machine"),
     (["run", "{device}", "--program=foreign"], "foreign: is not linked dynamically for this machine"),
