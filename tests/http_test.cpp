@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: GPL-2.0-or-later
 #include "download/http.h"
 
+#include <deque>
 #include <gtest/gtest.h>
 #include <numeric>
 #include <vector>
 
-#include "tests/played_network.h"
+#include "fuzz/support/world.h"
 
 using std::string;
 using counts = std::vector<int>;
@@ -25,6 +26,7 @@ struct outcome {
     int blocks;         ///< committed
     counts calls = {};  ///< of the callback
     size_t stop_at = 0; ///< the call that asks to stop
+    std::deque<fuzz::connection> connections = {};
 };
 
 int note_call(void *outcome_, int count)
@@ -41,22 +43,23 @@ outcome download(const response &sent, size_t stop_at = 0, size_t resets = 0)
     string body(5 * 4096 + 10, '\0');
     for (size_t i = 0; i < body.size(); i++)
         body[i] = static_cast<char>(' ' + i * 7 / 5 % 90); // none of a script's control bytes
-    string script =
+    string text =
         "HTTP/1.0 " + sent.status + "\r\nContent-Length: " + std::to_string(sent.length) + "\r\n";
     // Two refills of 1025 bytes; carriage returns fill up, since a head ignores them.
-    script += string(2 * 1025 - sent.leftover - script.size() - 1, '\r') + "\n" +
-              body.substr(0, sent.leftover);
+    text += string(2 * 1025 - sent.leftover - text.size() - 1, '\r') + "\n" +
+            body.substr(0, sent.leftover);
     size_t at = sent.leftover;
     for (const size_t size : sent.sizes) {
-        script += PEER_PAUSE + body.substr(at, size);
+        text += PEER_PAUSE + body.substr(at, size);
         at += size;
     }
-    played = {};
-    played.peers.resize(resets, {.port = 80, .script = "", .resets = true});
-    played.peers.push_back({.port = 80, .script = script + sent.end});
-    static auto *kept = new std::vector<downloader *>; // as in the program: none is released
+    text += sent.end;
+    for (size_t i = 0; i < resets; i++)
+        text.insert(0, PEER_RESETS PEER_CLOSE);
+    fuzz::world world = {.script = {text.begin(), text.end()}, .refuses = true};
+    const fuzz::run run(&world);
     char url[] = "http://127.0.0.1/p";
-    downloader *http = kept->emplace_back(http_downloader_open(url));
+    downloader *http = http_downloader_open(url);
     iobuf *buffer = iobuf_create(4096, 5);
     outcome got = {.result = 0, .blocks = 0, .stop_at = stop_at};
     got.result = http->ops->download(http, buffer, note_call, &got);
@@ -65,7 +68,7 @@ outcome download(const response &sent, size_t stop_at = 0, size_t resets = 0)
     for (int i = 0; got.result == 0 && i < buffer->total; i++)
         EXPECT_EQ(static_cast<char>(buffer->blocks[i / 4096][i % 4096]),
                   body[static_cast<size_t>(i)]);
-    free(buffer);
+    got.connections = world.connections;
     return got;
 }
 
@@ -113,10 +116,13 @@ TEST(HttpDownload, StoresPackagesOfEverySizeHoweverTheyCome)
 TEST(HttpDownload, SendsItsRequestSixTimesUnlessItGoesOut)
 {
     const response whole = {"200 OK", 4097, 0, {4097}};
-    EXPECT_EQ(download(whole, 0, 5).result, 0);
-    EXPECT_EQ(played.peers[5].received,
+    const outcome sixth = download(whole, 0, 5);
+    EXPECT_EQ(sixth.result, 0);
+    EXPECT_EQ(sixth.connections[5].address, "127.0.0.1:80");
+    EXPECT_EQ(sixth.connections[5].received,
               "GET /p HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-type: text/html\r\n"
               "Content-Length: 0\r\nHost: 127.0.0.1\r\n\r\n");
-    EXPECT_EQ(download(whole, 0, 6).result, -1);
-    EXPECT_EQ(played.peers[6].address, "");
+    const outcome seventh = download(whole, 0, 6);
+    EXPECT_EQ(seventh.result, -1);
+    EXPECT_EQ(seventh.connections.size(), 6U);
 }

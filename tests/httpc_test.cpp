@@ -5,11 +5,12 @@
 
 #include <cstring>
 #include <gtest/gtest.h>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
+#include "fuzz/support/world.h"
 #include "httpc/httpc_client.h"
-#include "tests/played_network.h"
 
 using std::string;
 
@@ -17,14 +18,23 @@ namespace {
 
 /// A client that is connected.
 struct Httpc : testing::Test {
+    fuzz::world world;
+    std::optional<fuzz::run> run;
     httpc_client *client = nullptr;
 
     void SetUp() override
     {
-        played = {};
+        start("");
+        attach("");
+    }
+    /// A client that is not, in a world with this script.
+    void start(const string &text)
+    {
+        run.reset();
+        world = {.script = {text.begin(), text.end()}, .refuses = true};
+        run.emplace(&world);
         client = httpcOpenClient("host.example", 8080, 0);
         httpcInitRequest(client, 1, "/a");
-        attach("");
     }
     /// Leaves the connection for one to a peer with this script.
     void attach(const string &script)
@@ -32,11 +42,13 @@ struct Httpc : testing::Test {
         if (client->socket >= 0)
             close(client->socket);
         client->response = {};
-        client->socket = play_connected(script);
+        client->socket = fuzz::run::connected_to(script);
     }
     void TearDown() override
     {
         httpcCloseClient(client);
+        EXPECT_EQ(fuzz::run::open_descriptors(), 0U);
+        EXPECT_EQ(fuzz::run::allocations(), 0U);
     }
     /// The status of the response `bytes`, which nothing follows.
     int status_of(const string &bytes)
@@ -45,9 +57,9 @@ struct Httpc : testing::Test {
         return httpcGetResponse(client, 1);
     }
     /// What the peer has received since it was asked last.
-    static string sent()
+    string sent()
     {
-        return std::exchange(played.peers.back().received, "");
+        return std::exchange(world.connections.back().received, "");
     }
 };
 
@@ -96,21 +108,23 @@ TEST_F(Httpc, SendsRequestsByteForByte)
 TEST_F(Httpc, FailsASendToAClosedPeerAndToOneThatDoesNotRead)
 {
     // A write to a peer that does not read is 0, which is no failure; 30 of them in a row are.
-    played.writable = [] { return false; };
+    world.writable = [] { return false; };
     for (int i = 0; i < 29 - 6; i++) // a request has six writes, and one a header
         httpcAddHeader(client, ("N" + std::to_string(i)).c_str(), "v");
     EXPECT_GT(httpcSendRequest(client), 0);
-    EXPECT_EQ(played.waited_seconds, 2);
+    EXPECT_EQ(world.waited_seconds, 2);
     httpcAddHeader(client, "L", "v");
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
     EXPECT_STREQ(client->request.error_text, "Connection timed out");
-    played.writable = nullptr;
-    attach("");
-    played.peers.back().resets = true;
+    world.writable = nullptr;
+    attach(PEER_RESETS);
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
     EXPECT_STREQ(client->request.error_text, "Broken pipe");
+    start("");
+    EXPECT_EQ(httpcSendRequest(client), -1); // the connect is refused
+    EXPECT_STREQ(client->request.error_text, "Bad file descriptor");
 }
 
 TEST_F(Httpc, ReadsHeadsOfEveryShapeFromFullRefills)
@@ -170,7 +184,7 @@ TEST_F(Httpc, HandsOutTheBodyByCopyAndInPlace)
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 1025 - 19 - 3); // the client's own bytes
     EXPECT_EQ(body[0], 'D');
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 15); // the connection's
-    EXPECT_EQ(played.waited_seconds, 300);
+    EXPECT_EQ(world.waited_seconds, 300);
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 0);
     EXPECT_EQ(client->socket, -1);
     ASSERT_EQ(status_of(padded("HTTP/1.0 200 OK\r\n\r\nABCD", 1025) + "EFG"), 200);
@@ -189,11 +203,8 @@ TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
 {
     const string own = "Location: http://127.0.0.1:1/b\r\n";
     const string other = "Location: http://127.0.0.2:99\r\n";
-    close(client->socket);
-    client->socket = -1;
-    played.peers = {{.port = 8080, .script = padded("HTTP/1.0 304 X\r\n" + own)},
-                    {.port = 8080, .script = padded("HTTP/1.0 301 X\r\n" + other)},
-                    {.port = 99, .script = padded("HTTP/1.0 200 OK\r\n")}};
+    start(padded("HTTP/1.0 304 X\r\n" + own) + PEER_CLOSE + padded("HTTP/1.0 301 X\r\n" + other) +
+          PEER_CLOSE + padded("HTTP/1.0 200 OK\r\n"));
     strcpy(client->host, "127.0.0.3"); // where a redirect to 127.0.0.1 leads
     httpcInitRequest(client, 1, "/a");
     ASSERT_GT(httpcSendRequest(client), 0);
@@ -202,12 +213,11 @@ TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
     const string common = " HTTP/1.0\r\nAccept-Language: zh-cn\r\nContent-Length: 0\r\n"
                           "Host: 127.0.0.3\r\n";
     string asked;
-    for (const played_peer &peer : played.peers)
+    for (const fuzz::connection &peer : world.connections)
         asked += peer.address + " " + peer.received;
     EXPECT_EQ(asked, "127.0.0.3:8080 GET /a" + common + "\r\n127.0.0.3:8080 GET /b" + common + own +
                          "\r\n127.0.0.2:99 GET " + common + other + "\r\n");
-    EXPECT_EQ(played.peers[0].socket, -1);
-    EXPECT_EQ(played.peers[1].socket, -1);
+    EXPECT_EQ(fuzz::run::open_descriptors(), 1U);
 }
 
 } // namespace

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-/// Both are libFuzzer's interface; every target defines the first, support/world.cpp the second.
+/// Both are libFuzzer's interface; every target defines the first, support/fuzz.cpp the second.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 extern "C" int LLVMFuzzerInitialize(int *count, char ***arguments);
 

@@ -2,6 +2,7 @@
 #include "fuzz/support/world.h"
 
 #include <algorithm>
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -12,14 +13,13 @@
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/tftp_peer.h"
 #include "tools/simdev/core/real.h"
-#include "tools/simdev/core/scripted_peer.h"
 
 namespace {
 
 struct descriptor {
     bool datagrams = false;
-    bool connected = false;
-    scripted_peer peer = {};                // of a connected stream
+    fuzz::connection *connection = nullptr; // of a connected stream
+    scripted_peer peer = {};                // of the same
     std::vector<uint8_t> *device = nullptr; // what a device holds; null: a socket
     size_t position = 0;
 };
@@ -81,21 +81,37 @@ int open_socket(int /*domain*/, int type, int /*protocol*/)
 
 int close_descriptor(int fd)
 {
+    if (current->descriptors.erase(fd) == 1)
+        return 0;
     errno = EBADF;
-    return current->descriptors.erase(fd) == 1 ? 0 : -1;
+    return -1;
 }
 
-int connect_stream(descriptor *socket, const sockaddr * /*address*/, socklen_t /*size*/)
+fuzz::connection *add_connection(const fuzz::connection &value)
 {
-    socket->connected = true;
+    current->world->connections.push_back(value);
+    return &current->world->connections.back();
+}
+
+int connect_stream(descriptor *socket, const sockaddr *address, socklen_t /*size*/)
+{
+    errno = ECONNREFUSED;
+    if (current->world->refuses && current->streams.script.empty())
+        return -1;
+    const auto *to = reinterpret_cast<const sockaddr_in *>(address);
+    socket->connection = add_connection(
+        {.address = inet_ntoa(to->sin_addr) + (":" + std::to_string(ntohs(to->sin_port)))});
     socket->peer = current->streams.connect();
     return 0;
 }
 
-// Any host but one that begins with "unknown" is this machine.
+// Any name but one that begins with "unknown" is this machine's, unless it is an address.
 hostent *find_host(const char *name)
 {
-    static in_addr address = {htonl(INADDR_LOOPBACK)};
+    static in_addr address;
+    if (inet_aton(name, &address) == 0)
+        address.s_addr = htonl(INADDR_LOOPBACK);
+    h_errno = HOST_NOT_FOUND;
     static char *addresses[] = {reinterpret_cast<char *>(&address), nullptr};
     static hostent host = {nullptr, nullptr, AF_INET, sizeof address, addresses};
     return fuzz::fails_now() || strncmp(name, "unknown", 7) == 0 ? nullptr : &host;
@@ -105,7 +121,7 @@ ssize_t read_bytes(descriptor *from, void *buffer, size_t size)
 {
     errno = ENOTCONN;
     if (from->device == nullptr)
-        return from->connected ? from->peer.read(buffer, size) : -1;
+        return from->connection != nullptr ? from->peer.read(buffer, size) : -1;
     const size_t position = std::min(from->position, from->device->size());
     const size_t count = std::min(size, from->device->size() - position);
     std::copy_n(from->device->data() + position, count, static_cast<uint8_t *>(buffer));
@@ -119,10 +135,12 @@ ssize_t write_bytes(descriptor *to, const void *buffer, size_t size)
         to->device->resize(std::max(to->device->size(), to->position + size));
         std::copy_n(static_cast<const uint8_t *>(buffer), size, to->device->data() + to->position);
         to->position += size;
-    } else {
-        to->peer.take(buffer, size);
+        return static_cast<ssize_t>(size);
     }
-    return static_cast<ssize_t>(size);
+    const ssize_t count = to->peer.write(buffer, size);
+    if (count > 0 && to->connection != nullptr)
+        to->connection->received.append(static_cast<const char *>(buffer), size);
+    return count;
 }
 
 // From the end or from the beginning.
@@ -152,17 +170,19 @@ ssize_t send_datagram(descriptor * /*socket*/, const void *packet, size_t size, 
     return static_cast<ssize_t>(size);
 }
 
-// One descriptor is waited for at a time; everything can be written at once.
+// One descriptor is waited for at a time.
 int wait_for(int count, fd_set *readable, fd_set * /*writable*/, fd_set *exceptional,
-             timeval * /*timeout*/)
+             timeval *timeout)
 {
+    current->world->waited_seconds = timeout->tv_sec;
     descriptor *waited = fuzz::fails_now() ? nullptr : find(count - 1);
     if (waited == nullptr)
         return -1;
     if (exceptional != nullptr)
         FD_ZERO(exceptional);
-    if (readable == nullptr ||
-        (waited->datagrams ? current->datagrams.readable() : waited->peer.readable()))
+    if (readable == nullptr)
+        return current->world->writable == nullptr || current->world->writable() ? 1 : 0;
+    if (waited->datagrams ? current->datagrams.readable() : waited->peer.readable())
         return 1;
     FD_ZERO(readable);
     return 0;
@@ -230,42 +250,14 @@ void take_the_place_of_the_system()
     real.gethostbyname = find_host;
 }
 
-ssize_t drop(void * /*cookie*/, const char * /*bytes*/, size_t size)
-{
-    return static_cast<ssize_t>(size);
-}
-
 } // namespace
 
-// The program's own messages are formatted, so that their arguments are checked, and then dropped.
-int LLVMFuzzerInitialize(int * /*count*/, char *** /*arguments*/)
-{
-    // libFuzzer and the sanitizers keep the real streams: they took them before.
-    FILE *nowhere = fopencookie(nullptr, "w", {nullptr, drop, nullptr, nullptr});
-    static char buffer[1 << 16];
-    setvbuf(nowhere, buffer, _IOFBF, sizeof buffer);
-    stdout = nowhere;
-    stderr = nowhere;
-    return 0;
-}
-
 namespace fuzz {
-
-void require(bool holds, const char *what)
-{
-    if (holds)
-        return;
-    dprintf(STDERR_FILENO, "does not hold: %s\n", what);
-    abort();
-}
 
 run::run(world *world)
 {
     take_the_place_of_the_system();
-    current = new state{.world = world,
-                        .calls = {.fails_at = world->fault},
-                        .streams = {world->script},
-                        .datagrams = {world->script}};
+    current = new state{.world = world, .streams = {world->script}, .datagrams = {world->script}};
 }
 
 run::~run()
@@ -276,6 +268,13 @@ run::~run()
     for (void *memory : ended->memory)
         free(memory);
     delete ended;
+}
+
+int run::connected_to(const std::string &script)
+{
+    connection *added = add_connection({.address = "connected", .script = script});
+    const auto *bytes = reinterpret_cast<const uint8_t *>(added->script.data());
+    return new_descriptor({.connection = added, .peer = {{bytes, script.size()}}});
 }
 
 size_t run::open_descriptors()
@@ -290,6 +289,7 @@ size_t run::allocations()
 
 bool fails_now()
 {
+    current->calls.fails_at = current->world->fault; // which a target may change
     return current->calls.fails();
 }
 

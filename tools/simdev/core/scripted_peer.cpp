@@ -29,7 +29,7 @@ ssize_t scripted_peer::read(void *buffer, size_t size)
     }
     for (; count < size; count++) {
         const uint8_t byte = control();
-        const bool ends = byte >= peer_awaits_line && byte <= peer_fails;
+        const bool ends = byte >= peer_resets && byte <= peer_fails;
         if (ends && byte != peer_literal) {
             if (count > 0 || byte == peer_close)
                 break;
@@ -44,10 +44,14 @@ ssize_t scripted_peer::read(void *buffer, size_t size)
     return static_cast<ssize_t>(count);
 }
 
-void scripted_peer::take(const void *data, size_t size)
+ssize_t scripted_peer::write(const void *data, size_t size)
 {
+    errno = EPIPE;
+    if (control() == peer_resets)
+        return -1;
     const auto *bytes = static_cast<const char *>(data);
     lines += static_cast<size_t>(std::count(bytes, bytes + size, '\n'));
+    return static_cast<ssize_t>(size);
 }
 
 scripted_peer scripted_peers::connect()

@@ -17,6 +17,7 @@
 
 /// Bytes with a meaning; any other byte stands for itself.
 enum peer_control : uint8_t {
+    peer_resets = 0x18,      ///< every write fails
     peer_awaits_line = 0x19, ///< nothing follows before the program has sent a line more
     peer_interrupts = 0x1A,  ///< the read is interrupted by a signal
     peer_literal = 0x1B,     ///< the next byte stands for itself
@@ -27,6 +28,7 @@ enum peer_control : uint8_t {
 };
 
 /// The same for scripts that are written as texts.
+#define PEER_RESETS "\x18"
 #define PEER_AWAITS_LINE "\x19"
 #define PEER_INTERRUPTS "\x1A"
 #define PEER_LITERAL "\x1B"
@@ -48,8 +50,8 @@ struct scripted_peer {
     /// each of which is over then, and with EAGAIN while a line is awaited.
     ssize_t read(void *buffer, size_t size);
 
-    /// The program has sent this.
-    void take(const void *data, size_t size);
+    /// The program sends this. Contract of write: -1 with EPIPE where writes fail.
+    ssize_t write(const void *data, size_t size);
 
 private:
     [[nodiscard]] uint8_t control() const;
