@@ -117,11 +117,20 @@ TEST_F(Httpc, FailsASendToAClosedPeerAndToOneThatDoesNotRead)
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
     EXPECT_STREQ(client->request.error_text, "Connection timed out");
+    attach("");
+    world.writable = [] {
+        static int writes = 0;
+        return ++writes == 29;
+    };
+    EXPECT_GT(httpcSendRequest(client), 0); // not in a row
     world.writable = nullptr;
     attach(PEER_RESETS);
     EXPECT_EQ(httpcSendRequest(client), -1);
     EXPECT_EQ(client->socket, -1);
     EXPECT_STREQ(client->request.error_text, "Broken pipe");
+    client->socket = FD_SETSIZE; // more than a set holds
+    EXPECT_EQ(httpcSendRequest(client), -1);
+    EXPECT_STREQ(client->request.error_text, "Bad file descriptor");
     start("");
     EXPECT_EQ(httpcSendRequest(client), -1); // the connect is refused
     EXPECT_STREQ(client->request.error_text, "Bad file descriptor");
@@ -181,6 +190,7 @@ TEST_F(Httpc, HandsOutTheBodyByCopyAndInPlace)
     char body[2000];
     EXPECT_EQ(httpcReadResponse(client, body, 3), 3);
     EXPECT_EQ(memcmp(body, "ABC", 3), 0);
+    EXPECT_EQ(httpcGetResponse(client, 1), 0);                       // it has been got
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 1025 - 19 - 3); // the client's own bytes
     EXPECT_EQ(body[0], 'D');
     EXPECT_EQ(httpcReadResponse(client, body, 2000), 15); // the connection's
@@ -207,6 +217,7 @@ TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
           PEER_CLOSE + padded("HTTP/1.0 200 OK\r\n"));
     strcpy(client->host, "127.0.0.3"); // where a redirect to 127.0.0.1 leads
     httpcInitRequest(client, 1, "/a");
+    httpcPushVar(client, "n", "v"); // for the first request alone
     ASSERT_GT(httpcSendRequest(client), 0);
     EXPECT_EQ(httpcGetResponse(client, 1), 200);
     EXPECT_EQ(httpcGetHeader(client, "Location"), nullptr); // another response's
@@ -215,8 +226,8 @@ TEST_F(Httpc, FollowsRedirectsAndReturnsThroughEach)
     string asked;
     for (const fuzz::connection &peer : world.connections)
         asked += peer.address + " " + peer.received;
-    EXPECT_EQ(asked, "127.0.0.3:8080 GET /a" + common + "\r\n127.0.0.3:8080 GET /b" + common + own +
-                         "\r\n127.0.0.2:99 GET " + common + other + "\r\n");
+    EXPECT_EQ(asked, "127.0.0.3:8080 GET /a?n=v" + common + "\r\n127.0.0.3:8080 GET /b" + common +
+                         own + "\r\n127.0.0.2:99 GET " + common + other + "\r\n");
     EXPECT_EQ(fuzz::run::open_descriptors(), 1U);
 }
 

@@ -7,8 +7,12 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <vector>
 
+#include "flash/crc32.h"
+#include "flash/flash.h"
 #include "package/decrypt.h"
 
 using namespace std::string_literals;
@@ -100,6 +104,7 @@ TEST(PackageParts, RefuseWhatDoesNotLieInTheBlock)
 
 TEST(BlockBuffer, SealsBlocksOnCommitAndBehindTheCipher)
 {
+    EXPECT_EQ(iobuf_create(4096, 0), nullptr);
     iobuf *buffer = iobuf_create(4096, 2);
     uint8_t *first = iobuf_request(buffer);
     EXPECT_EQ(iobuf_request(buffer), first);
@@ -115,4 +120,22 @@ TEST(BlockBuffer, SealsBlocksOnCommitAndBehindTheCipher)
     EXPECT_EQ(cipher_package(&record, buffer, "k"), 0);
     EXPECT_DEATH(second[0] = 1, "");
     free(buffer);
+}
+
+TEST(Flash, EndsWithoutATrailerWhenItIsStoppedAndReportsAShortRead)
+{
+    std::vector<uint8_t> block(block_size, 'b');
+    uint8_t *const blocks[] = {block.data(), block.data()};
+    const int fd = memfd_create("flash", 0);
+    const auto stop = [](void *, int) { return 0; };
+    EXPECT_EQ(write_blocks(fd, blocks, block_size, 2 * block_size, stop, nullptr), 0);
+    EXPECT_EQ(lseek(fd, 0, SEEK_END), block_size);
+    EXPECT_EQ(ftruncate(fd, block_size - 1), 0);
+    lseek(fd, 0, SEEK_SET);
+    errno = 0;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(verify_blocks(fd, blocks, block_size, 2 * block_size, nullptr, nullptr), 0);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "read block #0 failed: Success\n");
+    close(fd);
+    EXPECT_EQ(crc32(7, nullptr, 1), 0U);
 }

@@ -44,7 +44,9 @@ def test_a_real_server_serves_an_upgrade(user, command, make_device, start_serve
     assert said == [f"ftp->total = {size}", f"iobuf->total = {size}"]
     assert run.status == 0
     # Neither of the dialogue nor of the 102 datagrams.
-    assert "socket:" not in (device.folder / "descriptors").read_text()
+    descriptors = (device.folder / "descriptors").read_text()
+    assert "socket:" not in descriptors
+    assert "3 -> /dev/null" not in descriptors
     assert device.flash(3).startswith(CONTENT)
     downloading = run.datagrams[:run.datagrams.index("UPGRD_STAGE=WRITING")]
     assert downloading == ["UPGRD_STAGE=DOWNLOADING", *[

@@ -198,7 +198,9 @@ def test_a_redirect_to_https_goes_to_the_same_port_if_a_server_is_trusted(
 def test_a_redirect_to_http_leaves_tls(nginx, trusting, tcp_peer):
     answer = moved(b"http://127.0.0.2:%d/upgrade/flash.pkg" % nginx.http)
     port = tcp_peer(each_of(1, lambda connection: answer_secured(connection, nginx, [], answer)))
-    assert trusting.run(f"https://127.0.0.1:{port}/p", **PATIENT).status == 0
+    run = trusting.run(f"https://127.0.0.1:{port}/p", **PATIENT)
+    assert run.status == 0
+    assert run.stderr.count(b"cyassl_client_release:152: CHECKPOINT\n") == 1
 
 
 def test_a_thousand_redirects_end_where_they_lead(make_device, tcp_peer):
