@@ -86,8 +86,12 @@ void expect_dialogue(const row &wanted)
         iobuf *buffer = iobuf_create(4, 4);
         EXPECT_EQ(ftp->ops->download(ftp, buffer, note, nullptr), wanted.result);
         EXPECT_EQ(buffer->total, wanted.total);
+        string stored;
         for (int at = 0; at < buffer->total; at++)
-            EXPECT_EQ(buffer->blocks[at / 4][at % 4], wanted.data[static_cast<size_t>(at)]) << at;
+            stored += static_cast<char>(buffer->blocks[at / 4][at % 4]);
+        string data = wanted.data;
+        std::erase(data, *PEER_INTERRUPTS);
+        EXPECT_EQ(stored, data.substr(0, stored.size()));
         open = fuzz::run::open_descriptors();
     }
     const string said = testing::internal::GetCapturedStderr();
@@ -137,7 +141,7 @@ TEST(Ftp, ForgivesWhatItCanAndCountsOnlyTheBytes)
          SAYS "310: RETR: no file\n" SIZE_IS(10), -1, 0, quit, PAUSE},
         {"data ends early", {}, SIZE_IS(10), -1, 6, quit, "012345", "4 2 "},
         {"data behind a failed read", {}, SIZE_IS(10), -1, 4, quit, "0123" PEER_FAILS "456789", "4 "},
-        {"interrupted in the data", {}, TOTALS(10, 10), 0, 10, "", "0123456789" PEER_INTERRUPTS},
+        {"interrupted in the data", {}, TOTALS(10, 10), 0, 10, "", "01234" PEER_INTERRUPTS "56789"},
         {"the callback stops", {}, SIZE_IS(10), -1, 8, quit, "0123456789", "4 4 ", 2},
         {"transfer not confirmed", {{"END", "426 broken\r\n"}}, TOTALS(10, 10) SAYS "362: ftp error\n"},
         {"closed instead of confirmed", {{"END", PEER_CLOSE}},
