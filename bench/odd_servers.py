@@ -21,11 +21,10 @@ import tempfile
 import threading
 import time
 
-ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(ROOT / "tests/system"))
-from nginx import Nginx  # noqa: E402  pylint: disable=wrong-import-position
-from package import Part, make_package  # noqa: E402  pylint: disable=wrong-import-position
+from stock_nginx import StockNginx
+from package import Part, make_package  # found where stock_nginx found its base
 
+ROOT = pathlib.Path(__file__).resolve().parents[1]
 TOOLS = ROOT / "build/release/tools"
 PACKAGE = make_package([Part(3, bytes(range(251)) * 33)])
 DRIPS = {"a byte a second": "server-drip:bytes=1",
@@ -141,7 +140,7 @@ def main():
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
         (folder / "nginx").mkdir()
-        with Nginx(folder / "nginx", {"p": PACKAGE}, stock=True) as nginx:
+        with StockNginx(folder / "nginx", {"p": PACKAGE}) as nginx:
             drop_first(runs, nginx)
             drips(max(1, runs // 10), nginx, folder)
 

@@ -20,9 +20,9 @@ import sys
 import tempfile
 import zlib
 
+from stock_nginx import StockNginx
+
 ROOT = pathlib.Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(ROOT / "tests/system"))
-from nginx import Nginx  # noqa: E402  pylint: disable=wrong-import-position
 
 FETCH = ROOT / "build/release/bench/fetch"
 SCHEMES = ("http", "https")
@@ -45,7 +45,7 @@ def failures(link, size, runs):
     content = os.urandom(size)
     right = f"0 {size} {zlib.crc32(content)}"
     with tempfile.TemporaryDirectory() as folder:
-        with Nginx(folder, {"p": content}, stock=True) as server:
+        with StockNginx(folder, {"p": content}) as server:
             urls = {scheme: f"{scheme}://127.0.0.1:{getattr(server, scheme)}/p" for scheme in SCHEMES}
             return {scheme: sum(subprocess.run([FETCH, url, server.authority], capture_output=True,
                                                check=False).stdout.decode().strip() != right

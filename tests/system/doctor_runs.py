@@ -25,9 +25,9 @@ SITE = """
 """
 
 class Server(Nginx):
-    def documented(self):
+    def template(self):
         site = SITE.format(filler="x" * 1100)
-        return re.sub(r"\n +root [^;]*;", lambda match: match.group() + site, super().documented(),
+        return re.sub(r"\n +root [^;]*;", lambda match: match.group() + site, super().template(),
                       count=1)
 
 

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: GPL-2.0-or-later
-"""nginx with the configuration of docs/package-server.md or, with stock=True, of its package, on free
-ports of the loopback, as an ordinary user; its files stay in `folder`.
+"""nginx with the configuration of docs/package-server.md on free ports of the loopback, as an ordinary
+user; its files stay in `folder`.
 
     with Nginx(folder, {"a.pkg": bytes}) as server:
         server.http, server.https     ports, both on 127.0.0.1 and 127.0.0.2
@@ -31,8 +31,7 @@ def free_ports(count):
 
 
 class Nginx:
-    def __init__(self, folder, files, stock=False):
-        self.stock = stock
+    def __init__(self, folder, files):
         self.folder = pathlib.Path(folder)
         served = self.folder / "served"
         for name, content in files.items():
@@ -56,19 +55,8 @@ class Nginx:
                      f"{name}.key", "-out", f"{name}.pem")
         return self.folder / f"{name}.pem"
 
-    def packaged(self):
-        """/etc/nginx/nginx.conf with other files and servers, as an ordinary user can run it."""
-        text = pathlib.Path("/etc/nginx/nginx.conf").read_text()
-        text = re.sub(r"^\s*(user|pid|error_log|access_log|include /etc/nginx/(?!mime)\S*) ?.*;", "",
-                      text, flags=re.M)
-        addresses = f"listen 127.0.0.1:{self.http}; listen 127.0.0.1:{self.https} ssl;"
-        servers = (f"server {{ {addresses} root {self.folder}/served;"
-                   f"ssl_certificate {self.folder}/packages.pem;"
-                   f"ssl_certificate_key {self.folder}/packages.key; }}\n")
-        end = text.index("}", text.index("http {"))
-        return text[:end] + servers + text[end:]
-
-    def documented(self):
+    def template(self):
+        """The configuration, with the ports and folders of this server."""
         page = (ROOT / "docs/package-server.md").read_text()
         text = re.search(r"```nginx\n(.*?)```", page, re.S).group(1)
         changes = {
@@ -84,7 +72,7 @@ class Nginx:
         return text
 
     def configuration(self):
-        text = self.packaged() if self.stock else self.documented()
+        text = self.template()
         paths = "".join(f"{kind}_temp_path {self.folder}/{kind};\n"
                         for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
         text = text.replace("http {\n", "http {\naccess_log off;\n" + paths)
